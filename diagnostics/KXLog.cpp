@@ -1,0 +1,31 @@
+#include "diagnostics/KXLog.h"
+
+#include <array>
+
+#include "platform/Console.h"
+#include "platform/Platform.h"
+#include "platform/foundation/Exceptions.h"
+#include "platform/foundation/StringFormat.h"
+
+namespace kx {
+
+std::shared_ptr<KXLog> KXLog::sharedInstanceWithLogLevel(KXLogLevel logLevel) {
+  static const auto &instance = *new std::shared_ptr<KXLog>(new KXLog(logLevel));
+  return instance;
+}
+
+std::shared_ptr<KXLog> KXLog::sharedInstance() {
+  return sharedInstanceWithLogLevel(KXLogLevelError);
+}
+
+void KXLog::log(KXLogLevel level, const std::string &message) const {
+  static constexpr std::array<const char *, 5> names{"Off", "Error", "Warn", "Info", "Debug"};
+  if (logLevel() < level) return;
+  if (level < 0 || static_cast<std::uint64_t>(level) >= names.size()) {
+    throw RangeException(stringWithFormat("log level %ld has no name", {level}));
+  }
+  Platform::current().console().log(
+      stringWithFormat("[KX %@] %@", {names[static_cast<std::size_t>(level)], message}));
+}
+
+}  // namespace kx

@@ -1,0 +1,58 @@
+#include "platform/SerialOperationQueue.h"
+
+#include <utility>
+
+#include "platform/Platform.h"
+
+namespace kx {
+
+void SerialOperationQueue::addOperation(Block operation) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    waiting_.push_back(std::move(operation));
+    if (std::exchange(submitted_, true)) return;
+  }
+  submit();
+}
+
+void SerialOperationQueue::cancelAllOperations() {
+  std::deque<Block> cancelled;  // outlives the lock: what the operations hold is released without it
+  const std::lock_guard<std::mutex> lock(mutex_);
+  cancelled.swap(waiting_);
+}
+
+void SerialOperationQueue::submit() {
+  // One task an operation, so that a busy queue does not keep a worker from others.
+  Platform::current().dispatch().globalQueue(DispatchQueuePriority::standard).async([queue = strong(*this)] {
+    queue->runNextOperation();
+  });
+}
+
+void SerialOperationQueue::runNextOperation() {
+  Block operation;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (waiting_.empty()) {  // cancelled since
+      submitted_ = false;
+      return;
+    }
+    operation = std::move(waiting_.front());
+    waiting_.pop_front();
+  }
+
+  // However the operation ends, the next one gets its turn.
+  struct Continuation {
+    SerialOperationQueue &queue;
+    ~Continuation() {
+      {
+        const std::lock_guard<std::mutex> lock(queue.mutex_);
+        queue.submitted_ = !queue.waiting_.empty();
+        if (!queue.submitted_) return;
+      }
+      queue.submit();
+    }
+  } const continuation{*this};
+  operation();
+}
+
+}  // namespace kx

@@ -1,0 +1,11 @@
+#include "platform/foundation/Error.h"
+
+#include "platform/foundation/StringFormat.h"
+
+namespace kx {
+
+std::string Error::description() const {
+  return stringWithFormat("Error Domain=%@ Code=%ld \"%@\"", {domain, code, localizedDescription});
+}
+
+}  // namespace kx

@@ -1,0 +1,30 @@
+#include "providers/KXAsn.h"
+
+#include "platform/Bundle.h"
+#include "platform/Platform.h"
+
+namespace kx {
+
+using namespace constants;
+
+std::shared_ptr<KXAsn> KXAsn::sharedInstance() {
+  static const auto &instance = *new std::shared_ptr<KXAsn>(make<KXAsn>());
+  return instance;
+}
+
+std::shared_ptr<MutableDictionary> KXAsn::computeData() {
+  Dictionary facts;
+  BundleService &bundles = Platform::current().bundles();
+  if (const auto mainBundle = bundles.mainBundle()) {
+    const auto identifier = mainBundle->bundleIdentifier();
+    // By way of the identifier on purpose: without one there is no executable's name either.
+    const auto bundle = bundles.bundleWithIdentifier(identifier);
+    const auto executable =
+        bundle == nullptr ? std::nullopt : bundle->objectForInfoDictionaryKey("CFBundleExecutable");
+    if (identifier) facts.set(dataKeyAsnBundleId, *identifier);
+    if (executable) facts.set(dataKeyAsnName, *executable);
+  }
+  return std::make_shared<MutableDictionary>(std::move(facts));
+}
+
+}  // namespace kx

@@ -1,0 +1,74 @@
+#include "providers/KXCarrier.h"
+
+#include <string>
+#include <string_view>
+
+#include "platform/Application.h"
+#include "platform/DispatchQueue.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Platform.h"
+#include "platform/foundation/StringFormat.h"
+
+namespace kx {
+
+using namespace constants;
+
+namespace {
+
+std::string removingEvery(std::string_view part, std::string text) {
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at))
+    text.erase(at, part.size());
+  return text;
+}
+
+}  // namespace
+
+std::shared_ptr<KXCarrier> KXCarrier::sharedInstance() {
+  static const auto &instance = *new std::shared_ptr<KXCarrier>(make<KXCarrier>());
+  return instance;
+}
+
+void KXCarrier::instanceDidStartInit() {
+  initCarrierInfo();
+  Platform &platform = Platform::current();
+  platform.defaultNotificationCenter().addObserverForName(
+      UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
+      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
+        provider->initCarrierInfo();
+        Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([provider] {
+          provider->updateData();
+        });
+      });
+}
+
+void KXCarrier::initCarrierInfo() {
+  const auto networkInfo = Platform::current().telephony().makeTelephonyNetworkInfo();
+  if (networkInfo == nullptr) return;
+  networkInfo_.set(networkInfo);
+  carrierInfo_.set(networkInfo->subscriberCellularProvider());
+  networkInfo->setSubscriberCellularProviderDidUpdateNotifier(
+      [provider = strong(*this)](const std::shared_ptr<Carrier> &carrier) {
+        provider->carrierInfo_.set(carrier);
+        provider->updateData();
+      });
+}
+
+std::shared_ptr<MutableDictionary> KXCarrier::computeData() {
+  Dictionary facts;
+  if (const auto carrier = carrierInfo()) {
+    const auto countryCode = carrier->mobileCountryCode();
+    const auto networkCode = carrier->mobileNetworkCode();
+    if (countryCode && networkCode) {
+      facts.set(dataKeyCarrierCode, stringWithFormat("%@-%@", {countryCode, networkCode}));
+    }
+  }
+  if (const auto networkInfo = this->networkInfo()) {
+    if (auto technology = networkInfo->currentRadioAccessTechnology()) {
+      facts.set(dataKeyRadioAccessTechnology,
+                removingEvery("CTRadioAccessTechnology", *std::move(technology)));
+    }
+  }
+  return std::make_shared<MutableDictionary>(std::move(facts));
+}
+
+}  // namespace kx

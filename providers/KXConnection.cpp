@@ -1,0 +1,116 @@
+#include "providers/KXConnection.h"
+
+#include "platform/Application.h"
+#include "platform/DispatchQueue.h"
+#include "platform/Platform.h"
+
+namespace kx {
+
+using namespace constants;
+
+std::shared_ptr<KXConnection> KXConnection::sharedInstance() {
+  static const auto &instance = *new std::shared_ptr<KXConnection>(make<KXConnection>());
+  return instance;
+}
+
+void KXConnection::instanceDidStartInit() {
+  SocketAddress anyAddress{};
+  anyAddress[0] = anyAddress.size();  // length
+  anyAddress[1] = 2;                  // AF_INET
+
+  Platform &platform = Platform::current();
+  const NetworkReachabilityRef handle = platform.networkReachability().createWithAddress(anyAddress);
+  if (handle == nullptr) return;
+  setReachability(handle);
+  platform.defaultNotificationCenter().addObserver(
+      strong(*this), Selector::of<&KXConnection::reachabilityDidChange>("reachabilityDidChange:"),
+      kReachabilityDidChangeNotification, nullptr);
+  startNotifier();
+  observeApplication();
+}
+
+void KXConnection::observeApplication() {
+  Platform &platform = Platform::current();
+  NotificationCenter &center = platform.defaultNotificationCenter();
+  center.addObserverForName(
+      UIApplicationDidEnterBackgroundNotification, platform.sharedApplication(),
+      platform.mainOperationQueue(),
+      [provider = strong(*this)](const std::shared_ptr<Notification> &) { provider->stopNotifier(); });
+  center.addObserverForName(
+      UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
+      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
+        provider->startNotifier();
+        Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([provider] {
+          if (provider->hasPermissions()) provider->updateData();
+        });
+      });
+}
+
+void KXConnection::startNotifier() {
+  const auto handle = reachability();
+  if (!handle) return;
+  Platform &platform = Platform::current();
+  NetworkReachability &service = platform.networkReachability();
+  const bool registered = service.setCallback(*handle, &ReachabilityCallback, {0, weak_from_this()});
+  if (*handle != nullptr && registered) {
+    service.scheduleWithRunLoop(*handle, platform.runLoops().currentRunLoop(), RunLoopMode::defaultMode);
+  }
+}
+
+void KXConnection::stopNotifier() {
+  const auto handle = reachability();
+  if (!handle) return;
+  Platform &platform = Platform::current();
+  platform.networkReachability().unscheduleFromRunLoop(*handle, platform.runLoops().currentRunLoop(),
+                                                       RunLoopMode::defaultMode);
+}
+
+void ReachabilityCallback(NetworkReachabilityRef /*target*/, NetworkReachabilityFlags /*flags*/,
+                          const std::weak_ptr<Object> &info) {
+  const auto provider = info.lock();
+  if (provider == nullptr) return;
+  Platform::current().defaultNotificationCenter().postNotificationName(kReachabilityDidChangeNotification,
+                                                                       provider);
+}
+
+void KXConnection::reachabilityDidChange(const std::shared_ptr<Notification> & /*notification*/) {
+  Platform::current()
+      .dispatch()
+      .globalQueue(DispatchQueuePriority::background)
+      .async([provider = strong(*this)] { provider->updateData(); });
+}
+
+KXNetworkStatus KXConnection::currentReachabilityStatus() {
+  const auto handle = reachability();
+  if (!handle || *handle == nullptr) return KXNetworkStatusNone;
+  const auto flags = Platform::current().networkReachability().getFlags(*handle);
+  return flags ? networkStatusForFlags(*flags) : KXNetworkStatusNone;
+}
+
+KXNetworkStatus KXConnection::networkStatusForFlags(NetworkReachabilityFlags flags) {
+  const auto has = [flags](NetworkReachabilityFlags mask) { return (flags & mask) != 0; };
+  if (!has(networkReachabilityFlagsReachable)) return KXNetworkStatusNone;
+  if (has(networkReachabilityFlagsIsWWAN)) return KXNetworkStatusCellular;
+  if (!has(networkReachabilityFlagsInterventionRequired) &&
+      has(networkReachabilityFlagsConnectionOnTraffic | networkReachabilityFlagsConnectionOnDemand)) {
+    return KXNetworkStatusWifi;
+  }
+  return has(networkReachabilityFlagsConnectionRequired) ? KXNetworkStatusNone : KXNetworkStatusWifi;
+}
+
+std::shared_ptr<MutableDictionary> KXConnection::computeData() {
+  Dictionary facts;
+  switch (currentReachabilityStatus()) {
+    case KXNetworkStatusWifi:
+      facts.set(dataKeyConnectionType, dataValueConnectionTypeWifi);
+      break;
+    case KXNetworkStatusCellular:
+      facts.set(dataKeyConnectionType, dataValueConnectionTypeCellular);
+      break;
+    case KXNetworkStatusNone:
+      break;
+  }
+  return std::make_shared<MutableDictionary>(std::move(facts));
+}
+
+}  // namespace kx

@@ -1,0 +1,91 @@
+#include "providers/KXDevice.h"
+
+#include <array>
+#include <vector>
+
+#include "platform/AdvertisingIdentifierManager.h"
+#include "platform/DispatchQueue.h"
+#include "platform/Locale.h"
+#include "platform/Platform.h"
+#include "platform/SystemName.h"
+#include "platform/WebView.h"
+#include "platform/foundation/StringFormat.h"
+
+namespace kx {
+
+using namespace constants;
+
+std::shared_ptr<KXDevice> KXDevice::sharedInstance() {
+  static const auto &instance = *new std::shared_ptr<KXDevice>(make<KXDevice>());
+  return instance;
+}
+
+void KXDevice::instanceDidStartInit() {
+  setCurrentDevice(Platform::current().devices().currentDevice());
+}
+
+std::shared_ptr<MutableDictionary> KXDevice::computeData() {
+  Dictionary facts;
+  if (auto value = deviceType()) facts.set(dataKeyDeviceType, *std::move(value));
+  facts.set(dataKeyDeviceMake, dataValueDeviceMake);
+  if (const auto device = currentDevice()) {
+    if (auto model = device->model()) facts.set(dataKeyDeviceModel, *std::move(model));
+    const auto systemName = device->systemName();
+    if (systemName) facts.set(dataKeyOs, *systemName);
+    const auto systemVersion = device->systemVersion();
+    if (systemName && systemVersion) {
+      facts.set(dataKeyOsVersion, stringWithFormat("%@ %@", {systemName, systemVersion}));
+    }
+  }
+  if (auto value = deviceName()) facts.set(dataKeyDeviceName, *std::move(value));
+  if (auto value = userAgent()) facts.set(dataKeyUserAgent, *std::move(value));
+  if (auto value = ifa()) facts.set(dataKeyIfa, *std::move(value));
+  if (const auto value = dnt()) facts.set(dataKeyDnt, *value);
+  if (auto value = languages(); value && !value->empty()) facts.set(dataKeyLanguages, *std::move(value));
+  return std::make_shared<MutableDictionary>(std::move(facts));
+}
+
+std::optional<std::string> KXDevice::deviceType() {
+  static constexpr std::array<const char *, 5> types{dataValueDeviceTypeUnspecified, dataValueDeviceTypePhone,
+                                                     dataValueDeviceTypeTablet, dataValueDeviceTypeTv,
+                                                     dataValueDeviceTypeCarplay};
+  const auto device = currentDevice();
+  if (device == nullptr) return std::nullopt;
+  const long idiom = device->userInterfaceIdiom();
+  const auto index = static_cast<unsigned long>(idiom) + 1;  // -1, unspecified, is the first one
+  return index < types.size() ? types[index] : stringWithFormat("%ld", {idiom});
+}
+
+std::optional<std::string> KXDevice::deviceName() {
+  return Platform::current().systemName().machine();
+}
+
+std::optional<std::string> KXDevice::userAgent() {
+  std::optional<std::string> result;
+  Platform &platform = Platform::current();
+  platform.dispatch().mainQueue().sync([&platform, &result] {
+    if (const auto webView = platform.webViews().makeWebView()) {
+      result = webView->stringByEvaluatingJavaScriptFromString("navigator.userAgent");
+    }
+  });
+  return result;
+}
+
+std::optional<std::string> KXDevice::ifa() {
+  const auto manager = Platform::current().advertising().sharedManager();
+  return manager == nullptr ? std::nullopt : manager->advertisingIdentifier();
+}
+
+std::optional<std::int64_t> KXDevice::dnt() {
+  const auto manager = Platform::current().advertising().sharedManager();
+  if (manager == nullptr) return std::nullopt;
+  return manager->isAdvertisingTrackingEnabled() ? 0 : 1;
+}
+
+std::optional<Array> KXDevice::languages() {
+  const std::vector<std::string> preferred = Platform::current().locale().preferredLanguages();
+  if (preferred.empty()) return std::nullopt;
+  return Array(preferred.begin(), preferred.end());
+}
+
+}  // namespace kx

@@ -1,0 +1,136 @@
+#include "providers/KXLocation.h"
+
+#include <utility>
+
+#include "platform/Application.h"
+#include "platform/DispatchQueue.h"
+#include "platform/LocationService.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Platform.h"
+
+namespace kx {
+
+using namespace constants;
+
+namespace {
+
+constexpr double distanceFilter = 10.0;  // metres
+
+Dictionary positionFacts(const Location &location) {
+  return {{dataKeyLocationLatitude, location.coordinate.latitude},
+          {dataKeyLocationLongitude, location.coordinate.longitude},
+          {dataKeyLocationHorizontalAccuracy, location.horizontalAccuracy},
+          {dataKeyLocationAltitude, location.altitude},
+          {dataKeyLocationVerticalAccuracy, location.verticalAccuracy}};
+}
+
+void addPlaceFacts(const Placemark &place, Dictionary &facts) {
+  if (place.ISOcountryCode) facts.set(dataKeyLocationCountry, *place.ISOcountryCode);
+  if (place.administrativeArea) facts.set(dataKeyLocationState, *place.administrativeArea);
+  if (place.locality) facts.set(dataKeyLocationCity, *place.locality);
+  if (place.postalCode) facts.set(dataKeyLocationZip, *place.postalCode);
+  if (place.timeZoneSecondsFromGMT) facts.set(dataKeyLocationTimezone, *place.timeZoneSecondsFromGMT);
+}
+
+}  // namespace
+
+std::shared_ptr<KXLocation> KXLocation::sharedInstance() {
+  static const auto &instance = *new std::shared_ptr<KXLocation>(make<KXLocation>());
+  return instance;
+}
+
+KXLocation::~KXLocation() {
+  if (const auto manager = locationManager()) manager->stopUpdatingLocation();
+}
+
+bool KXLocation::hasPermissions() {
+  LocationService &service = Platform::current().location();
+  if (!service.locationServicesEnabled()) return false;
+  return static_cast<unsigned>(service.authorizationStatus()) >
+         static_cast<unsigned>(AuthorizationStatus::denied);
+}
+
+void KXLocation::instanceDidStartInit() {
+  LocationService &service = Platform::current().location();
+  const auto manager = service.makeLocationManager();
+  locationManager_.set(manager);
+  if (manager != nullptr) {
+    manager->setDelegate(strong(*this));
+    manager->setDistanceFilter(distanceFilter);
+  }
+  geocoder_.set(service.makeGeocoder());
+  if (const auto permitted = permittedLocationManager()) permitted->startUpdatingLocation();
+  observeApplication();
+}
+
+void KXLocation::observeApplication() {
+  Platform &platform = Platform::current();
+  NotificationCenter &center = platform.defaultNotificationCenter();
+  center.addObserverForName(UIApplicationDidEnterBackgroundNotification, platform.sharedApplication(),
+                            platform.mainOperationQueue(),
+                            [provider = strong(*this)](const std::shared_ptr<Notification> &) {
+                              if (const auto manager = provider->locationManager())
+                                manager->stopUpdatingLocation();
+                            });
+  center.addObserverForName(
+      UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
+      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
+        const auto manager = provider->permittedLocationManager();
+        if (manager == nullptr) return;
+        manager->startUpdatingLocation();
+        Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([provider] {
+          provider->updateData();
+        });
+      });
+}
+
+std::shared_ptr<LocationManager> KXLocation::permittedLocationManager() {
+  return hasPermissions() ? locationManager() : nullptr;
+}
+
+std::shared_ptr<MutableDictionary> KXLocation::computeData() {
+  const auto manager = locationManager();
+  const auto location = manager == nullptr ? std::nullopt : manager->location();
+  // Written so that an accuracy that is not a number counts as invalid too.
+  if (!location || !(location->horizontalAccuracy >= 0.0)) return std::make_shared<MutableDictionary>();
+
+  Dictionary position = positionFacts(*location);
+  if (const auto geocoder = this->geocoder()) {
+    geocoder->reverseGeocodeLocation(
+        *location, [provider = strong(*this), position](const std::vector<Placemark> &placemarks) {
+          if (placemarks.empty()) return;
+          Dictionary positionAndPlace = position;
+          addPlaceFacts(placemarks.front(), positionAndPlace);
+          provider->updateData(std::make_shared<MutableDictionary>(std::move(positionAndPlace)));
+        });
+  }
+  return std::make_shared<MutableDictionary>(std::move(position));
+}
+
+void KXLocation::locationManager(LocationManager & /*manager*/, AuthorizationStatus /*status*/) {
+  if (const auto manager = permittedLocationManager()) {
+    manager->startUpdatingLocation();
+    updateData();
+    return;
+  }
+  if (const auto manager = locationManager()) manager->stopUpdatingLocation();
+  resetData();
+}
+
+void KXLocation::locationManager(LocationManager & /*manager*/, const std::vector<Location> & /*locations*/) {
+  if (hasPermissions()) updateData();
+}
+
+void KXLocation::locationManagerDidPauseLocationUpdates(LocationManager & /*manager*/) {
+  if (const auto manager = permittedLocationManager()) manager->stopUpdatingLocation();
+  resetData();
+}
+
+void KXLocation::locationManagerDidResumeLocationUpdates(LocationManager & /*manager*/) {
+  if (const auto manager = permittedLocationManager()) {
+    manager->startUpdatingLocation();
+    updateData();
+  }
+}
+
+}  // namespace kx

@@ -1,0 +1,38 @@
+#include "publisher/KXLogger.h"
+
+#include <utility>
+
+#include "platform/DispatchQueue.h"
+#include "platform/Platform.h"
+
+namespace kx {
+
+std::shared_ptr<KXLogger> KXLogger::sharedInstanceWithApiToken(const std::optional<std::string> &apiToken,
+                                                               const std::optional<std::string> &hostname) {
+  static const auto &instance = *new std::shared_ptr<KXLogger>(initWithApiToken(apiToken, hostname));
+  return instance;
+}
+
+std::shared_ptr<KXLogger> KXLogger::initWithApiToken(const std::optional<std::string> &apiToken,
+                                                     const std::optional<std::string> &hostname) {
+  const std::shared_ptr<KXLogger> logger(new KXLogger);
+  logger->setKxNetworking(KXNetworking::sharedInstanceWithApiToken(apiToken, hostname));
+  return logger;
+}
+
+void KXLogger::logData(Dictionary data, bool async) {
+  const auto networking = kxNetworking();
+  if (networking == nullptr) return;
+  if (!async) {
+    networking->sendData(data);
+    return;
+  }
+  Platform::current()
+      .dispatch()
+      .globalQueue(DispatchQueuePriority::background)
+      .async([logger = strong(*this), data = std::move(data)] {
+        if (const auto current = logger->kxNetworking()) current->sendData(data);
+      });
+}
+
+}  // namespace kx

@@ -1,0 +1,159 @@
+#include "KXPublisher/KXPublisher.h"
+
+#include <atomic>
+
+#include "diagnostics/KXLog.h"
+#include "platform/Application.h"
+#include "platform/DispatchQueue.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Platform.h"
+#include "platform/RunLoop.h"
+#include "providers/KXAsn.h"
+#include "providers/KXCarrier.h"
+#include "providers/KXConnection.h"
+#include "providers/KXDevice.h"
+#include "providers/KXLocation.h"
+#include "publisher/KXLogger.h"
+
+namespace kx {
+
+using namespace constants;
+
+namespace {
+
+/// Used as it stands, trailing dot included.
+constexpr const char *backgroundTaskName = "com.brindlecove.KXPublisher.";
+
+constexpr const char *identifierOfLimitedTracking = "00000000-0000-0000-0000-000000000000";
+
+std::optional<std::string> optionalString(const char *text) {
+  return text == nullptr ? std::nullopt : std::optional<std::string>(text);
+}
+
+/// Whether the message carries an advertising identifier under which it may be sent.
+bool passesSendGate(const Dictionary &message) {
+  const Value *const ifa = message.find(dataKeyIfa);
+  return ifa != nullptr && *ifa != Value("") && *ifa != Value(identifierOfLimitedTracking);
+}
+
+}  // namespace
+
+std::shared_ptr<KXPublisher> KXPublisher::sharedInstanceWithApiToken(
+    const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) noexcept {
+  try {
+    static const auto &instance = *new std::shared_ptr<KXPublisher>(initWithApiToken(apiToken, hostname));
+    return instance;
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+std::shared_ptr<KXPublisher> KXPublisher::sharedInstanceWithApiToken(const char *apiToken,
+                                                                     const char *hostname) noexcept {
+  try {
+    return sharedInstanceWithApiToken(optionalString(apiToken), optionalString(hostname));
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+std::shared_ptr<KXPublisher> KXPublisher::initWithApiToken(const std::optional<std::string> &apiToken,
+                                                           const std::optional<std::string> &hostname) {
+  const std::shared_ptr<KXPublisher> publisher(new KXPublisher);
+  publisher->init(apiToken, hostname);
+  return publisher;
+}
+
+void KXPublisher::init(const std::optional<std::string> &apiToken,
+                       const std::optional<std::string> &hostname) {
+  kxLog_.set(KXLog::sharedInstance());
+  dataProviders_.set({KXDevice::sharedInstance(), KXCarrier::sharedInstance(), KXLocation::sharedInstance(),
+                      KXConnection::sharedInstance(), KXAsn::sharedInstance()});
+  kxLogger_.set(KXLogger::sharedInstanceWithApiToken(apiToken, hostname));
+  scheduleReports();
+  observeApplication();
+}
+
+KXPublisher::~KXPublisher() {
+  if (const auto timer = logTimer()) timer->invalidate();
+  Platform::current().defaultNotificationCenter().removeObserver(*this);
+}
+
+void KXPublisher::scheduleReports() {
+  RunLoopService &runLoops = Platform::current().runLoops();
+  const Selector logDataSelector = Selector::of<&KXPublisher::logData>("logData:");
+  // Not kept: once scheduled, the early report is made, even if the application enters the background first.
+  runLoops.mainRunLoop()->addTimer(runLoops.timerWithTimeInterval(loggingFirstTimeDelay, strong(*this),
+                                                                  logDataSelector, /*repeats=*/false),
+                                   RunLoopMode::commonModes);
+  const auto logTimer =
+      runLoops.timerWithTimeInterval(loggingTimeInterval, strong(*this), logDataSelector, /*repeats=*/true);
+  logTimer_.set(logTimer);
+  runLoops.mainRunLoop()->addTimer(logTimer, RunLoopMode::commonModes);
+}
+
+void KXPublisher::observeApplication() {
+  Platform &platform = Platform::current();
+  NotificationCenter &center = platform.defaultNotificationCenter();
+  center.addObserverForName(UIApplicationDidEnterBackgroundNotification, platform.sharedApplication(),
+                            platform.mainOperationQueue(),
+                            [publisher = strong(*this)](const std::shared_ptr<Notification> &) {
+                              publisher->applicationDidEnterBackground();
+                            });
+  center.addObserverForName(UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
+                            platform.mainOperationQueue(),
+                            [publisher = strong(*this)](const std::shared_ptr<Notification> &) {
+                              publisher->applicationWillEnterForeground();
+                            });
+}
+
+void KXPublisher::applicationDidEnterBackground() {
+  if (const auto timer = logTimer()) {
+    timer->invalidate();
+    logTimer_.set(nullptr);
+  }
+  Platform &platform = Platform::current();
+  const auto application = platform.sharedApplication();
+  if (application->backgroundRefreshStatus() != BackgroundRefreshStatus::available) {
+    logDataAsync(false);
+    return;
+  }
+
+  // Shared by the worker and the expiration handler: whoever comes first ends the task, the other one ends
+  // `UIBackgroundTaskInvalid`, which is harmless.
+  const auto task = std::make_shared<std::atomic<BackgroundTaskIdentifier>>(UIBackgroundTaskInvalid);
+  const auto endTask = [application, task] {
+    application->endBackgroundTask(task->exchange(UIBackgroundTaskInvalid));
+  };
+  *task = application->beginBackgroundTaskWithName(backgroundTaskName, endTask);
+  platform.dispatch()
+      .globalQueue(DispatchQueuePriority::standard)
+      .async([publisher = strong(*this), endTask] {
+        publisher->logDataAsync(false);
+        endTask();
+      });
+}
+
+void KXPublisher::applicationWillEnterForeground() {
+  if (const auto timer = logTimer()) timer->invalidate();
+  scheduleReports();
+}
+
+void KXPublisher::logData(const std::shared_ptr<Timer> & /*sender*/) {
+  logDataAsync(true);
+}
+
+void KXPublisher::logDataAsync(bool async) {
+  Dictionary message = data();
+  if (passesSendGate(message)) kxLogger()->logData(std::move(message), async);
+}
+
+void KXPublisher::enableDebugging() noexcept {
+  if (const auto log = kxLog()) log->setLogLevel(KXLogLevelDebug);
+}
+
+void KXPublisher::disableDebugging() noexcept {
+  if (const auto log = kxLog()) log->setLogLevel(KXLogLevelError);
+}
+
+}  // namespace kx

@@ -1,0 +1,30 @@
+#include "transport/KXNetworking.h"
+
+#include <utility>
+
+namespace kx {
+
+std::shared_ptr<KXNetworking> KXNetworking::sharedInstanceWithApiToken(
+    const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) {
+  static const auto &instance = *new std::shared_ptr<KXNetworking>(initWithApiToken(apiToken, hostname));
+  return instance;
+}
+
+std::shared_ptr<KXNetworking> KXNetworking::initWithApiToken(std::optional<std::string> apiToken,
+                                                             std::optional<std::string> hostname) {
+  const std::shared_ptr<KXNetworking> networking(new KXNetworking(std::move(apiToken), std::move(hostname)));
+  networking->updateAccessToken(nullptr);
+  return networking;
+}
+
+KXNetworking::KXNetworking(std::optional<std::string> apiToken, std::optional<std::string> hostname)
+    : apiToken_(std::move(apiToken)),
+      hostname_(std::move(hostname)),
+      accessTokenOperationQueue_(std::make_shared<SerialOperationQueue>()) {}
+
+KXNetworking::~KXNetworking() {
+  accessTokenOperationQueue_->cancelAllOperations();
+  if (const auto timer = accessTokenRequestTimer()) timer->invalidate();
+}
+
+}  // namespace kx

@@ -1,0 +1,131 @@
+#include <algorithm>
+#include <utility>
+
+#include "diagnostics/KXLogError.h"
+#include "platform/Bundle.h"
+#include "platform/Clock.h"
+#include "platform/Device.h"
+#include "platform/Platform.h"
+#include "platform/RunLoop.h"
+#include "platform/foundation/Selector.h"
+#include "platform/foundation/StringFormat.h"
+#include "transport/KXNetworking.h"
+#include "transport/KXServicePaths.h"
+
+namespace kx {
+
+using namespace constants;
+
+namespace {
+
+/// What a login's answer amounts to: the token, or nothing, with its line in the log.
+std::optional<std::string> accessTokenFrom(const std::shared_ptr<URLResponse> &response,
+                                           const std::optional<Error> &error) {
+  if (error) {
+    KXLogError("Error getting access token: %@", {error->description()});
+    return std::nullopt;
+  }
+  const auto answer = std::dynamic_pointer_cast<HTTPURLResponse>(response);
+  if (answer == nullptr) return std::nullopt;
+  const long status = answer->statusCode();
+  if (status < 200 || status > 299) {
+    KXLogError("Error getting token. HTTP status: %lu", {status});
+    return std::nullopt;
+  }
+  const auto &fields = answer->allHeaderFields();
+  const auto token = fields.find("set-authorization");
+  if (token != fields.end()) return token->second;
+  Dictionary headers;
+  for (const auto &[name, value] : fields) headers.set(name, value);
+  KXLogError("getAccessToken received success status code %lu, but no access token found. Headers: %@",
+             {status, headers});
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<Dictionary> KXNetworking::loginDocument() const {
+  const auto apiToken = this->apiToken();
+  const auto hostname = this->hostname();
+  if (!apiToken || !hostname) return std::nullopt;
+
+  Platform &platform = Platform::current();
+  const auto device = platform.devices().currentDevice();
+  const auto systemName = device == nullptr ? std::nullopt : device->systemName();
+  const auto bundle = platform.bundles().mainBundle();
+  const auto bundleIdentifier = bundle == nullptr ? std::nullopt : bundle->bundleIdentifier();
+  const std::string name = stringWithFormat(
+      "%@.%@", {systemName.value_or(std::string()), bundleIdentifier.value_or(std::string())});
+  return Dictionary{
+      {"header", Dictionary{{"typ", "JWT"}, {"alg", "HS256"}}},
+      {"payload",
+       Dictionary{{"aud", Array{*hostname}}, {"iss", *hostname}, {"sub", *apiToken}, {"name", name}}}};
+}
+
+void KXNetworking::getAccessTokenWithCompletionHandler(AccessTokenCompletionHandler completionHandler) {
+  const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
+  const auto task = apiUploadTaskForPath(
+      kxPublisherApiPathGetToken(), hostname(), loginDocument(), session,
+      [completionHandler = std::move(completionHandler)](const std::shared_ptr<URLResponse> &response,
+                                                         const std::optional<Error> &error) {
+        completionHandler(accessTokenFrom(response, error));
+      });
+  if (task != nullptr) task->resume();
+  session->finishTasksAndInvalidate();
+}
+
+void KXNetworking::updateAccessToken(const std::shared_ptr<Object> & /*sender*/) {
+  // The time of the call, not of the decision: a token that arrives in between makes this request stale.
+  const double requestTime = Platform::current().clock().timeIntervalSince1970();
+  Block decision = [networking = strong(*this), requestTime] {
+    networking->decideAccessTokenRefresh(requestTime);
+  };
+  accessTokenOperationQueue_->cancelAllOperations();
+  accessTokenOperationQueue_->addOperation(std::move(decision));
+}
+
+void KXNetworking::decideAccessTokenRefresh(double requestTime) {
+  if (accessTokenWaitingResponse_) return;
+  const auto retry = accessTokenRequestTimer();
+  if (retry != nullptr && retry->isValid()) return;
+  if (requestTime < accessTokenLastUpdated_) return;
+
+  accessTokenWaitingResponse_ = true;
+  // If no request can be built, nothing resets the flag: no later refresh will be able to build one either.
+  getAccessTokenWithCompletionHandler([networking = strong(*this)](std::optional<std::string> accessToken) {
+    if (accessToken) {
+      networking->accessTokenArrived(*std::move(accessToken));
+    } else {
+      networking->accessTokenFailed();
+    }
+    networking->accessTokenWaitingResponse_ = false;
+  });
+}
+
+void KXNetworking::accessTokenArrived(std::string accessToken) {
+  accessToken_.set(std::move(accessToken));
+  accessTokenLastUpdated_ = Platform::current().clock().timeIntervalSince1970();
+  lastAccessTokenRequestTimeInterval_ = 0.0;
+  if (const auto retry = accessTokenRequestTimer()) retry->invalidate();
+}
+
+void KXNetworking::accessTokenFailed() {
+  updateLastAccessTokenRequestTimeInterval();
+  if (const auto retry = accessTokenRequestTimer()) retry->invalidate();
+  RunLoopService &runLoops = Platform::current().runLoops();
+  const auto retry = runLoops.timerWithTimeInterval(
+      lastAccessTokenRequestTimeInterval_, strong(*this),
+      Selector::of<&KXNetworking::updateAccessToken>("updateAccessToken:"), /*repeats=*/false);
+  accessTokenRequestTimer_.set(retry);
+  runLoops.mainRunLoop()->addTimer(retry, RunLoopMode::commonModes);
+}
+
+void KXNetworking::updateLastAccessTokenRequestTimeInterval() {
+  const double last = lastAccessTokenRequestTimeInterval_;
+  lastAccessTokenRequestTimeInterval_ =
+      last == 0.0
+          ? accessTokenRequestTimeIntervalMinValue
+          : std::min(last * accessTokenRequestTimeIntervalMultiplier, accessTokenRequestTimeIntervalMaxValue);
+}
+
+}  // namespace kx

@@ -1,0 +1,42 @@
+#include "diagnostics/KXLogError.h"
+#include "platform/Platform.h"
+#include "transport/KXNetworking.h"
+
+namespace kx {
+
+void KXNetworking::sendData(const Dictionary &message) {
+  const auto json = jsonForObject(Array{message});
+  if (!accessToken()) return;
+
+  const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
+  const auto data = json ? std::optional<Data>(Data(json->begin(), json->end())) : std::nullopt;
+  // The token is read afresh: one that has arrived since the test above is sent.
+  const auto task =
+      feedUploadTaskForData(data, hostname(), accessToken(), session,
+                            [networking = strong(*this)](const std::shared_ptr<URLResponse> &response,
+                                                         const std::optional<Error> &error) {
+                              networking->uploadCompleted(response, error);
+                            });
+  if (task != nullptr) task->resume();
+  session->finishTasksAndInvalidate();
+}
+
+void KXNetworking::uploadCompleted(const std::shared_ptr<URLResponse> &response,
+                                   const std::optional<Error> &error) {
+  if (error) {
+    KXLogError("Error sending data: %@", {error->description()});
+    KXLogError("Error sending data. HTTP status: %lu", {0});
+    return;
+  }
+  const auto answer = std::dynamic_pointer_cast<HTTPURLResponse>(response);
+  const long status = answer == nullptr ? 0 : answer->statusCode();
+  if (status >= 200 && status <= 299) return;
+  if (status == 403) {
+    KXLogError("Error sending data. Calling updateAccessToken:");
+    updateAccessToken(nullptr);
+    return;
+  }
+  KXLogError("Error sending data. HTTP status: %lu", {status});
+}
+
+}  // namespace kx
