@@ -11,6 +11,18 @@ namespace kx {
 
 using namespace constants;
 
+namespace {
+
+/// Milliseconds, but of whole seconds: the fraction is dropped first, as the service expects. A clock reading of which
+/// no integer can be made counts as 0.
+std::int64_t eventTime(double timeIntervalSince1970) {
+  constexpr double bound = 9e15;
+  const bool sane = timeIntervalSince1970 > -bound && timeIntervalSince1970 < bound;
+  return sane ? static_cast<std::int64_t>(timeIntervalSince1970) * 1000 : 0;
+}
+
+}  // namespace
+
 Dictionary KXPublisher::data() const {
   Dictionary message;
   for (const auto &provider : dataProviders()) {
@@ -23,9 +35,7 @@ Dictionary KXPublisher::data() const {
   message.set(dataKeyIpAddresses, Array(addresses.begin(), addresses.end()));
   Platform &platform = Platform::current();
   message.set(dataKeyEventId, platform.processInfo().globallyUniqueString());
-  // Milliseconds, but of whole seconds: the fraction is dropped first, as the service expects.
-  const auto seconds = static_cast<std::int64_t>(platform.clock().timeIntervalSince1970());
-  message.set(dataKeyEventTime, seconds * 1000);
+  message.set(dataKeyEventTime, eventTime(platform.clock().timeIntervalSince1970()));
   return message;
 }
 

@@ -41,7 +41,9 @@ class Selector {
   struct Call<void (Target::*)(const std::shared_ptr<Argument> &), Member> {
     static void perform(Object &target, const std::shared_ptr<Object> &argument) {
       auto *const receiver = dynamic_cast<Target *>(&target);
-      if (receiver != nullptr) (receiver->*Member)(std::dynamic_pointer_cast<Argument>(argument));
+      const auto received = std::dynamic_pointer_cast<Argument>(argument);
+      const bool otherKind = argument != nullptr && received == nullptr;
+      if (receiver != nullptr && !otherKind) (receiver->*Member)(received);
     }
   };
 

@@ -7,7 +7,7 @@ namespace kx {
 namespace {
 
 /// More tasks than this without time passing are one that submits itself again and again.
-constexpr std::uint64_t tooManyTasks = 10'000'000;
+constexpr std::uint64_t tooManyTasks = 1'000'000;
 
 /// Sets a variable until the end of the scope, however it is left.
 class Setting {

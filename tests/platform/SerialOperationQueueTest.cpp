@@ -1,0 +1,87 @@
+#include <stdexcept>
+#include <vector>
+
+#include "platform/SerialOperationQueue.h"
+#include "tests/support/SimulatedTest.h"
+
+namespace kx {
+namespace {
+
+class SerialOperationQueueTest : public SimulatedTest {
+ protected:
+  std::shared_ptr<SerialOperationQueue> queue = std::make_shared<SerialOperationQueue>();
+  std::vector<int> ran;
+
+  Block operation(int number) {
+    return [this, number] { ran.push_back(number); };
+  }
+};
+
+TEST_F(SerialOperationQueueTest, RunsOperationsInTheOrderOfAdding) {
+  for (int number = 1; number <= 3; ++number) queue->addOperation(operation(number));
+  EXPECT_TRUE(ran.empty());
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(SerialOperationQueueTest, RunsOperationsOffTheMainThread) {
+  bool onMainThread = true;
+  queue->addOperation([&] { onMainThread = device.scheduler.isMainThread(); });
+  device.runReadyTasks();
+  EXPECT_FALSE(onMainThread);
+}
+
+TEST_F(SerialOperationQueueTest, RunsOneOperationAtATime) {
+  queue->addOperation([this] {
+    queue->addOperation(operation(2));
+    device.scheduler.mainQueue().sync([] {});  // lets everything else run that may
+    ran.push_back(1);
+  });
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{1, 2}));
+}
+
+TEST_F(SerialOperationQueueTest, NeverRunsWhatWasCancelledBeforeItStarted) {
+  queue->addOperation(operation(1));
+  queue->cancelAllOperations();
+  queue->addOperation(operation(2));
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{2}));
+}
+
+TEST_F(SerialOperationQueueTest, FinishesWhatRunsWhenItIsCancelled) {
+  queue->addOperation([this] {
+    queue->addOperation(operation(2));
+    queue->cancelAllOperations();
+    ran.push_back(1);
+  });
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{1}));
+}
+
+TEST_F(SerialOperationQueueTest, ReleasesWhatACancelledOperationHolds) {
+  const auto held = std::make_shared<int>(1);
+  queue->addOperation([held] {});
+  queue->cancelAllOperations();
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST_F(SerialOperationQueueTest, GoesOnAfterAnOperationThatThrows) {
+  queue->addOperation([] { throw std::runtime_error("broken"); });
+  queue->addOperation(operation(2));
+  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
+  device.runReadyTasks();
+  queue->addOperation(operation(3));
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{2, 3}));
+}
+
+TEST_F(SerialOperationQueueTest, RunsWhatWasAddedEvenWhenNobodyHoldsTheQueueAnyMore) {
+  queue->addOperation(operation(1));
+  queue = nullptr;
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{1}));
+}
+
+}  // namespace
+}  // namespace kx
