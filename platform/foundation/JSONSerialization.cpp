@@ -1,56 +1,88 @@
 #include "platform/foundation/JSONSerialization.h"
 
-#include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+#include <utility>
 
 namespace kx {
 
 namespace {
 
+/// A text as a stream that RapidJSON writes to.
+class TextStream {
+ public:
+  using Ch = char;
+
+  void Put(char character) { text.push_back(character); }
+  void Flush() {}
+
+  std::string text;
+};
+
+/// Writes values. Brackets and commas are its own, for which RapidJSON would keep a stack; texts, their escapes and
+/// their validation, and numbers are RapidJSON's.
 template <unsigned flags>
-using Writer = rapidjson::Writer<rapidjson::StringBuffer, rapidjson::UTF8<>, rapidjson::UTF8<>,
-                                 rapidjson::CrtAllocator, flags>;
+class ValueWriter : private rapidjson::Writer<TextStream, rapidjson::UTF8<>, rapidjson::UTF8<>,
+                                              rapidjson::CrtAllocator, flags> {
+ public:
+  explicit ValueWriter(TextStream &stream) : ValueWriter::Writer(stream), stream_(stream) {}
 
-template <class AnyWriter>
-bool writeText(AnyWriter &writer, const std::string &text) {
-  return writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-}
+  bool write(const Value &value) {
+    if (value.text() != nullptr) return writeText(*value.text());
+    if (value.integer() != nullptr) return this->WriteInt64(*value.integer());
+    if (value.number() != nullptr) return this->WriteDouble(*value.number());
+    if (value.boolean() != nullptr) return this->WriteBool(*value.boolean());
+    if (value.array() != nullptr) return writeArray(*value.array());
+    return writeDictionary(*value.dictionary());
+  }
 
-template <class AnyWriter>
-bool write(AnyWriter &writer, const Value &value) {
-  if (value.text() != nullptr) return writeText(writer, *value.text());
-  if (value.integer() != nullptr) return writer.Int64(*value.integer());
-  if (value.number() != nullptr) return writer.Double(*value.number());
-  if (value.boolean() != nullptr) return writer.Bool(*value.boolean());
-  if (value.array() != nullptr) {
-    writer.StartArray();
-    for (const Value &element : *value.array()) {
-      if (!write(writer, element)) return false;
+ private:
+  bool writeText(const std::string &text) {
+    return this->WriteString(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  }
+
+  bool writeArray(const Array &array) {
+    char separator = '[';
+    for (const Value &element : array) {
+      stream_.Put(separator);
+      if (!write(element)) return false;
+      separator = ',';
     }
-    return writer.EndArray();
+    if (array.empty()) stream_.Put('[');
+    stream_.Put(']');
+    return true;
   }
-  writer.StartObject();
-  for (const Dictionary::Entry &entry : *value.dictionary()) {
-    if (!writeText(writer, entry.key) || !write(writer, entry.value)) return false;
+
+  bool writeDictionary(const Dictionary &dictionary) {
+    char separator = '{';
+    for (const Dictionary::Entry &entry : dictionary) {
+      stream_.Put(separator);
+      if (!writeText(entry.key)) return false;
+      stream_.Put(':');
+      if (!write(entry.value)) return false;
+      separator = ',';
+    }
+    if (dictionary.empty()) stream_.Put('{');
+    stream_.Put('}');
+    return true;
   }
-  return writer.EndObject();
-}
+
+  TextStream &stream_;
+};
 
 }  // namespace
 
 std::optional<std::string> JSONSerialization::dataWithJSONObject(const Value &object) {
   if (object.array() == nullptr && object.dictionary() == nullptr) return std::nullopt;
-  rapidjson::StringBuffer text;
-  Writer<rapidjson::kWriteValidateEncodingFlag> writer(text);
-  if (!write(writer, object)) return std::nullopt;
-  return std::string(text.GetString(), text.GetSize());
+  TextStream stream;
+  if (!ValueWriter<rapidjson::kWriteValidateEncodingFlag>(stream).write(object)) return std::nullopt;
+  return std::move(stream.text);
 }
 
 std::string JSONSerialization::descriptionOf(const Value &value) {
-  rapidjson::StringBuffer text;
-  Writer<rapidjson::kWriteNanAndInfFlag> writer(text);
-  write(writer, value);
-  return std::string(text.GetString(), text.GetSize());
+  TextStream stream;
+  ValueWriter<rapidjson::kWriteNanAndInfFlag>(stream).write(value);
+  return std::move(stream.text);
 }
 
 }  // namespace kx

@@ -65,7 +65,7 @@ TEST_F(KXNetworkingRequestsTest, BuildsALoginRequest) {
 }
 
 TEST_F(KXNetworkingRequestsTest, BuildsNoLoginRequestWithoutItsParts) {
-  const auto build = [this](const std::optional<std::string> &path, const std::optional<std::string> &host,
+  const auto build = [](const std::optional<std::string> &path, const std::optional<std::string> &host,
                             const std::optional<Dictionary> &document,
                             const std::shared_ptr<URLSession> &with) {
     return KXNetworking::apiUploadTaskForPath(path, host, document, with, [](const auto &, const auto &) {});

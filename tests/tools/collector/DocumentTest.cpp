@@ -1,0 +1,111 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tools/collector/Document.h"
+#include "tools/collector/Refusal.h"
+
+namespace kx::collector {
+namespace {
+
+using ::testing::HasSubstr;
+
+std::string refusalOf(const std::string &text) {
+  try {
+    parseDocument(text);
+    return "";
+  } catch (const Refusal &refusal) {
+    return std::to_string(refusal.status()) + " " + refusal.what();
+  }
+}
+
+std::string nested(std::size_t depth) {
+  return std::string(depth, '[') + std::string(depth, ']');
+}
+
+std::string objectOf(int members) {
+  std::string text;
+  for (int member = 0; member < members; ++member) {
+    text += (member == 0 ? "\"" : ",\"") + std::to_string(member) + "\":0";
+  }
+  return "{" + text + "}";
+}
+
+TEST(DocumentTest, KeepsTheOrderOfTheMembers) {
+  EXPECT_EQ(parseDocument(R"({"z":1,"a":[true,null],"m":{"b":"x","a":-1.5}})").dump(),
+            R"({"z":1,"a":[true,null],"m":{"b":"x","a":-1.5}})");
+}
+
+TEST(DocumentTest, RefusesWhatIsNotJSON) {
+  for (const char *text :
+       {"", " ", "{", "[1,]", "{'a':1}", "{\"a\":1}x", "[NaN]", "[01]", "// c\n1", "[\"\t\"]"}) {
+    EXPECT_THAT(refusalOf(text), HasSubstr("400 the body is not JSON text: ")) << text;
+  }
+}
+
+TEST(DocumentTest, RefusesANumberOutOfRange) {
+  EXPECT_THAT(refusalOf("[1e999]"), HasSubstr("400 the body is not JSON text: "));
+}
+
+TEST(DocumentTest, RefusesTextThatIsNotUTF8) {
+  for (const char *text :
+       {"[\"\xFF\"]", "[\"\xC0\xAF\"]", "[\"\xED\xA0\x80\"]", "[\"\xE2\x82\"]", "[\"\\uD800\"]"}) {
+    EXPECT_THAT(refusalOf(text), HasSubstr("400 the body is not JSON text: ")) << text;
+  }
+}
+
+TEST(DocumentTest, RefusesAByteOrderMark) {
+  EXPECT_EQ(refusalOf("\xEF\xBB\xBF[1]"), "400 the JSON text begins with a byte order mark");
+}
+
+TEST(DocumentTest, RefusesAKeyThatStandsTwiceInOneObject) {
+  EXPECT_EQ(refusalOf(R"({"a":1,"b":2,"a":1})"), "400 the key \"a\" stands twice in one object");
+  EXPECT_EQ(refusalOf(R"([{"x":{"b":2,"b":1}}])"), "400 the key \"b\" stands twice in one object");
+  EXPECT_EQ(refusalOf(R"({"a":1,"\u0061":1})"), "400 the key \"a\" stands twice in one object");
+}
+
+TEST(DocumentTest, TakesTheSameKeyInSeveralObjects) {
+  EXPECT_EQ(refusalOf(R"({"a":{"a":1},"b":[{"a":1},{"a":2}]})"), "");
+}
+
+TEST(DocumentTest, BoundsTheDepth) {
+  EXPECT_EQ(refusalOf(nested(8)), "");
+  EXPECT_EQ(refusalOf(nested(10)), "400 the JSON text is nested too deeply");
+  EXPECT_EQ(refusalOf(std::string(1000000, '[')), "400 the JSON text is nested too deeply");
+}
+
+TEST(DocumentTest, BoundsTheMembersOfAnObject) {
+  EXPECT_EQ(refusalOf(objectOf(1000)), "");
+  EXPECT_EQ(refusalOf(objectOf(1001)), "400 an object in the JSON text has too many keys");
+}
+
+TEST(DocumentTest, NoControlCharacterIsPrinted) {
+  EXPECT_EQ(quote("a\x1B[31mb\n\t\x7F"), R"("a\u001b[31mb\n\t\u007f")");
+  EXPECT_EQ(quote("\xC2\x9B"
+                  "31m"),
+            R"("\u009b31m")");
+  EXPECT_EQ(printable(Document{{"k\x7F", "\xC2\x80"}}), R"([["k\u007f","\u0080"]])");
+}
+
+TEST(DocumentTest, OtherCharactersArePrintedAsTheyAre) {
+  EXPECT_EQ(quote("München, \xC2\xA0 東京 /"), "\"München, \xC2\xA0 東京 /\"");
+}
+
+TEST(DocumentTest, WhatIsNotUTF8IsPrintedWithReplacementCharacters) {
+  EXPECT_EQ(quote("a\xFF"
+                  "b\xC2"),
+            "\"a\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD\"");
+}
+
+TEST(DocumentTest, LongTextsAreCutOff) {
+  EXPECT_EQ(quote(std::string(200, 'x')), "\"" + std::string(200, 'x') + "\"");
+  EXPECT_EQ(quote(std::string(1000, 'x')), "\"" + std::string(200, 'x') + "...\"");
+  EXPECT_EQ(printable(std::string(1000, 'x')), "\"" + std::string(499, 'x') + "...");
+  // Not within a character.
+  std::string umlauts;
+  for (int count = 0; count < 500; ++count) umlauts += "ü";
+  EXPECT_EQ(printable(umlauts).size(), 1 + 2 * 249 + 3u);
+}
+
+}  // namespace
+}  // namespace kx::collector
