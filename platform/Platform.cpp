@@ -14,7 +14,7 @@ std::atomic<Platform *> installed{nullptr};
 bool Platform::install(std::unique_ptr<Platform> platform) {
   Platform *none = nullptr;
   const bool first = installed.compare_exchange_strong(none, platform.get());
-  if (first) platform.release();
+  if (first) static_cast<void>(platform.release());  // owned by the process from now on
   return first;
 }
 

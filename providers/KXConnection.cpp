@@ -19,7 +19,7 @@ void KXConnection::instanceDidStartInit() {
   anyAddress[1] = 2;                  // AF_INET
 
   Platform &platform = Platform::current();
-  const NetworkReachabilityRef handle = platform.networkReachability().createWithAddress(anyAddress);
+  auto *const handle = platform.networkReachability().createWithAddress(anyAddress);
   if (handle == nullptr) return;
   setReachability(handle);
   platform.defaultNotificationCenter().addObserver(

@@ -86,7 +86,7 @@ class KX_EXPORT KXData : public Object {
   /// Makes a provider: plain construction, then `init`.
   template <class Provider>
   static std::shared_ptr<Provider> make() {
-    const std::shared_ptr<Provider> provider(new Provider);
+    std::shared_ptr<Provider> provider(new Provider);
     provider->init();
     return provider;
   }

@@ -1,5 +1,6 @@
 #include "providers/KXScheduler.h"
 
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -13,7 +14,11 @@ namespace {
 
 /// Bit for bit: a period that differs in its last bit is another period.
 bool identical(double left, double right) {
-  return std::memcmp(&left, &right, sizeof left) == 0;
+  std::uint64_t leftBits = 0;
+  std::uint64_t rightBits = 0;
+  std::memcpy(&leftBits, &left, sizeof left);
+  std::memcpy(&rightBits, &right, sizeof right);
+  return leftBits == rightBits;
 }
 
 }  // namespace

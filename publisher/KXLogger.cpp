@@ -15,7 +15,7 @@ std::shared_ptr<KXLogger> KXLogger::sharedInstanceWithApiToken(const std::option
 
 std::shared_ptr<KXLogger> KXLogger::initWithApiToken(const std::optional<std::string> &apiToken,
                                                      const std::optional<std::string> &hostname) {
-  const std::shared_ptr<KXLogger> logger(new KXLogger);
+  std::shared_ptr<KXLogger> logger(new KXLogger);
   logger->setKxNetworking(KXNetworking::sharedInstanceWithApiToken(apiToken, hostname));
   return logger;
 }

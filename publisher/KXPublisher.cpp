@@ -59,7 +59,7 @@ std::shared_ptr<KXPublisher> KXPublisher::sharedInstanceWithApiToken(const char 
 
 std::shared_ptr<KXPublisher> KXPublisher::initWithApiToken(const std::optional<std::string> &apiToken,
                                                            const std::optional<std::string> &hostname) {
-  const std::shared_ptr<KXPublisher> publisher(new KXPublisher);
+  std::shared_ptr<KXPublisher> publisher(new KXPublisher);
   publisher->init(apiToken, hostname);
   return publisher;
 }

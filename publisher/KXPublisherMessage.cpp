@@ -13,8 +13,8 @@ using namespace constants;
 
 namespace {
 
-/// Milliseconds, but of whole seconds: the fraction is dropped first, as the service expects. A clock reading of which
-/// no integer can be made counts as 0.
+/// Milliseconds, but of whole seconds: the fraction is dropped first, as the service expects. A clock reading
+/// of which no integer can be made counts as 0.
 std::int64_t eventTime(double timeIntervalSince1970) {
   constexpr double bound = 9e15;
   const bool sane = timeIntervalSince1970 > -bound && timeIntervalSince1970 < bound;

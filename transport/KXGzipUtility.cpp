@@ -59,7 +59,7 @@ std::optional<Data> KXGzipUtility::gzipData(const std::optional<Data> &data) {
   int result = deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, windowBitsWithGzipWrapper,
                             memoryLevel, Z_DEFAULT_STRATEGY);
   if (result != Z_OK) {
-    KXLogError("%s: deflateInit2() Error: \"%@\" Message: \"%s\"",
+    KXLogError(R"(%s: deflateInit2() Error: "%@" Message: "%s")",
                {operationName, messageForDeflateInit(result), static_cast<const char *>(stream.msg)});
     return std::nullopt;
   }
@@ -73,7 +73,7 @@ std::optional<Data> KXGzipUtility::gzipData(const std::optional<Data> &data) {
   } while (result == Z_OK);
 
   if (result != Z_STREAM_END) {
-    KXLogError("%s: zlib error while attempting compression: \"%@\" Message: \"%s\"",
+    KXLogError(R"(%s: zlib error while attempting compression: "%@" Message: "%s")",
                {operationName, messageForDeflate(result), static_cast<const char *>(stream.msg)});
     deflateEnd(&stream);
     return std::nullopt;

@@ -12,7 +12,7 @@ std::shared_ptr<KXNetworking> KXNetworking::sharedInstanceWithApiToken(
 
 std::shared_ptr<KXNetworking> KXNetworking::initWithApiToken(std::optional<std::string> apiToken,
                                                              std::optional<std::string> hostname) {
-  const std::shared_ptr<KXNetworking> networking(new KXNetworking(std::move(apiToken), std::move(hostname)));
+  std::shared_ptr<KXNetworking> networking(new KXNetworking(std::move(apiToken), std::move(hostname)));
   networking->updateAccessToken(nullptr);
   return networking;
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "platform/foundation/Export.h"
 #include "platform/foundation/Object.h"
@@ -24,7 +25,7 @@ class KX_EXPORT FormatArgument {
         integer_(static_cast<std::uint64_t>(integer)) {}
   FormatArgument(double number) : kind_(Kind::number), number_(number) {}
   FormatArgument(const char *text) : text_(text == nullptr ? "(null)" : text) {}
-  FormatArgument(const std::string &text) : text_(text) {}
+  FormatArgument(std::string text) : text_(std::move(text)) {}
   FormatArgument(std::string_view text) : text_(text) {}
   FormatArgument(const std::optional<std::string> &text) : text_(text ? *text : "(null)") {}
   FormatArgument(const Value &value) : text_(value.description()) {}

@@ -14,12 +14,11 @@ void SimulatedApplication::enterForeground() {
 }
 
 void SimulatedApplication::expireBackgroundTasks() {
-  // By index: a handler may begin another task.
-  for (std::size_t i = 0; i < backgroundTasks.size(); ++i) {
-    if (!backgroundTasks[i].ended && backgroundTasks[i].expirationHandler != nullptr) {
-      std::exchange(backgroundTasks[i].expirationHandler, nullptr)();
-    }
+  std::vector<std::function<void()>> handlers;  // called last, since one may begin another task
+  for (BackgroundTask &task : backgroundTasks) {
+    if (task.expirationHandler != nullptr) handlers.push_back(std::exchange(task.expirationHandler, nullptr));
   }
+  for (const auto &handler : handlers) handler();
 }
 
 BackgroundRefreshStatus SimulatedApplication::backgroundRefreshStatus() {

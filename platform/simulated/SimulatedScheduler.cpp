@@ -95,21 +95,18 @@ void SimulatedScheduler::submitAndWait(Queue &queue, const Block &work) {
 bool SimulatedScheduler::runOne() {
   // The main queue is serial: of its tasks only the first may run, and only while the main thread is free.
   std::vector<Tasks::iterator> runnable;
-  bool mainQueueSeen = !mainThreadWaits_;
+  bool mainThreadFree = mainThreadWaits_;
   for (auto task = ready_.begin(); task != ready_.end(); ++task) {
-    if (task->queue != &main_) {
-      runnable.push_back(task);
-    } else if (!std::exchange(mainQueueSeen, true)) {
-      runnable.push_back(task);
-    }
-    if (!seeded_ && !runnable.empty()) break;
+    if (task->queue == &main_ && !std::exchange(mainThreadFree, false)) continue;
+    runnable.push_back(task);
+    if (!seeded_) break;
   }
   if (runnable.empty()) return false;
   run(runnable[seeded_ ? random_() % runnable.size() : 0]);
   return true;
 }
 
-void SimulatedScheduler::run(Tasks::iterator task) {
+void SimulatedScheduler::run(const Tasks::iterator &task) {
   if (++tasksAtThisTime_ > tooManyTasks)
     throw SimulatedDeadlock("tasks run without end while no time passes");
   const Task running = std::move(*task);

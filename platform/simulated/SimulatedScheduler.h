@@ -68,7 +68,7 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   void submitAndWait(Queue &queue, const Block &work);
   /// Runs one ready task of those that may run; false when there is none.
   bool runOne();
-  void run(Tasks::iterator task);
+  void run(const Tasks::iterator &task);
   void preempt();
 
   std::mt19937_64 random_;

@@ -192,6 +192,10 @@ KeyCase number(const char *key) {
           {"1", true, nullptr, Document::array({1}), Document::object()}};
 }
 
+std::string nameOf(const ::testing::TestParamInfo<KeyCase> &info) {
+  return info.param.key;
+}
+
 INSTANTIATE_TEST_SUITE_P(OfTheLibrary, MessageKeyTest,
                          ::testing::Values(filledText("sdkName"), filledText("sdkVer"), filledText("id"),
                                            KeyCase{"ips",
@@ -202,7 +206,8 @@ INSTANTIATE_TEST_SUITE_P(OfTheLibrary, MessageKeyTest,
                                            KeyCase{"eventTime",
                                                    {0, 1700000000000, -1000, 9223372036854775000},
                                                    {1700000000999, 1700000000000.0, "1700000000000", nullptr,
-                                                    true, 9223372036854776000u, 18446744073709551000u}}));
+                                                    true, 9223372036854776000u, 18446744073709551000u}}),
+                         nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     OfTheDevice, MessageKeyTest,
@@ -215,21 +220,24 @@ INSTANTIATE_TEST_SUITE_P(
         KeyCase{"dnt", {0, 1}, {2, -1, 0.0, 1.0, true, false, "0", nullptr}},
         KeyCase{"languages",
                 {Document::array({"de"}), Document::array({"de-DE", "en"})},
-                {Document::array(), "de", nullptr, Document::array({1}), Document::array({"de", nullptr})}}));
+                {Document::array(), "de", nullptr, Document::array({1}), Document::array({"de", nullptr})}}),
+    nameOf);
 
 INSTANTIATE_TEST_SUITE_P(OfTheSubscription, MessageKeyTest,
-                         ::testing::Values(text("carrierCode"), text("radioAccessTechnology")));
+                         ::testing::Values(text("carrierCode"), text("radioAccessTechnology")), nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     OfTheLocation, MessageKeyTest,
     ::testing::Values(number("lat"), number("lon"), number("horizontalAccuracy"), number("altitude"),
                       number("verticalAccuracy"), text("country"), text("state"), text("city"), text("zip"),
-                      KeyCase{"tzOffset", {0, 7200, -12600}, {3600.0, "3600", nullptr, true}}));
+                      KeyCase{"tzOffset", {0, 7200, -12600}, {3600.0, "3600", nullptr, true}}),
+    nameOf);
 
 INSTANTIATE_TEST_SUITE_P(
     OfTheConnectionAndTheHost, MessageKeyTest,
     ::testing::Values(KeyCase{"connectionType", {"WIFI", "CELLULAR"}, {"wifi", "", "NONE", 1, nullptr}},
-                      text("bundleId"), text("asn")));
+                      text("bundleId"), text("asn")),
+    nameOf);
 
 }  // namespace
 }  // namespace kx::collector

@@ -83,7 +83,7 @@ TEST(DocumentTest, NoControlCharacterIsPrinted) {
   EXPECT_EQ(quote("\xC2\x9B"
                   "31m"),
             R"("\u009b31m")");
-  EXPECT_EQ(printable(Document{{"k\x7F", "\xC2\x80"}}), R"([["k\u007f","\u0080"]])");
+  EXPECT_EQ(printable(Document{{"k\x7F", "\xC2\x80"}}), R"({"k\u007f":"\u0080"})");
 }
 
 TEST(DocumentTest, OtherCharactersArePrintedAsTheyAre) {

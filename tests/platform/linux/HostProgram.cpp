@@ -1,0 +1,100 @@
+#include <gio/gio.h>
+
+#include <atomic>
+#include <clocale>
+#include <cstdio>
+#include <string>
+
+#include "KXPublisher/KXPublisher.h"
+#include "platform/DispatchQueue.h"
+#include "platform/Platform.h"
+#include "platform/linux/LinuxConsole.h"
+#include "platform/linux/LinuxHost.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "providers/KXAsn.h"
+#include "providers/KXDevice.h"
+
+// A host for tests that need a process of their own. Its argument says what it does.
+
+namespace {
+
+using namespace kx;
+
+int printALine() {
+  std::setlocale(LC_ALL, "");  // in whose encoding GLib prints
+  LinuxConsole().log("[KX Error] Br\u00f6tchen %s %d \u2603");
+  return 0;
+}
+
+/// Has an object of static storage that is destroyed while the library works.
+struct Static {
+  ~Static() { destroyed = true; }
+  std::atomic<bool> destroyed{false};
+} objectOfTheHost;
+
+int exitWithWork() {
+  Dispatch &dispatch = Platform::current().dispatch();
+  for (int i = 0; i < 1000; ++i) {
+    for (const auto priority : {DispatchQueuePriority::background, DispatchQueuePriority::standard}) {
+      dispatch.globalQueue(priority).async([&dispatch] {
+        std::string text;
+        while (text.size() < 10000 && !objectOfTheHost.destroyed) text += "work";
+        dispatch.globalQueue(DispatchQueuePriority::low).async([] {});
+        dispatch.mainQueue().async([] {});
+      });
+    }
+  }
+  dispatch.globalQueue(DispatchQueuePriority::background).async([&dispatch] {
+    dispatch.mainQueue().sync([] {});  // which nobody runs
+  });
+  return 0;
+}
+
+bool hasFacts(const std::shared_ptr<KXData> &provider) {
+  const auto data = provider->data();
+  return data != nullptr && !data->contents()->empty();
+}
+
+int startTheLibrary() {
+  g_set_prgname("linux-host");
+  GApplication *const application = g_application_new("org.example.Host", G_APPLICATION_NON_UNIQUE);
+  g_application_set_default(application);
+  LinuxHostOptions options;
+  options.advertisingIdentifier = "6d92078a-8246-4ba4-ae5b-76104861e7dc";
+  options.advertisingTrackingEnabled = false;
+  if (!LinuxHost::setOptions(options)) return 1;
+
+  static GMainLoop *const loop = g_main_loop_new(nullptr, FALSE);
+  g_idle_add(
+      [](gpointer) -> gboolean {
+        // Without a host name: no request leaves this process.
+        KXPublisher::sharedInstanceWithApiToken("the API token", nullptr);
+        return G_SOURCE_REMOVE;
+      },
+      nullptr);
+  g_timeout_add(
+      10,
+      [](gpointer) -> gboolean {
+        if (!hasFacts(KXDevice::sharedInstance()) || !hasFacts(KXAsn::sharedInstance()))
+          return G_SOURCE_CONTINUE;
+        g_main_loop_quit(loop);
+        return G_SOURCE_REMOVE;
+      },
+      nullptr);
+  g_main_loop_run(loop);
+  const auto publisher = KXPublisher::sharedInstanceWithApiToken(nullptr, nullptr);
+  std::printf("%s\n", publisher->description().c_str());
+  g_main_loop_unref(loop);
+  g_object_unref(application);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argumentsCount, char **arguments) {
+  const std::string command = argumentsCount == 2 ? arguments[1] : "";
+  if (command == "console") return printALine();
+  if (command == "exit") return exitWithWork();
+  if (command == "start") return startTheLibrary();
+  return 2;
+}

@@ -1,0 +1,181 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/AdvertisingIdentifierManager.h"
+#include "platform/LocationService.h"
+#include "platform/NetworkReachability.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Platform.h"
+#include "platform/Telephony.h"
+#include "platform/linux/LinuxHost.h"
+#include "platform/linux/LinuxPlatform.h"
+#include "tests/platform/linux/MainLoop.h"
+#include "tests/platform/linux/ThreadFacts.h"
+#include "tests/support/ChildProcess.h"
+
+namespace kx {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr const char *identifier = "6d92078a-8246-4ba4-ae5b-76104861e7dc";
+
+TEST(LinuxHost, GivesThePlatformItsOptions) {
+  LinuxHostOptions options;
+  options.advertisingIdentifier = identifier;
+  options.advertisingTrackingEnabled = false;
+  options.backgroundRefreshStatus = BackgroundRefreshStatus::restricted;
+  EXPECT_TRUE(LinuxHost::setOptions(options));
+  Platform &platform = Platform::current();
+  const auto manager = platform.advertising().sharedManager();
+  ASSERT_NE(manager, nullptr);
+  EXPECT_EQ(manager->advertisingIdentifier(), identifier);
+  EXPECT_FALSE(manager->isAdvertisingTrackingEnabled());
+  EXPECT_EQ(platform.sharedApplication()->backgroundRefreshStatus(), BackgroundRefreshStatus::restricted);
+}
+
+TEST(LinuxHost, WithoutOptionsThereIsNoAdvertisingIdentifier) {
+  Platform &platform = Platform::current();
+  const auto manager = platform.advertising().sharedManager();
+  ASSERT_NE(manager, nullptr);
+  EXPECT_EQ(manager->advertisingIdentifier(), std::nullopt);
+  EXPECT_TRUE(manager->isAdvertisingTrackingEnabled());
+  EXPECT_EQ(platform.sharedApplication()->backgroundRefreshStatus(), BackgroundRefreshStatus::available);
+}
+
+TEST(LinuxHost, AnIdentifierThatIsNoTextIsAbsent) {
+  LinuxHostOptions options;
+  options.advertisingIdentifier = "\xff";
+  EXPECT_TRUE(LinuxHost::setOptions(options));
+  EXPECT_EQ(Platform::current().advertising().sharedManager()->advertisingIdentifier(), std::nullopt);
+}
+
+TEST(LinuxHost, RefusesOptionsThatComeTooLate) {
+  Platform &platform = Platform::current();
+  LinuxHostOptions options;
+  options.advertisingIdentifier = identifier;
+  EXPECT_FALSE(LinuxHost::setOptions(options));
+  EXPECT_FALSE(LinuxHost::setOptions(options));
+  EXPECT_EQ(platform.advertising().sharedManager()->advertisingIdentifier(), std::nullopt);
+}
+
+TEST(LinuxHost, TheLastOptionsInTimeCount) {
+  LinuxHostOptions options;
+  options.advertisingIdentifier = "first";
+  EXPECT_TRUE(LinuxHost::setOptions(options));
+  options.advertisingIdentifier = "last";
+  EXPECT_TRUE(LinuxHost::setOptions(options));
+  EXPECT_EQ(Platform::current().advertising().sharedManager()->advertisingIdentifier(), "last");
+}
+
+TEST(LinuxHost, AnnouncesTheApplicationsTransitionsOnTheMainThread) {
+  Platform &platform = Platform::current();
+  std::vector<std::string> posted;
+  for (const char *const name :
+       {UIApplicationDidEnterBackgroundNotification, UIApplicationWillEnterForegroundNotification}) {
+    platform.defaultNotificationCenter().addObserverForName(
+        name, platform.sharedApplication(), platform.mainOperationQueue(),
+        [&](const std::shared_ptr<Notification> &notification) {
+          EXPECT_TRUE(platform.dispatch().isMainThread());
+          posted.push_back(notification->name());
+        });
+  }
+  const MainThread thread;
+  std::thread([] {
+    LinuxHost::didEnterBackground();
+    LinuxHost::didEnterBackground();
+  }).join();
+  EXPECT_TRUE(thread.runUntil([&posted] { return !posted.empty(); }));
+  LinuxHost::willEnterForeground();
+  LinuxHost::willEnterForeground();
+  EXPECT_THAT(posted, ElementsAre(UIApplicationDidEnterBackgroundNotification,
+                                  UIApplicationWillEnterForegroundNotification));
+}
+
+TEST(LinuxHost, AnObserverThatThrowsDoesNotReachTheHost) {
+  Platform &platform = Platform::current();
+  platform.defaultNotificationCenter().addObserverForName(
+      UIApplicationDidEnterBackgroundNotification, nullptr, platform.mainOperationQueue(),
+      [](const std::shared_ptr<Notification> &) { throw std::runtime_error("an observer's reason"); });
+  const MainThread thread;
+  testing::internal::CaptureStderr();
+  LinuxHost::didEnterBackground();
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("ended a task: an observer's reason\n"));
+}
+
+TEST(LinuxPlatform, IsMadeWithoutAThread) {
+  const std::size_t before = threadsCount();
+  Platform::current();
+  EXPECT_EQ(threadsCount(), before);
+}
+
+TEST(LinuxPlatform, HasNeitherTelephonyNorLocationNorReachability) {
+  Platform &platform = Platform::current();
+  EXPECT_EQ(platform.telephony().makeTelephonyNetworkInfo(), nullptr);
+  LocationService &location = platform.location();
+  EXPECT_EQ(location.makeLocationManager(), nullptr);
+  EXPECT_EQ(location.makeGeocoder(), nullptr);
+  EXPECT_FALSE(location.locationServicesEnabled());
+  EXPECT_EQ(location.authorizationStatus(), AuthorizationStatus::notDetermined);
+  NetworkReachability &reachability = platform.networkReachability();
+  EXPECT_EQ(reachability.createWithAddress({}), nullptr);
+  EXPECT_EQ(reachability.getFlags(nullptr), std::nullopt);
+  EXPECT_FALSE(reachability.setCallback(nullptr, nullptr, {}));
+  EXPECT_FALSE(reachability.scheduleWithRunLoop(nullptr, nullptr, RunLoopMode::defaultMode));
+  EXPECT_FALSE(reachability.unscheduleFromRunLoop(nullptr, nullptr, RunLoopMode::defaultMode));
+}
+
+// ---- In a process of its own
+
+TEST(LinuxConsole, PrintsALineWhateverGLibsDebuggingVariablesSay) {
+  const std::string line = "[KX Error] Br\u00f6tchen %s %d \u2603\n";
+  for (const char *const variable :
+       {"G_MESSAGES_DEBUG=", "G_MESSAGES_DEBUG=all", "G_MESSAGES_DEBUG=Other", "G_DEBUG=fatal-warnings"}) {
+    ChildProcess child({HOST_PROGRAM, "console"}, {variable, "LC_ALL=C.UTF-8"});
+    EXPECT_EQ(child.exitCode(), 0) << variable;
+    EXPECT_EQ(child.output(), "");
+    const std::string errors = child.errors();
+    EXPECT_THAT(errors, EndsWith(line)) << variable;
+    EXPECT_THAT(errors, StartsWith("KXPublisher-Message: ")) << variable;
+  }
+}
+
+TEST(LinuxHostProgram, EndsInTheMiddleOfWork) {
+  // The library's threads run on while the process ends; nothing that they use is torn down before.
+  for (int i = 0; i < 20; ++i) {
+    ChildProcess child({HOST_PROGRAM, "exit"});
+    EXPECT_EQ(child.exitCode(), 0);
+    EXPECT_EQ(child.errors(), "");
+  }
+}
+
+TEST(LinuxHostProgram, GathersTheFactsOfDeviceAndHost) {
+  const TemporaryDirectory data;
+  std::filesystem::create_directories(data.path() + "/applications");
+  std::ofstream(data.path() + "/applications/org.example.Host.desktop")
+      << "[Desktop Entry]\nType=Application\nName=Host\nExec=/usr/bin/example-host %U\n";
+  ChildProcess child({HOST_PROGRAM, "start"},
+                     {"XDG_DATA_HOME=" + data.path(), "LC_ALL=de_CH.UTF-8", "LANGUAGE=de_CH:en"});
+  EXPECT_EQ(child.exitCode(), 0) << child.errors();
+  const std::string message = child.output();
+  EXPECT_THAT(message, HasSubstr(std::string("\"ifa\":\"") + identifier + "\""));
+  EXPECT_THAT(message, HasSubstr("\"dnt\":1"));
+  EXPECT_THAT(message, HasSubstr("\"languages\":[\"de-CH\",\"en\"]"));
+  EXPECT_THAT(message, HasSubstr("\"deviceCategory\":\""));
+  EXPECT_THAT(message, HasSubstr("\"name\":\"" + *LinuxSystemName().machine() + "\""));
+  EXPECT_THAT(message, HasSubstr("\"platform\":\"" + *std::make_shared<LinuxDevice>()->systemName() + "\""));
+  EXPECT_THAT(message, HasSubstr("\"bundleId\":\"org.example.Host\""));
+  EXPECT_THAT(message, HasSubstr("\"asn\":\"example-host\""));
+}
+
+}  // namespace
+}  // namespace kx

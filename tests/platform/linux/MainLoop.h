@@ -1,0 +1,39 @@
+#pragma once
+
+#include <glib.h>
+
+#include <chrono>
+#include <functional>
+#include <stdexcept>
+
+namespace kx {
+
+/// Makes the calling thread the main thread, as a host does that runs its GApplication: it owns the default
+/// main context while this object exists.
+class MainThread {
+ public:
+  MainThread() {
+    if (g_main_context_acquire(nullptr) == FALSE) throw std::logic_error("another thread is the main thread");
+  }
+  ~MainThread() { g_main_context_release(nullptr); }
+  MainThread(const MainThread &) = delete;
+  MainThread &operator=(const MainThread &) = delete;
+
+  /// Runs the loop until `condition` holds, for as long as a busy machine may need; false when it never did.
+  /// The condition is tested after each iteration, and so by nothing else than what it waits for.
+  bool runUntil(const std::function<bool()> &condition) const {
+    bool outOfPatience = false;
+    const guint limit = g_timeout_add_seconds(30, &note, &outOfPatience);
+    while (!condition() && !outOfPatience) g_main_context_iteration(nullptr, TRUE);
+    if (!outOfPatience) g_source_remove(limit);
+    return !outOfPatience;
+  }
+
+ private:
+  static gboolean note(gpointer flag) {
+    *static_cast<bool *>(flag) = true;
+    return G_SOURCE_REMOVE;
+  }
+};
+
+}  // namespace kx

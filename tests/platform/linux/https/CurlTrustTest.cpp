@@ -1,0 +1,161 @@
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "tests/platform/linux/https/HTTPSTest.h"
+
+namespace kx {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::hours;
+using ::testing::HasSubstr;
+
+constexpr long handshakeFailed = 35;
+constexpr long notTrusted = 60;
+constexpr long badAuthorityFile = 77;
+
+/// Which servers are believed.
+class CurlTrustTest : public HTTPSTest {
+ protected:
+  Outcome postTo(const collector::PemCertificate &certificate, const TestServer::Options &options = {}) {
+    TestServer other(certificate, options);
+    const auto outcome = post(other.url());
+    EXPECT_EQ(other.requests().size(), outcome.response == nullptr ? 0u : 1u);
+    return outcome;
+  }
+
+  /// A directory with the certificate under the hash of its name, and nothing else.
+  std::string hashedDirectory(const std::string &certificate) {
+    const std::unique_ptr<BIO, int (*)(BIO *)> text(
+        BIO_new_mem_buf(certificate.data(), static_cast<int>(certificate.size())), &BIO_free);
+    const std::unique_ptr<X509, void (*)(X509 *)> parsed(
+        PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), &X509_free);
+    std::array<char, 16> name{};
+    std::snprintf(name.data(), name.size(), "%08lx.0", X509_subject_name_hash(parsed.get()));
+    const std::string directory = directory_ + "/hashed";
+    fs::create_directory(directory);
+    std::ofstream(directory + "/" + name.data()) << certificate;
+    return directory;
+  }
+
+  std::string emptyDirectory() {
+    const std::string directory = directory_ + "/unhashed";
+    fs::create_directory(directory);
+    std::ofstream(directory + "/ca-certificates.crt") << authority.certificate().certificate;
+    return directory;
+  }
+};
+
+TEST_F(CurlTrustTest, RefusesCertificatesOfOtherNames) {
+  const auto outcome = postTo(certificateFor({"example.test", "127.0.0.2"}));
+  EXPECT_EQ(outcome.errorCode(), notTrusted);
+  EXPECT_THAT(outcome.errorText(), HasSubstr("localhost"));
+  EXPECT_EQ(post(server.url("/", "127.0.0.1")).status(), 200);
+}
+
+TEST_F(CurlTrustTest, RefusesUnknownAuthorities) {
+  const collector::CertificateAuthority unknown("Test authority");
+  const auto now = std::chrono::system_clock::now();
+  const auto outcome = postTo(unknown.issue({"localhost"}, now - hours(1), now + hours(1)));
+  EXPECT_EQ(outcome.errorCode(), notTrusted);
+}
+
+TEST_F(CurlTrustTest, RefusesTheTestAuthorityWhenNobodyHasNamedIt) {
+  settings.certificateAuthorityFile = std::nullopt;
+  EXPECT_EQ(post(server.url()).errorCode(), notTrusted);
+}
+
+TEST_F(CurlTrustTest, RefusesCertificatesOutsideTheirTime) {
+  const auto now = std::chrono::system_clock::now();
+  const auto expired = postTo(authority.issue({"localhost"}, now - hours(48), now - hours(24)));
+  EXPECT_EQ(expired.errorCode(), notTrusted);
+  EXPECT_THAT(expired.errorText(), HasSubstr("expired"));
+  const auto early = postTo(authority.issue({"localhost"}, now + hours(24), now + hours(48)));
+  EXPECT_EQ(early.errorCode(), notTrusted);
+  EXPECT_THAT(early.errorText(), HasSubstr("not yet valid"));
+}
+
+TEST_F(CurlTrustTest, RefusesCertificatesThatSignThemselves) {
+  EXPECT_EQ(postTo(collector::CertificateAuthority("localhost").certificate()).errorCode(), notTrusted);
+}
+
+TEST_F(CurlTrustTest, RefusesOldVersionsOfTLS) {
+  TestServer::Options options;
+  options.ciphers = "DEFAULT:@SECLEVEL=0";
+  options.minimumVersion = TLS1_VERSION;
+  options.maximumVersion = TLS1_1_VERSION;
+  EXPECT_EQ(postTo(certificate(), options).errorCode(), handshakeFailed);
+}
+
+TEST_F(CurlTrustTest, SpeaksTheTwoCurrentVersionsOfTLS) {
+  for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+    TestServer::Options options;
+    options.minimumVersion = version;
+    options.maximumVersion = version;
+    EXPECT_EQ(postTo(certificate(), options).status(), 200);
+  }
+}
+
+TEST_F(CurlTrustTest, TrustsTheSystemsDirectory) {
+  settings.certificateAuthorityFile = std::nullopt;
+  settings.certificateDirectory = hashedDirectory(authority.certificate().certificate);
+  EXPECT_EQ(post(server.url()).status(), 200);
+}
+
+TEST_F(CurlTrustTest, TrustsTheHostsFileBesideTheSystemsDirectory) {
+  const collector::CertificateAuthority another("Another authority");
+  settings.certificateDirectory = hashedDirectory(another.certificate().certificate);
+  const auto now = std::chrono::system_clock::now();
+  EXPECT_EQ(post(server.url()).status(), 200);
+  EXPECT_EQ(postTo(another.issue({"localhost"}, now - hours(1), now + hours(1))).status(), 200);
+}
+
+TEST_F(CurlTrustTest, TrustsTheHostsFileWhereTheSystemHasNoSuchDirectory) {
+  settings.certificateDirectory = emptyDirectory();
+  EXPECT_EQ(post(server.url()).status(), 200);
+  const collector::CertificateAuthority unknown("Unknown authority");
+  const auto now = std::chrono::system_clock::now();
+  EXPECT_EQ(postTo(unknown.issue({"localhost"}, now - hours(1), now + hours(1))).errorCode(), notTrusted);
+}
+
+TEST_F(CurlTrustTest, TrustsTheSystemsBundleWhereThereIsNoSuchDirectory) {
+  settings.certificateAuthorityFile = std::nullopt;
+  settings.certificateDirectory = emptyDirectory();
+  EXPECT_EQ(post(server.url()).errorCode(), notTrusted);
+}
+
+TEST_F(CurlTrustTest, SendsNothingWhenTheHostsFileCannotBeRead) {
+  const std::string file = directory_ + "/broken.pem";
+  settings.certificateAuthorityFile = file;
+  const std::string directories[] = {"/etc/ssl/certs", emptyDirectory()};
+  const std::string pem = authority.certificate().certificate;
+  for (const auto &directory : directories) {
+    settings.certificateDirectory = directory;
+    const auto postByAnotherService = [this] {
+      CurlURLSessionService another(dispatch, settings);
+      return sendBy(another, request(server.url()));
+    };
+    fs::remove_all(file);
+    EXPECT_EQ(postByAnotherService().errorCode(), badAuthorityFile) << "missing";
+    fs::create_directory(file);
+    EXPECT_EQ(postByAnotherService().errorCode(), badAuthorityFile) << "a directory";
+    fs::remove_all(file);
+    for (const auto &contents :
+         {std::string(), std::string("nonsense\n"), pem.substr(0, pem.size() / 2),
+          "-----BEGIN CERTIFICATE-----\nbm9uc2Vuc2U=\n-----END CERTIFICATE-----\n" + pem}) {
+      std::ofstream(file) << contents;
+      EXPECT_EQ(postByAnotherService().errorCode(), badAuthorityFile) << contents;
+    }
+  }
+  EXPECT_EQ(server.requests().size(), 0u);
+}
+
+}  // namespace
+}  // namespace kx

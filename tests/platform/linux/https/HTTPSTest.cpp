@@ -1,0 +1,129 @@
+#include "tests/platform/linux/https/HTTPSTest.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <utility>
+
+namespace kx {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::chrono::seconds patience(45);
+
+std::string makeDirectory() {
+  std::string path = (fs::temp_directory_path() / "kx-https-XXXXXX").string();
+  if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary directory");
+  return path;
+}
+
+}  // namespace
+
+std::string HTTPSTest::Outcome::field(const std::string &name) const {
+  if (response == nullptr) return "";
+  const auto found = response->allHeaderFields().find(name);
+  return found == response->allHeaderFields().end() ? "" : found->second;
+}
+
+HTTPSTest::HTTPSTest() : directory_(makeDirectory()) {
+  setenv("no_proxy", "*", 1);
+  settings.certificateAuthorityFile = directory_ + "/authority.pem";
+  std::ofstream(*settings.certificateAuthorityFile) << authority.certificate().certificate;
+}
+
+HTTPSTest::~HTTPSTest() {
+  fs::remove_all(directory_);
+}
+
+collector::PemCertificate HTTPSTest::certificate() const {
+  return certificateFor({"localhost", "127.0.0.1", "::1"});
+}
+
+collector::PemCertificate HTTPSTest::certificateFor(const std::vector<std::string> &names) const {
+  const auto now = std::chrono::system_clock::now();
+  return authority.issue(names, now - std::chrono::hours(1), now + std::chrono::hours(24));
+}
+
+CurlURLSessionService &HTTPSTest::service() {
+  if (service_ == nullptr) service_ = std::make_unique<CurlURLSessionService>(dispatch, settings);
+  return *service_;
+}
+
+URLRequest HTTPSTest::request(const std::string &url, HTTPHeaderFields fields) {
+  URLRequest request(URL{url});
+  request.HTTPMethod = "POST";
+  request.allHTTPHeaderFields = std::move(fields);
+  return request;
+}
+
+std::shared_ptr<URLSessionUploadTask> HTTPSTest::task(const URLRequest &request, std::optional<Data> body) {
+  return taskOf(*service().sessionWithDefaultConfiguration(), request, std::move(body));
+}
+
+std::shared_ptr<URLSessionUploadTask> HTTPSTest::taskOf(URLSession &session, const URLRequest &request,
+                                                        std::optional<Data> body) {
+  const auto start = std::chrono::steady_clock::now();
+  return session.uploadTaskWithRequest(
+      request, std::move(body),
+      [this, start](const std::shared_ptr<URLResponse> &response, const std::optional<Error> &error) {
+        EXPECT_NE(response == nullptr, !error.has_value());
+        const auto duration =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+        {
+          const std::lock_guard<std::mutex> lock(mutex_);
+          outcomes_.push_back({std::dynamic_pointer_cast<HTTPURLResponse>(response), error,
+                               std::this_thread::get_id(), duration});
+        }
+        changed_.notify_all();
+      });
+}
+
+std::vector<HTTPSTest::Outcome> HTTPSTest::waitForOutcomes(std::size_t count) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  EXPECT_TRUE(changed_.wait_for(lock, patience, [this, count] { return outcomes_.size() >= count; }))
+      << outcomes_.size() << " of " << count;
+  std::vector<Outcome> outcomes = outcomes_;
+  outcomes.resize(std::max(count, outcomes.size()));
+  return outcomes;
+}
+
+HTTPSTest::Outcome HTTPSTest::send(const URLRequest &request, std::optional<Data> body) {
+  return sendBy(service(), request, std::move(body));
+}
+
+HTTPSTest::Outcome HTTPSTest::sendBy(URLSessionService &service, const URLRequest &request,
+                                     std::optional<Data> body) {
+  const std::size_t before = outcomes().size();
+  taskOf(*service.sessionWithDefaultConfiguration(), request, std::move(body))->resume();
+  return waitForOutcomes(before + 1).back();
+}
+
+std::vector<HTTPSTest::Outcome> HTTPSTest::outcomes() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return outcomes_;
+}
+
+bool HTTPSTest::eventually(const std::function<bool()> &condition) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+int HTTPSTest::threadsNamed(const std::string &name) {
+  int count = 0;
+  std::error_code error;
+  for (const auto &thread : fs::directory_iterator("/proc/self/task", error)) {
+    std::string line;
+    std::getline(std::ifstream(thread.path() / "comm"), line);
+    if (line == name) ++count;
+  }
+  return count;
+}
+
+}  // namespace kx
