@@ -21,7 +21,7 @@ std::shared_ptr<KXLog> KXLog::sharedInstance() {
 void KXLog::log(KXLogLevel level, const std::string &message) const {
   static constexpr std::array<const char *, 5> names{"Off", "Error", "Warn", "Info", "Debug"};
   if (logLevel() < level) return;
-  if (level < 0 || static_cast<std::uint64_t>(level) >= names.size()) {
+  if (static_cast<std::uint64_t>(level) >= names.size()) {  // a negative one included
     throw RangeException(stringWithFormat("log level %ld has no name", {level}));
   }
   Platform::current().console().log(

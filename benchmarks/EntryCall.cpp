@@ -1,0 +1,69 @@
+// How long the library's entry call keeps its caller, in fresh processes, beside the start and end of one
+// thread, which a host can relate to.
+
+#include <KXPublisher/KXPublisher.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "benchmarks/Children.h"
+#include "platform/linux/LinuxHost.h"
+
+namespace {
+
+using Microseconds = std::chrono::duration<double, std::micro>;
+
+template <class Call>
+double microseconds(Call call) {
+  const auto start = std::chrono::steady_clock::now();
+  call();
+  return Microseconds(std::chrono::steady_clock::now() - start).count();
+}
+
+void child() {
+  kx::LinuxHostOptions options;
+  options.advertisingIdentifier = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
+  kx::LinuxHost::setOptions(options);
+  const double thread = microseconds([] { std::thread([] {}).join(); });
+  const double entry =
+      microseconds([] { kx::KXPublisher::sharedInstanceWithApiToken("token", "localhost:1"); });
+  const double later =
+      microseconds([] { kx::KXPublisher::sharedInstanceWithApiToken("token", "localhost:1"); });
+  std::printf("%f %f %f\n", entry, later, thread);
+  std::fflush(stdout);
+  std::_Exit(0);
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+void parent(int count) {
+  std::vector<double> entries;
+  std::vector<double> laterCalls;
+  std::vector<double> ratios;
+  for (int i = 0; i < count; ++i) {
+    double entry = 0;
+    double later = 0;
+    double thread = 0;
+    if (std::sscanf(outputOfChild().c_str(), "%lf %lf %lf", &entry, &later, &thread) != 3) std::exit(1);
+    entries.push_back(entry);
+    laterCalls.push_back(later);
+    ratios.push_back(entry / thread);
+  }
+  std::printf("%d process starts, medians\n", count);
+  std::printf("entry call, first:           %8.1f us\n", median(entries));
+  std::printf("entry call, later:           %8.3f us\n", median(laterCalls));
+  std::printf("first call to one thread:    %8.2f (ratio)\n", median(ratios));
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  return runParentOrChild(argc, argv, parent, child, 200);
+}

@@ -1,0 +1,34 @@
+# What `cmake --install` puts where: the library, its headers below include/KXPublisher, and the files by which CMake and
+# pkg-config find them.
+include(CMakePackageConfigHelpers)
+
+set(targets KXPublisher)
+if(NOT KX_PLATFORM STREQUAL simulated)
+  list(APPEND targets KXPublisherSimulated)
+endif()
+install(TARGETS ${targets} EXPORT KXPublisher
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/KXPublisher)
+install(DIRECTORY include/KXPublisher/ DESTINATION ${headers} FILES_MATCHING PATTERN "*.h")
+foreach(folder diagnostics platform providers publisher transport)
+  install(DIRECTORY ${folder} DESTINATION ${headers} FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE)
+endforeach()
+if(KX_PLATFORM STREQUAL linux)
+  install(FILES platform/linux/LinuxHost.h DESTINATION ${headers}/platform/linux)
+endif()
+
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/KXPublisher)
+install(EXPORT KXPublisher NAMESPACE KXPublisher:: DESTINATION ${package})
+configure_package_config_file(cmake/KXPublisherConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfig.cmake
+  INSTALL_DESTINATION ${package})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfigVersion.cmake
+  DESTINATION ${package})
+
+configure_file(cmake/KXPublisher.pc.in ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
