@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "tests/tools/collector/Requests.h"
 #include "tools/collector/CollectionService.h"
 
@@ -211,6 +213,46 @@ TEST_F(CollectionServiceTest, ARefusalShowsWhatHasArrivedAsFarAsItCouldBeRead) {
   EXPECT_EQ(answer.reason, "unknown key \"colour\"");
   EXPECT_EQ(answer.document, document);
   EXPECT_FALSE(receive(messageRequest("unknown")).document);
+}
+
+/// The same text, a few bytes of which are others, missing or repeated.
+std::string damaged(std::string text, std::mt19937 &random) {
+  const auto below = [&random](std::size_t bound) { return random() % bound; };
+  for (std::size_t count = 1 + below(4); count > 0 && !text.empty(); --count) {
+    const std::size_t at = below(text.size());
+    switch (below(4)) {
+      case 0:
+        text[at] = static_cast<char>(below(256));
+        break;
+      case 1:
+        text.erase(at, 1 + below(8));
+        break;
+      case 2:
+        text.insert(at, text.substr(below(text.size()), 1 + below(8)));
+        break;
+      default:
+        text[at] = "{}[]\",:0\\"[below(9)];
+    }
+  }
+  return text;
+}
+
+TEST_F(CollectionServiceTest, WhateverTheBodyHoldsItIsTakenOrRefused) {
+  std::mt19937 random(20240229);
+  const std::string token = logIn();
+  for (int count = 0; count < 5000; ++count) {
+    Request login = loginRequest();
+    Request message = messageRequest(token);
+    const bool packed = random() % 2 == 0;  // whether the gzip member is damaged, or what is in it
+    login.body = packed ? damaged(login.body, random) : gzip(damaged(loginDocument().dump(), random));
+    message.body = packed ? damaged(message.body, random) : gzip(damaged(messageDocument().dump(), random));
+    for (const Request &request : {login, message}) {
+      const Answer answer = receive(request);
+      EXPECT_EQ(answer.reason.empty(), answer.status == 200) << answer.reason;
+      EXPECT_THAT(answer.status, ::testing::AnyOf(200, 400, 413)) << answer.reason;
+      EXPECT_EQ(answer.reason.find_first_of("\x1B\x7F"), std::string::npos) << answer.reason;
+    }
+  }
 }
 
 TEST_F(CollectionServiceTest, WhatIsRefusedIsQuotedWithoutControlCharacters) {

@@ -34,7 +34,6 @@ TEST(OptionsTest, WithoutArgumentsItListensOnLoopback) {
   EXPECT_EQ(none.port, 8443);
   EXPECT_FALSE(none.directory);
   EXPECT_FALSE(none.certificate);
-  EXPECT_FALSE(none.key);
   EXPECT_FALSE(none.service.login.status);
   EXPECT_FALSE(none.service.message.status);
   EXPECT_EQ(none.service.login.delay, milliseconds(0));
@@ -56,8 +55,9 @@ TEST(OptionsTest, ReadsWhereToListen) {
 TEST(OptionsTest, ReadsFiles) {
   EXPECT_EQ(options({"--directory", "/some/where"}).directory, "/some/where");
   const Options given = options({"--certificate", "c.pem", "--key", "k.pem"});
-  EXPECT_EQ(given.certificate, "c.pem");
-  EXPECT_EQ(given.key, "k.pem");
+  ASSERT_TRUE(given.certificate);
+  EXPECT_EQ(given.certificate->certificate, "c.pem");
+  EXPECT_EQ(given.certificate->key, "k.pem");
 }
 
 TEST(OptionsTest, ReadsTheFaultsOfEachEndpoint) {

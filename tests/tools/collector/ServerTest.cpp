@@ -110,7 +110,7 @@ TEST_F(ServerTest, AClientThatNeverShakesHandsIsDropped) {
   limits.timeout = milliseconds(300);
   Client client(port(), authority.certificate().certificate, /*handshake=*/false);
   client.waitForEnd();
-  expectFailure("no TLS handshake: ");
+  expectFailure("no TLS handshake: it took too long");
 }
 
 TEST_F(ServerTest, GarbageInsteadOfHTTPIsRefused) {
@@ -131,7 +131,9 @@ TEST_F(ServerTest, AnAnswerToAHeadRequestHasNoBody) {
   Request request = loginRequest();
   request.method = "HEAD";
   client->write(wireText(request) + wireText(loginRequest()));
-  expectAnswer(client->read(), 405);
+  const auto response = client->read();
+  expectAnswer(response, 405);
+  EXPECT_EQ(response->body(), "");
   expectAnswer(client->read(), 200);
 }
 
@@ -144,7 +146,7 @@ TEST_F(ServerTest, ARequestThatStopsHalfWayIsDropped) {
     client->waitForEnd();
   }
   EXPECT_TRUE(eventually([this] { return log.failures().size() == 3; }));
-  expectFailure("a request has not arrived whole: ");
+  expectFailure("a request has not arrived whole: it took too long");
   EXPECT_TRUE(log.answers().empty());
 }
 
@@ -157,7 +159,18 @@ TEST_F(ServerTest, AClientThatSendsTooSlowlyIsDroppedHoweverSteadyItIs) {
     std::this_thread::sleep_for(milliseconds(20));
   }
   EXPECT_TRUE(client->error);
-  expectFailure("a request has not arrived whole: ");
+  expectFailure("a request has not arrived whole: it took too long");
+}
+
+TEST_F(ServerTest, AClientThatSendsTooMuchTooFastIsDroppedAsWell) {
+  limits.timeout = milliseconds(500);
+  const auto client = connect();
+  client->write("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n");
+  const std::string chunk = "1;" + std::string(60000, 'x') + "\r\nx\r\n";
+  const auto start = steady_clock::now();
+  while (!client->error && steady_clock::now() < start + std::chrono::seconds(30)) client->write(chunk);
+  EXPECT_TRUE(client->error);
+  expectFailure("a request has not arrived whole: it took too long");
 }
 
 TEST_F(ServerTest, AConnectionThatNothingIsAskedOnEndsWithoutAWord) {
@@ -205,9 +218,26 @@ TEST_F(ServerTest, AnEndlessHeaderIsRefused) {
 
 TEST_F(ServerTest, ALongBodyIsRefusedWhileItIsStillBeingSent) {
   settings.maximumBodySize = 1000;
+  limits.lingering = std::chrono::seconds(30);
+  const auto client = connect();
   Request request = loginRequest();
-  request.body = std::string(1 << 20, 'x');
-  expectAnswer(exchange(request), 413, "the body has more than 1000 bytes");
+  request.body = std::string(16 << 20, 'x');  // more than any buffer on the way holds
+  client->write(wireText(request));
+  EXPECT_FALSE(client->error) << client->error.message();
+  expectAnswer(client->read(), 413, "the body has more than 1000 bytes");
+}
+
+TEST_F(ServerTest, AClientThatNeverStopsSendingIsCutOff) {
+  settings.maximumBodySize = 1000;
+  limits.lingering = milliseconds(300);
+  const auto client = connect();
+  Request request = loginRequest();
+  request.body = std::string(2000, 'x');
+  const std::string most(1 << 16, 'x');
+  client->write(wireText(request));
+  const auto start = steady_clock::now();
+  while (!client->error && steady_clock::now() < start + std::chrono::seconds(30)) client->write(most);
+  EXPECT_TRUE(client->error);
   expectThatItServes();
 }
 
@@ -218,6 +248,12 @@ TEST_F(ServerTest, ALongBodyWithoutALengthIsRefused) {
   for (int count = 0; count < 1000; ++count) chunks += "100\r\n" + std::string(256, 'x') + "\r\n";
   client->write(chunks);
   expectAnswer(client->read(), 413, "the body has more than 1000 bytes");
+}
+
+TEST_F(ServerTest, AnEndlessHeaderOfAChunkIsRefused) {
+  const auto client = connect();
+  client->write("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n1;" + std::string(1 << 20, 'x'));
+  expectAnswer(client->read(), 400);
 }
 
 TEST_F(ServerTest, AHugeLengthIsRefusedAtOnce) {

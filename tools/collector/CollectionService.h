@@ -1,0 +1,96 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tools/collector/AccessTokens.h"
+#include "tools/collector/Document.h"
+
+namespace kx::collector {
+
+/// An HTTP request that has arrived whole.
+struct Request {
+  std::string method;
+  std::string target;                                       ///< as sent: path and query
+  std::vector<std::pair<std::string, std::string>> fields;  ///< name and value, repeated ones included
+  std::string body;                                         ///< as sent, not unpacked
+
+  /// The values of all header fields of that name, in any case of letters.
+  std::vector<std::string> values(std::string_view name) const;
+};
+
+enum class Endpoint { unknown, login, message };
+
+/// What the service makes of a request.
+struct Answer {
+  Endpoint endpoint = Endpoint::unknown;
+  unsigned status = 200;
+  /// Why the request was not accepted, or not answered so, in words for the developer of the client; empty
+  /// when it was.
+  std::string reason;
+  /// The access token that the answer to an accepted login carries.
+  std::optional<std::string> accessToken;
+  /// What the body held, as far as it could be read.
+  std::optional<Document> document;
+  /// How long to wait before answering.
+  std::chrono::milliseconds delay{0};
+  /// Close the connection instead of answering.
+  bool drop = false;
+};
+
+/// How an endpoint misbehaves, for the tests of a client.
+struct EndpointFaults {
+  /// The status of the answer to a request that would be accepted; no token goes with it.
+  std::optional<unsigned> status;
+  /// For how many requests; absent for all of them.
+  std::optional<unsigned> statusCount;
+  /// How long every answer is held back.
+  std::chrono::milliseconds delay{0};
+  /// Whether the connection is closed instead of answering.
+  bool drop = false;
+};
+
+struct CollectionServiceSettings {
+  EndpointFaults login;
+  EndpointFaults message;
+  /// How long an access token is good for; absent for ever.
+  std::optional<std::chrono::milliseconds> tokenLifetime;
+  /// Of a body, packed and unpacked, in bytes.
+  std::size_t maximumBodySize = std::size_t{1} << 20;
+  /// How many access tokens are good at the same time; a new one takes the place of the oldest.
+  std::size_t maximumTokens = 1024;
+};
+
+/// The collection service without a network: it accepts what the wire protocol allows and nothing else.
+/// Logins answer with an access token, messages need one.
+///
+/// To be used by one thread at a time.
+class CollectionService {
+ public:
+  static constexpr const char *loginPath = "/api_v0_0_0/do_login";
+  static constexpr const char *messagePath = "/api_v0_0_0/post_msg";
+
+  explicit CollectionService(CollectionServiceSettings settings);
+
+  std::size_t maximumBodySize() const { return settings_.maximumBodySize; }
+
+  /// Takes a request. Throws only when there is no memory, or no random numbers, left.
+  Answer receive(const Request &request, std::chrono::steady_clock::time_point now);
+
+ private:
+  EndpointFaults *faultsOf(Endpoint endpoint);
+  /// These throw a Refusal.
+  void checkAuthorization(const Request &request, Endpoint endpoint,
+                          std::chrono::steady_clock::time_point now) const;
+  void accept(const Request &request, std::chrono::steady_clock::time_point now, Answer &answer);
+
+  CollectionServiceSettings settings_;
+  AccessTokens tokens_;
+};
+
+}  // namespace kx::collector

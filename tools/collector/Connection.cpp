@@ -1,0 +1,183 @@
+#include "tools/collector/Connection.h"
+
+#include <boost/asio/buffer.hpp>
+#include <boost/beast/http/error.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+namespace kx::collector {
+
+namespace net = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+
+namespace {
+
+std::string text(beast::string_view view) {
+  return std::string(view.data(), view.size());
+}
+
+/// "127.0.0.1:43210"
+std::string textOf(const net::ip::tcp::socket &socket) {
+  boost::system::error_code error;
+  const auto endpoint = socket.remote_endpoint(error);
+  if (error) return "a client that has gone";
+  std::ostringstream text;
+  text << endpoint;
+  return text.str();
+}
+
+/// Neither does the answer to a HEAD request have a body, nor one with these statuses.
+bool mayHaveBody(http::verb method, unsigned status) {
+  return method != http::verb::head && status != 204 && status != 304;
+}
+
+/// The answer to what the parser gave up on; absent when it was not the parser that failed.
+std::optional<Answer> answerTo(const boost::system::error_code &error, std::size_t maximumBodySize,
+                               std::size_t maximumHeaderSize) {
+  Answer answer;
+  if (error == http::error::body_limit) {
+    answer.status = 413;
+    answer.reason = "the body has more than " + std::to_string(maximumBodySize) + " bytes";
+  } else if (error == http::error::header_limit) {
+    answer.status = 431;
+    answer.reason = "the header has more than " + std::to_string(maximumHeaderSize) + " bytes";
+  } else if (error != http::error::partial_message &&
+             error.category() == http::make_error_code(http::error::bad_method).category()) {
+    answer.status = 400;
+    answer.reason = "this is not HTTP/1.1: " + error.message();
+  } else {
+    return std::nullopt;
+  }
+  return answer;
+}
+
+}  // namespace
+
+Connection::Connection(net::ip::tcp::socket socket, net::ssl::context &tls, CollectionService &service,
+                       EventLog &log, const ServerLimits &limits, std::shared_ptr<void> slot)
+    : stream_(std::move(socket), tls),
+      service_(service),
+      log_(log),
+      limits_(limits),
+      slot_(std::move(slot)),
+      client_(textOf(stream_.next_layer())),
+      deadline_(stream_.get_executor()),
+      delay_(stream_.get_executor()) {}
+
+void Connection::start() {
+  limitTime(limits_.timeout);
+  stream_.async_handshake(net::ssl::stream_base::server, [self = shared_from_this()](ErrorCode error) {
+    if (error) return self->log_.failed(self->client_, "no TLS handshake: " + self->reasonFor(error));
+    self->readRequest();
+  });
+}
+
+void Connection::readRequest() {
+  parser_ = std::make_unique<Parser>();
+  parser_->header_limit(limits_.maximumHeaderSize);
+  parser_->body_limit(service_.maximumBodySize());
+  limitTime(limits_.timeout);
+  http::async_read(stream_, buffer_, *parser_,
+                   [self = shared_from_this()](ErrorCode error, std::size_t) { self->requestRead(error); });
+}
+
+void Connection::requestRead(ErrorCode error) {
+  if (error) return requestFailed(error);
+  serve(parsedRequest());
+}
+
+void Connection::requestFailed(ErrorCode error) {
+  if (error == http::error::end_of_stream) return sayGoodbye();
+  if (const auto answer = answerTo(error, service_.maximumBodySize(), limits_.maximumHeaderSize)) {
+    log_.received(client_, parsedRequest(), *answer);
+    return respond(*answer, /*keepAlive=*/false);
+  }
+  // A connection that nothing was asked on may end in any way.
+  if (!parser_->got_some()) return;
+  log_.failed(client_, "a request has not arrived whole: " + reasonFor(error));
+}
+
+Request Connection::parsedRequest() {
+  auto &message = parser_->get();
+  Request request{text(message.method_string()), text(message.target()), {}, std::move(message.body())};
+  for (const auto &field : message)
+    request.fields.emplace_back(text(field.name_string()), text(field.value()));
+  return request;
+}
+
+void Connection::serve(const Request &request) {
+  const Answer answer = service_.receive(request, std::chrono::steady_clock::now());
+  log_.received(client_, request, answer);
+  deadline_.cancel();
+  delay_.expires_after(answer.delay);
+  delay_.async_wait([self = shared_from_this(), answer](ErrorCode) {
+    if (answer.drop) return self->close();
+    self->respond(answer, self->parser_->keep_alive());
+  });
+}
+
+void Connection::respond(const Answer &answer, bool keepAlive) {
+  response_ = {};
+  response_.version(11);
+  response_.result(answer.status);
+  response_.keep_alive(keepAlive);
+  if (answer.status == 405) response_.set(http::field::allow, "POST");
+  if (answer.accessToken) response_.set("set-authorization", *answer.accessToken);
+  if (!answer.reason.empty() && mayHaveBody(parser_->get().method(), answer.status)) {
+    response_.set(http::field::content_type, "text/plain; charset=utf-8");
+    response_.body() = answer.reason + "\n";
+  }
+  response_.prepare_payload();
+  limitTime(limits_.timeout);
+  http::async_write(stream_, response_,
+                    [self = shared_from_this()](ErrorCode error, std::size_t) { self->responded(error); });
+}
+
+void Connection::responded(ErrorCode error) {
+  if (error) return log_.failed(client_, "the answer could not be sent: " + reasonFor(error));
+  if (response_.keep_alive()) return readRequest();
+  sayGoodbye();
+}
+
+void Connection::sayGoodbye() {
+  limitTime(limits_.lingering);
+  // It fails when the client is still sending. The farewell has been sent all the same.
+  stream_.async_shutdown([self = shared_from_this()](ErrorCode) {
+    ErrorCode ignored;
+    self->stream_.next_layer().shutdown(net::socket_base::shutdown_send, ignored);
+    self->drain();
+  });
+}
+
+void Connection::drain() {
+  stream_.next_layer().async_read_some(net::buffer(discarded_),
+                                       [self = shared_from_this()](ErrorCode error, std::size_t) {
+                                         if (!error) self->drain();
+                                       });
+}
+
+void Connection::limitTime(std::chrono::milliseconds time) {
+  deadline_.expires_after(time);
+  deadline_.async_wait([weakly = weak_from_this()](ErrorCode error) {
+    const auto self = weakly.lock();
+    // It may have been set anew since it went off.
+    if (error || self == nullptr || self->deadline_.expiry() > net::steady_timer::clock_type::now()) return;
+    self->isTooLate_ = true;
+    self->close();
+  });
+}
+
+void Connection::close() {
+  ErrorCode ignored;
+  stream_.next_layer().close(ignored);
+}
+
+std::string Connection::reasonFor(ErrorCode error) const {
+  return isTooLate_ ? "it took too long" : error.message();
+}
+
+}  // namespace kx::collector

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <array>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl/stream.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "tools/collector/CollectionService.h"
+#include "tools/collector/EventLog.h"
+#include "tools/collector/Server.h"
+
+namespace kx::collector {
+
+/// One client's connection: a TLS handshake, then requests and answers in turn until either side has enough.
+/// It lives as long as something of it is under way.
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  /// `slot` is held for the connection's life.
+  Connection(boost::asio::ip::tcp::socket socket, boost::asio::ssl::context &tls, CollectionService &service,
+             EventLog &log, const ServerLimits &limits, std::shared_ptr<void> slot);
+
+  void start();
+
+ private:
+  using ErrorCode = boost::system::error_code;
+  using Parser = boost::beast::http::request_parser<boost::beast::http::string_body>;
+
+  void readRequest();
+  void requestRead(ErrorCode error);
+  /// The request could not be read. Answers what can be answered, and ends the connection.
+  void requestFailed(ErrorCode error);
+  void serve(const Request &request);
+  void respond(const Answer &answer, bool keepAlive);
+  void responded(ErrorCode error);
+  void sayGoodbye();
+  /// Reads on for a while: what is unread when the connection goes could cost the client its answer.
+  void drain();
+
+  /// Closes the connection when that time is over, unless another limit is set before. Beast's own timeouts
+  /// let a client get away that always has sent something already.
+  void limitTime(std::chrono::milliseconds time);
+  void close();
+  std::string reasonFor(ErrorCode error) const;
+  Request parsedRequest();
+
+  /// Of what has been received and not been read as part of a request; has to hold a header, and one of the
+  /// headers within a body in chunks.
+  static constexpr std::size_t maximumBufferSize = 65536;
+
+  boost::asio::ssl::stream<boost::asio::ip::tcp::socket> stream_;
+  CollectionService &service_;
+  EventLog &log_;
+  const ServerLimits limits_;
+  const std::shared_ptr<void> slot_;
+  const std::string client_;
+  boost::asio::steady_timer deadline_;
+  bool isTooLate_ = false;
+  boost::beast::flat_buffer buffer_{maximumBufferSize};
+  std::unique_ptr<Parser> parser_;  // of the request at hand
+  boost::beast::http::response<boost::beast::http::string_body> response_;
+  boost::asio::steady_timer delay_;
+  std::array<char, 4096> discarded_;
+};
+
+}  // namespace kx::collector

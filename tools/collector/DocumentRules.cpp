@@ -1,0 +1,163 @@
+#include "tools/collector/DocumentRules.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/collector/Refusal.h"
+
+namespace kx::collector {
+
+namespace {
+
+enum class Presence { required, optional };
+
+/// What one key of an object has to be.
+struct Rule {
+  const char *key;
+  Presence presence;
+  bool (*holds)(const Document &value);
+  const char *expected;
+};
+
+bool isText(const Document &value) {
+  return value.is_string();
+}
+bool isFilledText(const Document &value) {
+  return value.is_string() && !value.get_ref<const std::string &>().empty();
+}
+bool isNumber(const Document &value) {
+  return value.is_number();
+}
+bool isInteger(const Document &value) {
+  return value.is_number_integer();
+}
+bool isObject(const Document &value) {
+  return value.is_object();
+}
+bool isArrayOfTexts(const Document &value) {
+  return value.is_array() && std::all_of(value.begin(), value.end(), isText);
+}
+bool isFilledArrayOfTexts(const Document &value) {
+  return isArrayOfTexts(value) && !value.empty();
+}
+bool isArrayOfOneText(const Document &value) {
+  return isArrayOfTexts(value) && value.size() == 1;
+}
+bool isZeroOrOne(const Document &value) {
+  return value.is_number_integer() && (value == 0 || value == 1);
+}
+bool isConnectionType(const Document &value) {
+  return value == "WIFI" || value == "CELLULAR";
+}
+bool isWholeSeconds(const Document &value) {
+  // Milliseconds in a signed 64-bit integer; every number that is not negative is read as an unsigned one.
+  if (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX) return false;
+  return value.is_number_integer() && value.get<std::int64_t>() % 1000 == 0;
+}
+bool isAdvertisingIdentifier(const Document &value) {
+  return isFilledText(value) && value != "00000000-0000-0000-0000-000000000000";
+}
+
+const std::vector<Rule> documentRules = {
+    {"header", Presence::required, isObject, "an object"},
+    {"payload", Presence::required, isObject, "an object"},
+};
+
+const std::vector<Rule> headerRules = {
+    {"typ", Presence::required, [](const Document &value) { return value == "JWT"; }, R"("JWT")"},
+    {"alg", Presence::required, [](const Document &value) { return value == "HS256"; }, R"("HS256")"},
+};
+
+const std::vector<Rule> payloadRules = {
+    {"aud", Presence::required, isArrayOfOneText, "an array of one text"},
+    {"iss", Presence::required, isFilledText, "a text that is not empty"},
+    {"sub", Presence::required, isFilledText, "a text that is not empty"},
+    {"name", Presence::required, isText, "a text"},
+};
+
+const std::vector<Rule> messageRules = {
+    // The library itself.
+    {"sdkName", Presence::required, isFilledText, "a text that is not empty"},
+    {"sdkVer", Presence::required, isFilledText, "a text that is not empty"},
+    {"ips", Presence::required, isArrayOfTexts, "an array of texts"},
+    {"id", Presence::required, isFilledText, "a text that is not empty"},
+    {"eventTime", Presence::required, isWholeSeconds, "an integer, a multiple of 1000"},
+    // The device.
+    {"deviceCategory", Presence::optional, isText, "a text"},
+    {"make", Presence::optional, isText, "a text"},
+    {"model", Presence::optional, isText, "a text"},
+    {"platform", Presence::optional, isText, "a text"},
+    {"osVersion", Presence::optional, isText, "a text"},
+    {"name", Presence::optional, isText, "a text"},
+    {"userAgent", Presence::optional, isText, "a text"},
+    {"ifa", Presence::required, isAdvertisingIdentifier, "a text that is not empty and not all zeros"},
+    {"dnt", Presence::optional, isZeroOrOne, "0 or 1"},
+    {"languages", Presence::optional, isFilledArrayOfTexts, "an array of at least one text"},
+    // The mobile network subscription. The operator's name is never sent.
+    {"carrierCode", Presence::optional, isText, "a text"},
+    {"radioAccessTechnology", Presence::optional, isText, "a text"},
+    // The location.
+    {"lat", Presence::optional, isNumber, "a number"},
+    {"lon", Presence::optional, isNumber, "a number"},
+    {"horizontalAccuracy", Presence::optional, isNumber, "a number"},
+    {"altitude", Presence::optional, isNumber, "a number"},
+    {"verticalAccuracy", Presence::optional, isNumber, "a number"},
+    {"country", Presence::optional, isText, "a text"},
+    {"state", Presence::optional, isText, "a text"},
+    {"city", Presence::optional, isText, "a text"},
+    {"zip", Presence::optional, isText, "a text"},
+    {"tzOffset", Presence::optional, isInteger, "an integer"},
+    // The connection.
+    {"connectionType", Presence::optional, isConnectionType, R"("WIFI" or "CELLULAR")"},
+    // The host application.
+    {"bundleId", Presence::optional, isText, "a text"},
+    {"asn", Presence::optional, isText, "a text"},
+};
+
+[[noreturn]] void refuse(const std::string &reason) {
+  throw Refusal(400, reason);
+}
+
+/// Every key known, of its type, and present if required. `path` stands before a key in the reason.
+void checkObject(const Document &object, const std::vector<Rule> &rules, const std::string &path = "") {
+  for (const auto &[key, value] : object.items()) {
+    const auto rule = std::find_if(rules.begin(), rules.end(),
+                                   [&key = key](const Rule &candidate) { return key == candidate.key; });
+    if (rule == rules.end()) refuse("unknown key " + quote(path + key));
+    if (!rule->holds(value)) {
+      refuse(quote(path + key) + " must be " + rule->expected + " and is " + printable(value));
+    }
+  }
+  for (const Rule &rule : rules) {
+    if (rule.presence == Presence::required && !object.contains(rule.key)) {
+      refuse("the key " + quote(path + rule.key) + " is missing");
+    }
+  }
+}
+
+}  // namespace
+
+void checkLoginDocument(const Document &document) {
+  if (!document.is_object()) refuse("the login document must be an object");
+  checkObject(document, documentRules);
+  checkObject(document["header"], headerRules, "header.");
+  const Document &payload = document["payload"];
+  checkObject(payload, payloadRules, "payload.");
+  if (payload["aud"][0] != payload["iss"]) {
+    refuse(R"("payload.aud" must hold the text of "payload.iss", )" + printable(payload["iss"]) +
+           ", and holds " + printable(payload["aud"][0]));
+  }
+}
+
+void checkMessageDocument(const Document &document) {
+  if (!document.is_array()) refuse("the message must come in an array");
+  if (document.size() != 1) {
+    refuse("the array must hold exactly one message and holds " + std::to_string(document.size()));
+  }
+  if (!document[0].is_object()) refuse("the message must be an object");
+  checkObject(document[0], messageRules);
+}
+
+}  // namespace kx::collector

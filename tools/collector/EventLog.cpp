@@ -1,0 +1,154 @@
+#include "tools/collector/EventLog.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <vector>
+
+namespace kx::collector {
+
+namespace {
+
+constexpr const char *green = "\x1B[32m";
+constexpr const char *red = "\x1B[31m";
+constexpr const char *bold = "\x1B[1m";
+constexpr const char *plain = "\x1B[0m";
+
+using Row = std::pair<std::string, std::string>;
+
+std::string timeText(const char *format, const std::tm &time) {
+  char text[32];
+  return std::string(text, std::strftime(text, sizeof text, format, &time));
+}
+
+std::string localTimeOfDay() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  return timeText("%H:%M:%S", local);
+}
+
+std::string utcNow() {
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count();
+  const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  char fraction[8];
+  std::snprintf(fraction, sizeof fraction, ".%03dZ", static_cast<int>(milliseconds % 1000));
+  return timeText("%Y-%m-%dT%H:%M:%S", utc) + fraction;
+}
+
+const char *nameOf(Endpoint endpoint) {
+  switch (endpoint) {
+    case Endpoint::login:
+      return "login";
+    case Endpoint::message:
+      return "message";
+    case Endpoint::unknown:
+      break;
+  }
+  return "request";
+}
+
+std::string outcomeText(const Answer &answer) {
+  const bool refused = !answer.reason.empty();
+  std::string text = refused ? "answered " : "accepted, ";
+  text += std::to_string(answer.status) + (refused ? ": " + answer.reason : "");
+  if (answer.drop) text += " (not sent: told to drop the connection)";
+  return text;
+}
+
+/// One row a value; those of nested objects under "outer.inner".
+void addRows(const Document &object, const std::string &path, std::vector<Row> &rows) {
+  for (const auto &[key, value] : object.items()) {
+    const std::string keyText = quote(key);
+    const std::string name = path + keyText.substr(1, keyText.size() - 2);
+    if (value.is_object()) {
+      addRows(value, name + ".", rows);
+    } else {
+      rows.emplace_back(name, printable(value));
+    }
+  }
+}
+
+std::vector<Row> rowsOf(const Document &document) {
+  std::vector<Row> rows;
+  const Document &shown = document.is_array() && document.size() == 1 ? document[0] : document;
+  if (shown.is_object()) {
+    addRows(shown, "", rows);
+  } else {
+    rows.emplace_back("body", printable(shown));
+  }
+  return rows;
+}
+
+}  // namespace
+
+std::string ListeningAddress::url() const {
+  const bool isIPv6 = address.find(':') != std::string::npos;
+  return "https://" + (isIPv6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+}
+
+void PrettyEventLog::listening(const ListeningAddress &where) {
+  output_ << "listening on " << where.url() << (where.isAuthority ? ", CA file " : ", certificate ")
+          << where.trustedFile << std::endl;
+}
+
+void PrettyEventLog::received(const std::string &client, const Request & /*request*/, const Answer &answer) {
+  const bool fine = answer.reason.empty() && !answer.drop;
+  output_ << localTimeOfDay() << "  " << coloured(bold, nameOf(answer.endpoint)) << " from " << client << ": "
+          << coloured(fine ? green : red, outcomeText(answer)) << "\n";
+  std::vector<Row> rows;
+  if (answer.document) rows = rowsOf(*answer.document);
+  if (answer.accessToken) rows.emplace_back("(access token)", *answer.accessToken);
+  std::size_t width = 0;
+  for (const auto &[key, value] : rows) width = std::max(width, key.size());
+  for (const auto &[key, value] : rows) printRow(key, value, width);
+  output_ << std::endl;
+}
+
+void PrettyEventLog::failed(const std::string &client, const std::string &reason) {
+  output_ << localTimeOfDay() << "  connection from " << client << ": " << coloured(red, reason) << "\n"
+          << std::endl;
+}
+
+std::string PrettyEventLog::coloured(const char *colour, const std::string &text) const {
+  return colours_ ? colour + text + plain : text;
+}
+
+void PrettyEventLog::printRow(const std::string &key, const std::string &value, std::size_t width) {
+  output_ << "          " << key << std::string(width - key.size() + 2, ' ') << value << "\n";
+}
+
+void JSONEventLog::listening(const ListeningAddress &where) {
+  print({{"event", "listening"},
+         {"url", where.url()},
+         {"address", where.address},
+         {"port", where.port},
+         {where.isAuthority ? "caFile" : "certificate", where.trustedFile}});
+}
+
+void JSONEventLog::received(const std::string &client, const Request &request, const Answer &answer) {
+  Document event = {{"event", "request"}, {"time", utcNow()}, {"client", client}};
+  if (answer.endpoint != Endpoint::unknown) event["endpoint"] = nameOf(answer.endpoint);
+  event["method"] = request.method;
+  event["target"] = request.target;
+  event["status"] = answer.status;
+  if (!answer.reason.empty()) event["reason"] = answer.reason;
+  if (answer.drop) event["dropped"] = true;
+  if (answer.accessToken) event["accessToken"] = *answer.accessToken;
+  if (answer.document) event["document"] = *answer.document;
+  print(event);
+}
+
+void JSONEventLog::failed(const std::string &client, const std::string &reason) {
+  print({{"event", "connection"}, {"time", utcNow()}, {"client", client}, {"reason", reason}});
+}
+
+void JSONEventLog::print(const Document &event) {
+  output_ << event.dump(-1, ' ', true, Document::error_handler_t::replace) << std::endl;
+}
+
+}  // namespace kx::collector

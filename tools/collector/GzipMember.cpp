@@ -1,0 +1,56 @@
+#include "tools/collector/GzipMember.h"
+
+#include <zlib.h>
+
+#include <array>
+#include <memory>
+
+#include "tools/collector/Refusal.h"
+
+namespace kx::collector {
+
+namespace {
+
+constexpr int windowBitsWithGzipWrapper = 15 + 16;
+
+struct InflateEnd {
+  void operator()(z_stream *stream) const { inflateEnd(stream); }
+};
+
+[[noreturn]] void refuse(int result, const z_stream &stream) {
+  if (result == Z_BUF_ERROR) throw Refusal(400, "the gzip member in the body is cut off");
+  const std::string detail = stream.msg == nullptr ? "" : std::string(" (") + stream.msg + ")";
+  throw Refusal(400, "the body is not a gzip member" + detail);
+}
+
+}  // namespace
+
+std::string unpackGzipMember(const std::string &body, std::size_t maximumSize) {
+  if (body.empty()) throw Refusal(400, "the body is empty");
+  z_stream stream{};
+  stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(body.data()));  // zlib only reads it
+  stream.avail_in = static_cast<uInt>(body.size());
+  if (inflateInit2(&stream, windowBitsWithGzipWrapper) != Z_OK) throw std::bad_alloc();
+  const std::unique_ptr<z_stream, InflateEnd> end(&stream);
+
+  std::string unpacked;
+  std::array<char, 16384> chunk;
+  int result = Z_OK;
+  while (result != Z_STREAM_END) {
+    stream.next_out = reinterpret_cast<Bytef *>(chunk.data());
+    stream.avail_out = static_cast<uInt>(chunk.size());
+    result = inflate(&stream, Z_NO_FLUSH);
+    if (result != Z_OK && result != Z_STREAM_END) refuse(result, stream);
+    unpacked.append(chunk.data(), chunk.size() - stream.avail_out);
+    if (unpacked.size() > maximumSize) {
+      throw Refusal(413, "the body unpacks to more than " + std::to_string(maximumSize) + " bytes");
+    }
+  }
+  if (stream.avail_in != 0) {
+    throw Refusal(
+        400, "the gzip member in the body is followed by " + std::to_string(stream.avail_in) + " more bytes");
+  }
+  return unpacked;
+}
+
+}  // namespace kx::collector

@@ -1,0 +1,177 @@
+#include "tools/collector/Options.h"
+
+#include <boost/asio/ip/address.hpp>
+#include <boost/lexical_cast/try_lexical_convert.hpp>
+#include <boost/program_options.hpp>
+#include <cmath>
+#include <ostream>
+
+#include "tools/collector/Document.h"
+
+namespace kx::collector {
+
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr double maximumSeconds = 86400.0;
+constexpr long maximumBodySize = 1L << 30;
+
+/// False for what is not a number, too.
+bool isDuration(double seconds) {
+  return seconds > 0 && seconds <= maximumSeconds;
+}
+
+/// An option that takes a value, as text; what it has to be is checked below.
+po::value_semantic *value(const char *name) {
+  return po::value<std::string>()->value_name(name);
+}
+
+po::options_description descriptions() {
+  po::options_description described("Options");
+  auto add = described.add_options();
+  add("address", value("ADDRESS"), "listen on this address (127.0.0.1)");
+  add("port", value("PORT"), "listen on this port (8443); 0 for any free one");
+  add("directory", value("DIR"),
+      "where the certificate authority is kept ($XDG_STATE_HOME/kx-collector or "
+      "~/.local/state/kx-collector); it "
+      "is made on the first start");
+  add("certificate", value("PEM"), "use this certificate, not one of the own authority");
+  add("key", value("PEM"), "the private key of that certificate");
+  add("login-status", value("N[:COUNT]"), "answer COUNT good logins (all) with status N instead");
+  add("message-status", value("N[:COUNT]"), "answer COUNT good messages (all) with status N instead");
+  add("login-delay", value("SECONDS"), "hold back the answer to every login");
+  add("message-delay", value("SECONDS"), "hold back the answer to every message");
+  add("login-drop", "close the connection instead of answering a login");
+  add("message-drop", "close the connection instead of answering a message");
+  add("expire-tokens", value("SECONDS"), "refuse an access token, with 403, when it is that old");
+  add("max-body", value("BYTES"), "refuse longer bodies, packed or unpacked (1048576)");
+  add("json", "print one line of JSON for each event, for scripts");
+  add("help", "print this and exit");
+  return described;
+}
+
+/// The options that were given.
+class Given {
+ public:
+  explicit Given(po::variables_map values) : values_(std::move(values)) {}
+
+  bool has(const char *name) const { return values_.count(name) != 0; }
+
+  std::optional<std::string> text(const char *name) const {
+    if (!has(name)) return std::nullopt;
+    return values_[name].as<std::string>();
+  }
+
+  std::optional<long> number(const char *name, long minimum, long maximum) const {
+    const auto given = text(name);
+    if (!given) return std::nullopt;
+    long number = 0;
+    if (!boost::conversion::try_lexical_convert(*given, number) || number < minimum || number > maximum) {
+      refuse(name, "must be a number from " + std::to_string(minimum) + " to " + std::to_string(maximum));
+    }
+    return number;
+  }
+
+  std::optional<std::chrono::milliseconds> seconds(const char *name) const {
+    const auto given = text(name);
+    if (!given) return std::nullopt;
+    double seconds = 0;
+    if (!boost::conversion::try_lexical_convert(*given, seconds) || !isDuration(seconds)) {
+      refuse(name, "must be a number of seconds, more than 0 and at most 86400");
+    }
+    return std::chrono::milliseconds(static_cast<long>(std::ceil(seconds * 1000)));
+  }
+
+  EndpointFaults faults(const std::string &endpoint) const {
+    EndpointFaults faults;
+    readStatus((endpoint + "-status").c_str(), faults);
+    faults.delay = seconds((endpoint + "-delay").c_str()).value_or(faults.delay);
+    faults.drop = has((endpoint + "-drop").c_str());
+    return faults;
+  }
+
+  [[noreturn]] void refuse(const std::string &name, const std::string &rule) const {
+    throw BadArguments("--" + name + " " + rule + ", not " + quote(text(name.c_str()).value_or("")));
+  }
+
+ private:
+  void readStatus(const char *name, EndpointFaults &faults) const {
+    const auto given = text(name);
+    if (!given) return;
+    const auto colon = given->find(':');
+    unsigned short status = 0;
+    if (!boost::conversion::try_lexical_convert(given->substr(0, colon), status) || status < 200 ||
+        status > 599) {
+      refuse(name, "must be a status from 200 to 599, and may end in a colon and a count");
+    }
+    faults.status = status;
+    if (colon == std::string::npos) return;
+    unsigned short count = 0;
+    const std::string countText = given->substr(colon + 1);
+    const bool isNumber = countText.find_first_not_of("0123456789") == std::string::npos;
+    if (!isNumber || !boost::conversion::try_lexical_convert(countText, count) || count == 0) {
+      refuse(name, "must have a count from 1 to 65535 after the colon");
+    }
+    faults.statusCount = count;
+  }
+
+  const po::variables_map values_;
+};
+
+Given givenIn(int count, const char *const *arguments) {
+  using Style = po::command_line_style::style_t;
+  const int style = Style::unix_style & ~Style::allow_guessing;
+  po::variables_map values;
+  try {
+    po::store(po::command_line_parser(count, arguments)
+                  .options(descriptions())
+                  .positional(po::positional_options_description())
+                  .style(style)
+                  .run(),
+              values);
+  } catch (const po::error &error) {
+    throw BadArguments(error.what());
+  }
+  return Given(std::move(values));
+}
+
+}  // namespace
+
+Options optionsFrom(int count, const char *const *arguments) {
+  const Given given = givenIn(count, arguments);
+  Options options;
+  options.help = given.has("help");
+  options.json = given.has("json");
+  options.address = given.text("address").value_or(options.address);
+  boost::system::error_code error;
+  boost::asio::ip::make_address(options.address, error);
+  if (error) given.refuse("address", "must be an IPv4 or IPv6 address");
+  options.port = static_cast<std::uint16_t>(given.number("port", 0, 65535).value_or(options.port));
+
+  if (const auto directory = given.text("directory")) options.directory = *directory;
+  const auto certificate = given.text("certificate");
+  const auto key = given.text("key");
+  if (certificate.has_value() != key.has_value())
+    throw BadArguments("--certificate and --key need each other");
+  if (certificate && key) options.certificate = CertificateFiles{*certificate, *key};
+
+  options.service.login = given.faults("login");
+  options.service.message = given.faults("message");
+  options.service.tokenLifetime = given.seconds("expire-tokens");
+  if (const auto size = given.number("max-body", 1, maximumBodySize)) {
+    options.service.maximumBodySize = static_cast<std::size_t>(*size);
+  }
+  return options;
+}
+
+void printHelp(std::ostream &output) {
+  output << "kx-collector, a collection service for development: takes the logins and the messages of\n"
+            "KXPublisher over HTTPS, holds them against the wire protocol and prints them.\n\n"
+            "Usage: kx-collector [options]\n\n"
+         << descriptions()
+         << "\nIts first line says where it listens and which CA file a client has to trust. SIGINT and\n"
+            "SIGTERM end it.\n";
+}
+
+}  // namespace kx::collector

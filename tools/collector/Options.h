@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "tools/collector/CollectionService.h"
+
+namespace kx::collector {
+
+/// A certificate of one's own, and its private key: PEM files.
+struct CertificateFiles {
+  std::filesystem::path certificate;
+  std::filesystem::path key;
+};
+
+/// What the collector was started with.
+struct Options {
+  std::string address = "127.0.0.1";
+  std::uint16_t port = 8443;                       ///< 0 for any free one
+  std::optional<std::filesystem::path> directory;  ///< absent for the default one
+  std::optional<CertificateFiles> certificate;     ///< absent for one of the collector's own authority
+  CollectionServiceSettings service;
+  bool json = false;
+  bool help = false;
+};
+
+/// Arguments that make no sense; says which and why.
+class BadArguments : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Reads the command line. Throws BadArguments.
+Options optionsFrom(int count, const char *const *arguments);
+
+/// What `--help` prints.
+void printHelp(std::ostream &output);
+
+}  // namespace kx::collector

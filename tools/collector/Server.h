@@ -1,0 +1,64 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "tools/collector/CollectionService.h"
+#include "tools/collector/EventLog.h"
+
+namespace kx::collector {
+
+/// What one client may cost.
+struct ServerLimits {
+  std::uint32_t maximumHeaderSize = 8192;  // bytes
+  std::size_t maximumConnections = 128;
+  /// For a TLS handshake, for a whole request from the end of the one before it, and for taking an answer.
+  std::chrono::milliseconds timeout{30000};
+  /// For what a client sends after its request was refused half-way, and for its farewell.
+  std::chrono::milliseconds lingering{2000};
+};
+
+/// The HTTPS server around the collection service: TLS 1.2 and later, HTTP/1.1.
+///
+/// Everything happens on the thread that runs the io_context, one thing at a time. A client that sends
+/// something else, too much, or too slowly loses its connection, and nobody else notices.
+class Server {
+ public:
+  /// Listens from now on; port 0 stands for any free one. Throws boost::system::system_error when it cannot.
+  /// All references have to outlive the io_context's last handler.
+  Server(boost::asio::io_context &io, boost::asio::ssl::context &tls, CollectionService &service,
+         EventLog &log, const boost::asio::ip::tcp::endpoint &endpoint, ServerLimits limits = {});
+
+  std::uint16_t port() const { return acceptor_.local_endpoint().port(); }
+
+  /// Serves until the io_context is stopped.
+  void run();
+
+ private:
+  void accept();
+  void acceptLater();
+
+  boost::asio::io_context &io_;
+  boost::asio::ssl::context &tls_;
+  CollectionService &service_;
+  EventLog &log_;
+  const ServerLimits limits_;
+  boost::asio::ip::tcp::acceptor acceptor_;
+  boost::asio::steady_timer pause_;
+  /// Each connection holds a copy, which is how they are counted.
+  std::shared_ptr<void> connections_ = std::make_shared<char>();
+};
+
+/// TLS with that certificate, which may be followed by others up to the authority's. Throws
+/// boost::system::system_error when one of the two cannot be used.
+boost::asio::ssl::context tlsContext(const std::string &certificateChainPem,
+                                     const std::string &privateKeyPem);
+
+}  // namespace kx::collector
