@@ -1,0 +1,68 @@
+#include "platform/linux/LinuxHost.h"
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/LinuxApplication.h"
+#include "platform/linux/LinuxPlatform.h"
+
+namespace kx {
+
+namespace {
+
+/// The options on their way from the host to the platform.
+struct Handover {
+  std::mutex mutex;
+  LinuxHostOptions options;
+  bool taken = false;
+};
+
+Handover &handover() {
+  static auto &handover = *new Handover;
+  return handover;
+}
+
+/// Calls `operation` on the application, unless the process has another platform.
+void tellApplication(void (LinuxApplication::*operation)()) noexcept {
+  runAtBoundary([operation] {
+    const auto application =
+        std::dynamic_pointer_cast<LinuxApplication>(Platform::current().sharedApplication());
+    if (application != nullptr) (*application.*operation)();
+  });
+}
+
+}  // namespace
+
+bool LinuxHost::setOptions(LinuxHostOptions options) noexcept {
+  bool inTime = false;
+  runAtBoundary([&options, &inTime] {
+    Handover &to = handover();
+    const std::lock_guard<std::mutex> lock(to.mutex);
+    inTime = !to.taken;
+    if (inTime) to.options = std::move(options);
+  });
+  return inTime;
+}
+
+void LinuxHost::didEnterBackground() noexcept {
+  tellApplication(&LinuxApplication::didEnterBackground);
+}
+
+void LinuxHost::willEnterForeground() noexcept {
+  tellApplication(&LinuxApplication::willEnterForeground);
+}
+
+std::unique_ptr<Platform> makeLinkedPlatform() {
+  LinuxHostOptions options;
+  {
+    Handover &from = handover();
+    const std::lock_guard<std::mutex> lock(from.mutex);
+    from.taken = true;
+    options = std::move(from.options);
+  }
+  return std::make_unique<LinuxPlatform>(options);
+}
+
+}  // namespace kx

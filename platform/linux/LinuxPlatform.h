@@ -1,0 +1,75 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/LocalNotificationCenter.h"
+#include "platform/MainOperationQueue.h"
+#include "platform/Platform.h"
+#include "platform/linux/AbsentServices.h"
+#include "platform/linux/LinuxAdvertising.h"
+#include "platform/linux/LinuxApplication.h"
+#include "platform/linux/LinuxBundle.h"
+#include "platform/linux/LinuxConsole.h"
+#include "platform/linux/LinuxDevice.h"
+#include "platform/linux/LinuxDispatch.h"
+#include "platform/linux/LinuxHost.h"
+#include "platform/linux/LinuxLocale.h"
+#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/LinuxSystemCalls.h"
+#include "platform/linux/LinuxWebView.h"
+
+namespace kx {
+
+/// The Linux device: GLib's main loop, the kernel, the system's files, and what the host tells.
+///
+/// Making it happens on the host's thread, inside its first call: it takes a few microseconds, reads no file,
+/// starts no thread and talks to no bus. What can only be read there in safety, the environment and the
+/// GApplication's identifier, is read then.
+class KX_EXPORT LinuxPlatform : public Platform {
+ public:
+  explicit LinuxPlatform(const LinuxHostOptions &options);
+  ~LinuxPlatform() override;
+
+  const std::shared_ptr<Application> &sharedApplication() override { return sharedApplication_; }
+  NotificationCenter &defaultNotificationCenter() override { return notificationCenter_; }
+  const std::shared_ptr<OperationQueue> &mainOperationQueue() override { return mainOperationQueue_; }
+  Dispatch &dispatch() override { return dispatch_; }
+  RunLoopService &runLoops() override { return runLoops_; }
+  Clock &clock() override { return clock_; }
+  Console &console() override { return console_; }
+  URLSessionService &urlSessions() override { return *urlSessions_; }
+  NetworkReachability &networkReachability() override { return reachability_; }
+  InterfaceList &interfaceList() override { return interfaces_; }
+  DeviceService &devices() override { return *device_; }
+  SystemName &systemName() override { return systemName_; }
+  WebViewService &webViews() override { return webViews_; }
+  AdvertisingService &advertising() override { return *advertising_; }
+  Locale &locale() override { return locale_; }
+  BundleService &bundles() override { return *bundle_; }
+  ProcessInfo &processInfo() override { return processInfo_; }
+  TelephonyService &telephony() override { return telephony_; }
+  LocationService &location() override { return location_; }
+
+ private:
+  LinuxRunLoopService runLoops_;
+  LinuxDispatch dispatch_;
+  const std::shared_ptr<OperationQueue> mainOperationQueue_;
+  LocalNotificationCenter notificationCenter_;
+  const std::shared_ptr<Application> sharedApplication_;
+  LinuxClock clock_;
+  LinuxConsole console_;
+  const std::unique_ptr<URLSessionService> urlSessions_;
+  AbsentReachability reachability_;
+  LinuxInterfaceList interfaces_;
+  const std::shared_ptr<LinuxDevice> device_;
+  LinuxSystemName systemName_;
+  LinuxWebViewService webViews_;
+  const std::shared_ptr<LinuxAdvertising> advertising_;
+  LinuxLocale locale_;
+  const std::shared_ptr<LinuxBundle> bundle_;
+  LinuxProcessInfo processInfo_;
+  AbsentTelephony telephony_;
+  AbsentLocation location_;
+};
+
+}  // namespace kx
