@@ -44,9 +44,10 @@ int exitWithWork() {
       });
     }
   }
-  dispatch.globalQueue(DispatchQueuePriority::background).async([&dispatch] {
+  dispatch.globalQueue(DispatchQueuePriority::standard).async([&dispatch] {
     dispatch.mainQueue().sync([] {});  // which nobody runs
   });
+  g_main_context_iteration(nullptr, FALSE);  // lets the background work begin
   return 0;
 }
 

@@ -3,6 +3,8 @@
 
 #include <atomic>
 #include <set>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -20,6 +22,12 @@ using testing::ElementsAre;
 constexpr const char *background = UIApplicationDidEnterBackgroundNotification;
 constexpr const char *foreground = UIApplicationWillEnterForegroundNotification;
 
+/// Never destroyed, as in a real process.
+LinuxDispatch &theDispatch() {
+  static auto &dispatch = *new LinuxDispatch(LinuxRunLoop::of(g_main_context_default()));
+  return dispatch;
+}
+
 class LinuxApplicationTest : public testing::Test {
  protected:
   LinuxApplicationTest() {
@@ -33,7 +41,7 @@ class LinuxApplicationTest : public testing::Test {
     }
   }
 
-  LinuxDispatch &dispatch = *new LinuxDispatch(LinuxRunLoop::of(g_main_context_default()));
+  LinuxDispatch &dispatch = theDispatch();
   const std::shared_ptr<OperationQueue> mainOperations = std::make_shared<MainOperationQueue>(dispatch);
   LocalNotificationCenter center{dispatch, mainOperations};
   const std::shared_ptr<LinuxApplication> application =
@@ -85,6 +93,19 @@ TEST_F(LinuxApplicationTest, AnObserverMayMoveItOn) {
       background, application, mainOperations,
       [this](const std::shared_ptr<Notification> &) { application->willEnterForeground(); });
   application->didEnterBackground();
+  EXPECT_THAT(posted, ElementsAre(background, foreground));
+}
+
+TEST_F(LinuxApplicationTest, AnObserverThatThrowsKeepsNoLaterTransitionBack) {
+  const MainThread thread;
+  center.addObserverForName(
+      background, application, mainOperations,
+      [](const std::shared_ptr<Notification> &) { throw std::runtime_error("an observer's reason"); });
+  std::thread([this] { application->didEnterBackground(); }).join();
+  testing::internal::CaptureStderr();
+  EXPECT_NO_THROW(application->willEnterForeground());
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("ended a task: an observer's reason\n"));
   EXPECT_THAT(posted, ElementsAre(background, foreground));
 }
 

@@ -3,10 +3,10 @@
 
 #include <array>
 #include <atomic>
-#include <future>
+#include <memory>
 #include <stdexcept>
 #include <thread>
-#include <vector>
+#include <utility>
 
 #include "platform/linux/LinuxDispatch.h"
 #include "tests/platform/linux/MainLoop.h"
@@ -73,34 +73,39 @@ TEST(LinuxDispatchMainQueue, SyncReturnsWhenTheTaskThrows) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("ended a task: no web engine\n"));
 }
 
-TEST(LinuxDispatchMainQueue, SyncReleasesWhatTheTaskHoldsOnTheMainThread) {
-  struct Held {
-    explicit Held(std::promise<bool> &promise) : released(promise) {}
-    ~Held() { released.set_value(dispatch().isMainThread()); }
-    std::promise<bool> &released;
-  };
-  std::promise<bool> released;
-  dispatch().globalQueue(DispatchQueuePriority::standard).async([&released] {
-    dispatch().mainQueue().sync([held = std::make_shared<Held>(released)] {});
+TEST(LinuxDispatchMainQueue, SyncReleasesWhatTheTaskHoldsOnTheMainThreadBeforeItReturns) {
+  bool releasedOnMainThread = false;
+  bool releasedInTime = false;
+  std::atomic<bool> returned{false};
+  dispatch().globalQueue(DispatchQueuePriority::standard).async([&] {
+    std::shared_ptr<int> held(new int, [&releasedOnMainThread](const int *object) {
+      delete object;
+      releasedOnMainThread = dispatch().isMainThread();
+    });
+    dispatch().mainQueue().sync([held = std::move(held)] {});
+    releasedInTime = releasedOnMainThread;
+    returned = true;
     dispatch().mainQueue().async([] {});
   });
-  auto onMainThread = released.get_future();
-  EXPECT_TRUE(MainThread().runUntil([&onMainThread] {
-    return onMainThread.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-  }));
-  EXPECT_TRUE(onMainThread.get());
+  EXPECT_TRUE(MainThread().runUntil([&returned] { return returned.load(); }));
+  EXPECT_TRUE(releasedInTime);
 }
 
 TEST(LinuxDispatchGlobalQueues, RunTasksOffTheThreadThatAddsThem) {
-  const MainThread mainThread;
+  const MainThread main;
   for (const auto priority : priorities) {
-    std::promise<std::pair<std::thread::id, bool>> ran;
-    dispatch().globalQueue(priority).async([&ran] {
-      ran.set_value({std::this_thread::get_id(), dispatch().isMainThread()});
+    std::atomic<bool> ran{false};
+    std::thread::id thread;
+    bool onMainThread = true;
+    dispatch().globalQueue(priority).async([&] {
+      thread = std::this_thread::get_id();
+      onMainThread = dispatch().isMainThread();
+      ran = true;
+      dispatch().mainQueue().async([] {});
     });
-    const auto [thread, main] = ran.get_future().get();
+    EXPECT_TRUE(main.runUntil([&ran] { return ran.load(); }));
     EXPECT_NE(thread, std::this_thread::get_id());
-    EXPECT_FALSE(main);
+    EXPECT_FALSE(onMainThread);
   }
 }
 
@@ -118,7 +123,7 @@ TEST(LinuxDispatchGlobalQueues, SyncInATaskOfTheSameQueueNeverWaitsForItself) {
   constexpr unsigned tasksNumber = 3 * LinuxWorkerPool::maximumThreads;
   std::atomic<unsigned> ended{0};
   for (unsigned i = 0; i < tasksNumber; ++i) {
-    DispatchQueue &queue = dispatch().globalQueue(DispatchQueuePriority::background);
+    DispatchQueue &queue = dispatch().globalQueue(DispatchQueuePriority::standard);
     queue.async([&queue, &ended] { queue.sync([&ended] { ++ended; }); });
   }
   EXPECT_TRUE(eventually([&ended] { return ended == tasksNumber; }));
@@ -126,10 +131,61 @@ TEST(LinuxDispatchGlobalQueues, SyncInATaskOfTheSameQueueNeverWaitsForItself) {
 
 TEST(LinuxDispatchGlobalQueues, WaitForOneAnother) {
   std::atomic<bool> ended{false};
-  dispatch().globalQueue(DispatchQueuePriority::background).async([&ended] {
-    dispatch().globalQueue(DispatchQueuePriority::standard).sync([&ended] { ended = true; });
+  dispatch().globalQueue(DispatchQueuePriority::standard).async([&ended] {
+    dispatch().globalQueue(DispatchQueuePriority::background).sync([&ended] { ended = true; });
   });
   EXPECT_TRUE(eventually([&ended] { return ended.load(); }));
+}
+
+TEST(LinuxDispatchBackgroundQueue, WorkOfTheMainThreadStartsWhenItIsBackInItsLoop) {
+  const MainThread main;
+  std::atomic<bool> ran{false};
+  bool ranInTheMiddle = true;
+  dispatch().mainQueue().async([&] {
+    dispatch().globalQueue(DispatchQueuePriority::background).async([&ran] {
+      ran = true;
+      dispatch().mainQueue().async([] {});
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // plenty of time for a worker
+    ranInTheMiddle = ran;
+  });
+  EXPECT_TRUE(main.runUntil([&ran] { return ran.load(); }));
+  EXPECT_FALSE(ranInTheMiddle);
+}
+
+TEST(LinuxDispatchBackgroundQueue, WorkStartsWhenTheLoopFirstRuns) {
+  std::atomic<bool> ran{false};
+  dispatch().globalQueue(DispatchQueuePriority::background).async([&ran] {
+    ran = true;
+    dispatch().mainQueue().async([] {});
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(ran);
+  EXPECT_TRUE(MainThread().runUntil([&ran] { return ran.load(); }));
+}
+
+TEST(LinuxDispatchBackgroundQueue, WorkOfOtherThreadsDoesNotWaitForTheMainThread) {
+  const MainThread main;
+  bool ranInTheMiddle = false;
+  bool ended = false;
+  dispatch().mainQueue().async([&] {
+    std::atomic<bool> ran{false};
+    dispatch().globalQueue(DispatchQueuePriority::standard).async([&ran] {
+      dispatch().globalQueue(DispatchQueuePriority::background).async([&ran] { ran = true; });
+    });
+    ranInTheMiddle = eventually([&ran] { return ran.load(); });
+    ended = true;
+  });
+  EXPECT_TRUE(main.runUntil([&ended] { return ended; }));
+  EXPECT_TRUE(ranInTheMiddle);
+}
+
+TEST(LinuxDispatchBackgroundQueue, SyncOnTheMainThreadDoesNotWaitForItsLoop) {
+  const MainThread main;
+  bool ran = false;
+  dispatch().globalQueue(DispatchQueuePriority::background).async([] {});
+  dispatch().globalQueue(DispatchQueuePriority::background).sync([&ran] { ran = true; });
+  EXPECT_TRUE(ran);
 }
 
 }  // namespace

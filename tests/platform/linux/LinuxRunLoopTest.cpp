@@ -249,6 +249,23 @@ TEST_F(LinuxRunLoopTest, AnyThreadMayInvalidateTimersWhileTheyFire) {
   EXPECT_EQ(target.use_count(), 1);
 }
 
+TEST_F(LinuxRunLoopTest, ALoopThatWaitsForATimerForgetsItAsSoonAsItIsInvalid) {
+  // It need not wake for nothing later on, when all else sleeps.
+  const auto never = timer(86400, std::make_shared<Target>());
+  install(never);
+  std::atomic<bool> waits{false};
+  std::thread other([&] {
+    while (!waits) std::this_thread::yield();
+    std::this_thread::sleep_for(
+        std::chrono::milliseconds(50));  // the loop is in its poll by now, most likely
+    never->invalidate();
+  });
+  const MainThread thread;
+  waits = true;
+  EXPECT_TRUE(thread.runUntil([&never] { return !never->isValid(); }));
+  other.join();
+}
+
 TEST_F(LinuxRunLoopTest, AnActionThatThrowsIsReportedAndItsTimerGoesOn) {
   class Thrower : public Object {
    public:

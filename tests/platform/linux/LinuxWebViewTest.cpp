@@ -1,6 +1,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <stdexcept>
 #include <string>
 
 #include "platform/linux/LinuxWebView.h"
@@ -75,7 +77,9 @@ INSTANTIATE_TEST_SUITE_P(Engines, LinuxWebViewTest,
                                          "libwebkitgtk-6.0.so.4"),
                          [](const auto &engine) {
                            std::string name = engine.param;
-                           for (char &character : name) character = isalnum(character) != 0 ? character : '_';
+                           for (char &character : name)
+                             character =
+                                 std::isalnum(static_cast<unsigned char>(character)) != 0 ? character : '_';
                            return name;
                          });
 

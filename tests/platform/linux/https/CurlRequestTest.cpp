@@ -138,8 +138,8 @@ TEST_F(CurlRequestTest, SendsNoCookiesBack) {
 }
 
 TEST_F(CurlRequestTest, SendsNoPasswordsOfTheUsers) {
-  setenv("HOME", directory_.c_str(), 1);
-  std::ofstream(directory_ + "/.netrc") << "default login user password secret\n";
+  setenv("HOME", directory.path().c_str(), 1);
+  std::ofstream(directory.path() + "/.netrc") << "default login user password secret\n";
   EXPECT_EQ(post(server.url()).status(), 200);
   EXPECT_THAT(server.requests().at(0), Not(HasSubstr("Authorization")));
 

@@ -180,6 +180,15 @@ TEST_F(CurlTransportTest, ReportsThatThereCanBeNoThread) {
   EXPECT_TRUE(post(server.url()).error);
 }
 
+TEST_F(CurlTransportTest, ReportsThatCurlHasNoResourcesAndGoesOnWhenItHas) {
+  InterposedCalls::setExhausted(true);
+  const auto outcome = post(server.url());
+  EXPECT_EQ(outcome.errorText(), "curl has run out of memory or file descriptors");
+  EXPECT_TRUE(eventually(&noThread));
+  InterposedCalls::setExhausted(false);
+  EXPECT_EQ(post(server.url()).status(), 200);
+}
+
 TEST_F(CurlTransportTest, HandsNoSocketDownToProgramsThatTheHostStarts) {
   post(server.url());
   int sockets = 0;
@@ -213,7 +222,9 @@ TEST_F(CurlTransportTest, TellsAProxyNothingOfTheRequestAndTakesNothingFromIt) {
   setenv("https_proxy", server.url().replace(0, 5, "http").c_str(), 1);
   server.setScript([](TestConnection &connection) {
     connection.readRequest();
-    connection.send("HTTP/1.1 200 Connected\r\nSet-Authorization: proxy\r\n\r\n");
+    connection.send("HTTP/1.1 200 Connected\r\nSet-Authorization: proxy\r\n");
+    for (int i = 0; i < 5; ++i) connection.send("X-Large: " + std::string(8000, 'a') + "\r\n");
+    connection.send("\r\n");
     connection.handshake();
     connection.readRequest();
     connection.answer(200, "X-Field: target\r\n");

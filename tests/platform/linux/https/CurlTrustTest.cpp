@@ -1,14 +1,18 @@
 #include <openssl/bio.h>
 #include <openssl/pem.h>
+#include <openssl/ssl.h>
 #include <openssl/x509.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 
 #include "tests/platform/linux/https/HTTPSTest.h"
+#include "tests/platform/linux/https/InterposedCalls.h"
 
 namespace kx {
 namespace {
@@ -39,17 +43,17 @@ class CurlTrustTest : public HTTPSTest {
         PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), &X509_free);
     std::array<char, 16> name{};
     std::snprintf(name.data(), name.size(), "%08lx.0", X509_subject_name_hash(parsed.get()));
-    const std::string directory = directory_ + "/hashed";
-    fs::create_directory(directory);
-    std::ofstream(directory + "/" + name.data()) << certificate;
-    return directory;
+    const std::string path = directory.path() + "/hashed";
+    fs::create_directory(path);
+    std::ofstream(path + "/" + name.data()) << certificate;
+    return path;
   }
 
   std::string emptyDirectory() {
-    const std::string directory = directory_ + "/unhashed";
-    fs::create_directory(directory);
-    std::ofstream(directory + "/ca-certificates.crt") << authority.certificate().certificate;
-    return directory;
+    const std::string path = directory.path() + "/unhashed";
+    fs::create_directory(path);
+    std::ofstream(path + "/ca-certificates.crt") << authority.certificate().certificate;
+    return path;
   }
 };
 
@@ -86,7 +90,22 @@ TEST_F(CurlTrustTest, RefusesCertificatesThatSignThemselves) {
   EXPECT_EQ(postTo(collector::CertificateAuthority("localhost").certificate()).errorCode(), notTrusted);
 }
 
-TEST_F(CurlTrustTest, RefusesOldVersionsOfTLS) {
+/// The same on a system whose own settings let everything pass.
+class CurlOnLaxSystemTest : public CurlTrustTest {
+ protected:
+  static void SetUpTestSuite() {
+    // Read by OpenSSL when it is initialised, which has not happened yet when each test is a process of its
+    // own.
+    const std::string file = (fs::temp_directory_path() / ("kx-lax-" + std::to_string(getpid()))).string();
+    std::ofstream(file) << "openssl_conf = main\n[main]\nssl_conf = ssl\n[ssl]\nsystem_default = lax\n"
+                           "[lax]\nMinProtocol = TLSv1\nCipherString = DEFAULT:@SECLEVEL=0\n";
+    setenv("OPENSSL_CONF", file.c_str(), 1);
+    OPENSSL_init_ssl(OPENSSL_INIT_LOAD_CONFIG, nullptr);
+    fs::remove(file);
+  }
+};
+
+TEST_F(CurlOnLaxSystemTest, RefusesOldVersionsOfTLS) {
   TestServer::Options options;
   options.ciphers = "DEFAULT:@SECLEVEL=0";
   options.minimumVersion = TLS1_VERSION;
@@ -125,6 +144,19 @@ TEST_F(CurlTrustTest, TrustsTheHostsFileWhereTheSystemHasNoSuchDirectory) {
   EXPECT_EQ(postTo(unknown.issue({"localhost"}, now - hours(1), now + hours(1))).errorCode(), notTrusted);
 }
 
+TEST_F(CurlTrustTest, TrustsTheHostsFileBesideTheSystemsBundle) {
+  const collector::CertificateAuthority another("Another authority");
+  InterposedCalls::setSystemBundle(directory.path() + "/bundle.pem");
+  settings.certificateDirectory = emptyDirectory();
+  const auto now = std::chrono::system_clock::now();
+  const auto issued = another.issue({"localhost"}, now - hours(1), now + hours(1));
+
+  EXPECT_EQ(post(server.url()).status(), 200) << "no bundle at all";
+  EXPECT_EQ(postTo(issued).errorCode(), notTrusted);
+  std::ofstream(directory.path() + "/bundle.pem") << another.certificate().certificate;
+  EXPECT_EQ(postTo(issued).status(), 200);
+}
+
 TEST_F(CurlTrustTest, TrustsTheSystemsBundleWhereThereIsNoSuchDirectory) {
   settings.certificateAuthorityFile = std::nullopt;
   settings.certificateDirectory = emptyDirectory();
@@ -132,12 +164,12 @@ TEST_F(CurlTrustTest, TrustsTheSystemsBundleWhereThereIsNoSuchDirectory) {
 }
 
 TEST_F(CurlTrustTest, SendsNothingWhenTheHostsFileCannotBeRead) {
-  const std::string file = directory_ + "/broken.pem";
+  const std::string file = directory.path() + "/broken.pem";
   settings.certificateAuthorityFile = file;
   const std::string directories[] = {"/etc/ssl/certs", emptyDirectory()};
   const std::string pem = authority.certificate().certificate;
-  for (const auto &directory : directories) {
-    settings.certificateDirectory = directory;
+  for (const auto &certificates : directories) {
+    settings.certificateDirectory = certificates;
     const auto postByAnotherService = [this] {
       CurlURLSessionService another(dispatch, settings);
       return sendBy(another, request(server.url()));

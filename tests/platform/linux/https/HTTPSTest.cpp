@@ -1,9 +1,9 @@
 #include "tests/platform/linux/https/HTTPSTest.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <utility>
 
 namespace kx {
@@ -14,12 +14,6 @@ namespace {
 
 constexpr std::chrono::seconds patience(45);
 
-std::string makeDirectory() {
-  std::string path = (fs::temp_directory_path() / "kx-https-XXXXXX").string();
-  if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary directory");
-  return path;
-}
-
 }  // namespace
 
 std::string HTTPSTest::Outcome::field(const std::string &name) const {
@@ -28,14 +22,10 @@ std::string HTTPSTest::Outcome::field(const std::string &name) const {
   return found == response->allHeaderFields().end() ? "" : found->second;
 }
 
-HTTPSTest::HTTPSTest() : directory_(makeDirectory()) {
+HTTPSTest::HTTPSTest() {
   setenv("no_proxy", "*", 1);
-  settings.certificateAuthorityFile = directory_ + "/authority.pem";
+  settings.certificateAuthorityFile = directory.path() + "/authority.pem";
   std::ofstream(*settings.certificateAuthorityFile) << authority.certificate().certificate;
-}
-
-HTTPSTest::~HTTPSTest() {
-  fs::remove_all(directory_);
 }
 
 collector::PemCertificate HTTPSTest::certificate() const {
@@ -104,15 +94,6 @@ HTTPSTest::Outcome HTTPSTest::sendBy(URLSessionService &service, const URLReques
 std::vector<HTTPSTest::Outcome> HTTPSTest::outcomes() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return outcomes_;
-}
-
-bool HTTPSTest::eventually(const std::function<bool()> &condition) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
 }
 
 int HTTPSTest::threadsNamed(const std::string &name) {

@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -16,6 +15,7 @@
 #include "platform/linux/CurlURLSession.h"
 #include "tests/platform/linux/https/TestDispatch.h"
 #include "tests/platform/linux/https/TestServer.h"
+#include "tests/support/ChildProcess.h"
 
 namespace kx {
 
@@ -35,7 +35,6 @@ class HTTPSTest : public ::testing::Test {
   };
 
   HTTPSTest();
-  ~HTTPSTest() override;
 
   /// A certificate of the authority for localhost, valid now.
   collector::PemCertificate certificate() const;
@@ -48,6 +47,8 @@ class HTTPSTest : public ::testing::Test {
   /// A task that leaves its outcome in `outcomes`.
   std::shared_ptr<URLSessionUploadTask> task(const URLRequest &request,
                                              std::optional<Data> body = Data{'{', '}'});
+  std::shared_ptr<URLSessionUploadTask> taskOf(URLSession &session, const URLRequest &request,
+                                               std::optional<Data> body = Data{'{', '}'});
   std::vector<Outcome> waitForOutcomes(std::size_t count);
   /// Sends one request and waits for what becomes of it.
   Outcome send(const URLRequest &request, std::optional<Data> body = Data{'{', '}'});
@@ -57,12 +58,10 @@ class HTTPSTest : public ::testing::Test {
                  std::optional<Data> body = Data{'{', '}'});
 
   std::vector<Outcome> outcomes();
-  /// Waits for the condition, longer than any machine should need.
-  static bool eventually(const std::function<bool()> &condition);
   /// How many threads of that name the process has.
   static int threadsNamed(const std::string &name);
 
-  const std::string directory_;
+  const TemporaryDirectory directory;
   const collector::CertificateAuthority authority{"Test authority"};
   CurlSettings settings;
   TestServer server{certificate()};

@@ -8,8 +8,10 @@
 
 #include <array>
 #include <atomic>
+#include <cstdarg>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 namespace kx {
 
@@ -18,8 +20,10 @@ namespace {
 struct Record {
   std::mutex mutex;
   std::vector<std::string> curlThreads;
+  std::string systemBundle;
   std::atomic<int> stalledResolutions{0};
   std::atomic<int> polls{0};
+  std::atomic<bool> exhausted{false};
 };
 
 /// Never destroyed: threads call until the process is gone.
@@ -55,6 +59,15 @@ int InterposedCalls::stalledResolutions() {
   return record().stalledResolutions;
 }
 
+void InterposedCalls::setSystemBundle(std::string path) {
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  record().systemBundle = std::move(path);
+}
+
+void InterposedCalls::setExhausted(bool exhausted) {
+  record().exhausted = exhausted;
+}
+
 int InterposedCalls::polls() {
   return record().polls;
 }
@@ -75,6 +88,7 @@ __attribute__((visibility("default"))) CURL *curl_easy_init() {
 
 __attribute__((visibility("default"))) CURLM *curl_multi_init() {
   kx::noteCurlThread();
+  if (kx::record().exhausted) return nullptr;
   return kx::next<decltype(curl_multi_init)>("curl_multi_init")();
 }
 
@@ -83,6 +97,25 @@ __attribute__((visibility("default"))) CURLMcode curl_multi_poll(CURLM *multi, c
                                                                  int *ready) {
   ++kx::record().polls;
   return kx::next<decltype(curl_multi_poll)>("curl_multi_poll")(multi, extra, extraCount, timeout, ready);
+}
+
+// Under a name of its own, since arguments can follow a number but not an enumerator.
+__attribute__((visibility("default"))) CURLcode interposedGetInfo(CURL *easy, unsigned info,
+                                                                  ...) __asm__("curl_easy_getinfo");
+CURLcode interposedGetInfo(CURL *easy, unsigned info, ...) {
+  va_list arguments;
+  va_start(arguments, info);
+  void *const result = va_arg(arguments, void *);
+  va_end(arguments);
+  if (info == CURLINFO_CAINFO) {
+    const std::lock_guard<std::mutex> lock(kx::record().mutex);
+    if (!kx::record().systemBundle.empty()) {
+      *static_cast<const char **>(result) = kx::record().systemBundle.c_str();
+      return CURLE_OK;
+    }
+  }
+  return kx::next<decltype(curl_easy_getinfo)>("curl_easy_getinfo")(easy, static_cast<CURLINFO>(info),
+                                                                    result);
 }
 
 __attribute__((visibility("default"))) int getaddrinfo(const char *node, const char *service,

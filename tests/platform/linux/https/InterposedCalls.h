@@ -17,6 +17,12 @@ class InterposedCalls {
   /// resolved.
   static int stalledResolutions();
 
+  /// The file of certificate authorities that curl says it would use by itself.
+  static void setSystemBundle(std::string path);
+
+  /// Whether curl has no resources left for a transport.
+  static void setExhausted(bool exhausted);
+
   /// How often a thread has gone to sleep in curl.
   static int polls();
 };

@@ -135,6 +135,7 @@ void TestServer::accept() {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (closing_) return;
     if (error) continue;
+    socket.set_option(tcp::no_delay(true), error);
     Script script = script_;
     if (!nextScripts_.empty()) {
       script = std::move(nextScripts_.front());

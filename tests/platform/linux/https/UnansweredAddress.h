@@ -1,9 +1,12 @@
 #pragma once
 
-#include <boost/asio.hpp>
-#include <cstdint>
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
 #include <string>
-#include <vector>
 
 namespace kx {
 
@@ -12,29 +15,31 @@ namespace kx {
 class UnansweredAddress {
  public:
   UnansweredAddress() {
-    using boost::asio::ip::tcp;
-    const tcp::endpoint any(boost::asio::ip::address_v4::loopback(), 0);
-    acceptor_.open(any.protocol());
-    acceptor_.bind(any);
-    acceptor_.listen(0);
+    address_.sin_family = AF_INET;
+    address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address_;
+    for (int &socket : sockets_) socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const int listening = sockets_[0];
+    bind(listening, reinterpret_cast<const sockaddr *>(&address_), size);
+    getsockname(listening, reinterpret_cast<sockaddr *>(&address_), &size);
+    listen(listening, 0);
     // More than a backlog of zero admits.
-    for (int i = 0; i < 4; ++i) {
-      waiting_.emplace_back(io_);
-      waiting_.back().open(any.protocol());
-      waiting_.back().non_blocking(true);
-      boost::system::error_code inProgress;
-      waiting_.back().connect(acceptor_.local_endpoint(), inProgress);
+    for (std::size_t i = 1; i < sockets_.size(); ++i) {
+      connect(sockets_[i], reinterpret_cast<const sockaddr *>(&address_), size);
     }
   }
-
-  std::string url() const {
-    return "https://127.0.0.1:" + std::to_string(acceptor_.local_endpoint().port()) + "/";
+  UnansweredAddress(const UnansweredAddress &) = delete;
+  UnansweredAddress &operator=(const UnansweredAddress &) = delete;
+  ~UnansweredAddress() {
+    for (const int socket : sockets_) close(socket);
   }
 
+  unsigned port() const { return ntohs(address_.sin_port); }
+  std::string url() const { return "https://127.0.0.1:" + std::to_string(port()) + "/"; }
+
  private:
-  boost::asio::io_context io_;
-  boost::asio::ip::tcp::acceptor acceptor_{io_};
-  std::vector<boost::asio::ip::tcp::socket> waiting_;
+  sockaddr_in address_{};
+  std::array<int, 5> sockets_{};
 };
 
 }  // namespace kx

@@ -1,0 +1,146 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "platform/linux/CurlURLSession.h"
+#include "tests/platform/linux/https/InterposedCalls.h"
+#include "tests/platform/linux/https/TestDispatch.h"
+
+// A host application that ends while a request is somewhere on its way:
+//
+//     https-exiting-host <URL> <certificate authority file> <linger in ms> <when> <how>
+//
+// When: "told" (a byte comes on standard input), "resolving" (the host name is being looked up), "answered",
+// or a number of microseconds after the start; "answered+<number>" is that long after the answer. How:
+// "return" from main, "exit", "exit-elsewhere" (on another thread), "_exit", or "fork": a child that the host
+// forks exits, and then the host.
+//
+// The exit status is 7.
+
+namespace {
+
+constexpr int status = 7;
+
+std::atomic<bool> answered{false};
+bool isForkedChild = false;
+
+template <class Condition>
+void waitUntil(Condition condition) {
+  while (!condition()) std::this_thread::sleep_for(std::chrono::microseconds(200));
+}
+
+void waitFor(const std::string &when) {
+  if (when == "told") {
+    char byte = 0;
+    if (read(STDIN_FILENO, &byte, 1) != 1) std::abort();
+    return;
+  }
+  if (when == "resolving") return waitUntil([] { return kx::InterposedCalls::stalledResolutions() > 0; });
+  std::string delay = when;
+  if (when.compare(0, 8, "answered") == 0) {
+    waitUntil([] { return answered.load(); });
+    delay = when.size() > 8 ? when.substr(9) : "0";
+  }
+  const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(std::stol(delay));
+  while (std::chrono::steady_clock::now() < end) {
+  }
+}
+
+std::chrono::steady_clock::time_point forkTime;
+
+/// Runs late in the exit, when TLS is no more.
+void exitLate() {
+  if (isForkedChild && std::chrono::steady_clock::now() - forkTime > std::chrono::milliseconds(900)) _exit(1);
+  // Time enough for a thread that has not been stopped to fall over what is missing.
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+/// Whether one of some children exits without having waited for threads that it does not have. More than one,
+/// since any may have waited for the processor.
+bool someChildExitsAtOnce() {
+  for (int i = 0; i < 5; ++i) {
+    forkTime = std::chrono::steady_clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+      isForkedChild = true;
+      std::exit(status);
+    }
+    int result = 0;
+    waitpid(child, &result, 0);
+    if (WIFEXITED(result) && WEXITSTATUS(result) == status) return true;
+  }
+  return false;
+}
+
+std::function<void()> sendAtExit;
+
+}  // namespace
+
+extern "C" {
+
+// What the leak sanitizer asks.
+
+const char *__lsan_default_suppressions();
+const char *__lsan_default_suppressions() {
+  return "leak:libcrypto.so";  // what is registered with OpenSSL while it ends, it does not free
+}
+
+int __lsan_is_turned_off();
+int __lsan_is_turned_off() {
+  return isForkedChild ? 1 : 0;  // it looks for the stacks of threads that only the parent has
+}
+
+}  // extern "C"
+
+int main(int argc, char **argv) {
+  if (argc != 6) return 2;
+  std::atexit(&exitLate);
+  std::atexit([] {
+    if (sendAtExit) sendAtExit();
+  });
+  const std::string how = argv[5];
+
+  // As in a host, nothing of this is ever destroyed.
+  static auto &dispatch = *new kx::TestDispatch();
+  kx::CurlSettings settings;
+  settings.certificateAuthorityFile = argv[2];
+  settings.linger = std::chrono::milliseconds(std::stol(argv[3]));
+  static auto &service = *new kx::CurlURLSessionService(dispatch, settings);
+  kx::URLRequest request(kx::URL{argv[1]});
+  request.HTTPMethod = "POST";
+  const auto session = service.sessionWithDefaultConfiguration();
+  session
+      ->uploadTaskWithRequest(request, kx::Data{'{', '}'},
+                              [](const auto &, const auto &) { answered = true; })
+      ->resume();
+  session->finishTasksAndInvalidate();
+
+  waitFor(argv[4]);
+  if (how == "exit") std::exit(status);
+  if (how == "_exit") _exit(status);
+  if (how == "fork") return someChildExitsAtOnce() ? status : 1;
+  if (how == "send") {
+    sendAtExit = [&request] {
+      std::atomic<bool> failed{false};
+      service.sessionWithDefaultConfiguration()
+          ->uploadTaskWithRequest(request, kx::Data(),
+                                  [&failed](const auto &, const auto &error) {
+                                    if (error) failed = true;
+                                  })
+          ->resume();
+      waitUntil([&failed] { return failed.load(); });
+    };
+    std::exit(status);
+  }
+  if (how == "exit-elsewhere") {
+    std::thread([] { std::exit(status); }).detach();
+    while (true) pause();
+  }
+  return status;
+}
