@@ -1,0 +1,90 @@
+#include "platform/linux/bus/SystemBus.h"
+
+#include <utility>
+
+#include "platform/linux/CallbackBoundary.h"
+
+namespace kx {
+
+SystemBus::SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop, unsigned int secondsBetweenAttempts)
+    : mainRunLoop_(std::move(mainRunLoop)), secondsBetweenAttempts_(secondsBetweenAttempts) {}
+
+SystemBus::~SystemBus() {
+  if (connection_ != nullptr) g_signal_handler_disconnect(connection_.get(), closedHandler_);
+}
+
+void SystemBus::observe(Observer observer) {
+  mainRunLoop_->perform([bus = strong(*this), observer = std::move(observer)] {
+    bus->observers_.push_back(observer);
+    if (bus->connection_ != nullptr) {
+      observer(bus->connection_.get());
+    } else if (bus->observers_.size() == 1) {
+      bus->open();
+    }
+  });
+}
+
+// What is under way holds a reference to the bus: `data` of the callbacks below is a shared pointer on the
+// heap.
+
+void SystemBus::open() {
+  const GLibPointer<gchar> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+  g_dbus_connection_new_for_address(
+      address.get(),
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, &whenOpened, new std::shared_ptr<SystemBus>(strong(*this)));
+}
+
+void SystemBus::whenOpened(GObject * /*source*/, GAsyncResult *result, gpointer data) {
+  const std::unique_ptr<std::shared_ptr<SystemBus>> bus(static_cast<std::shared_ptr<SystemBus> *>(data));
+  GLibPointer<GDBusConnection> connection(g_dbus_connection_new_for_address_finish(result, nullptr));
+  runAtBoundary([&] {
+    if (connection == nullptr || g_dbus_connection_is_closed(connection.get())) {
+      (*bus)->tryAgainLater();
+    } else {
+      (*bus)->use(std::move(connection));
+    }
+  });
+}
+
+void SystemBus::use(GLibPointer<GDBusConnection> connection) {
+  connection_ = std::move(connection);
+  closedHandler_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(&whenClosed), this);
+  tellObservers();
+}
+
+void SystemBus::whenClosed(GDBusConnection *connection, gboolean /*byPeer*/, GError * /*error*/,
+                           gpointer data) {
+  const auto bus = strong(*static_cast<SystemBus *>(data));
+  if (bus == nullptr) return;
+  runAtBoundary([&] {
+    g_signal_handler_disconnect(connection, bus->closedHandler_);
+    bus->connection_.reset();
+    bus->tellObservers();
+    bus->tryAgainLater();
+  });
+}
+
+void SystemBus::tellObservers() {
+  const auto observers = observers_;  // one of them may bring another
+  for (const Observer &observer : observers) {
+    runAtBoundary([&] { observer(connection_.get()); });
+  }
+}
+
+void SystemBus::tryAgainLater() {
+  GSource *const source = g_timeout_source_new_seconds(secondsBetweenAttempts_);
+  g_source_set_callback(
+      source,
+      [](gpointer data) -> gboolean {
+        runAtBoundary([&] { (*static_cast<std::shared_ptr<SystemBus> *>(data))->open(); });
+        return G_SOURCE_REMOVE;
+      },
+      new std::shared_ptr<SystemBus>(strong(*this)),
+      [](gpointer data) { delete static_cast<std::shared_ptr<SystemBus> *>(data); });
+  g_source_attach(source, mainRunLoop_->context());
+  g_source_unref(source);
+}
+
+}  // namespace kx

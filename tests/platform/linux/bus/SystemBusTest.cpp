@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/linux/bus/SystemBus.h"
+#include "tests/support/PrivateBus.h"
+
+namespace kx {
+namespace {
+
+class SystemBusTest : public testing::Test {
+ protected:
+  /// Runs the main loop until `condition` holds; false when it never did.
+  static bool loopUntil(const std::function<bool()> &condition) {
+    return eventually([&] {
+      while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+      }
+      return condition();
+    });
+  }
+
+  std::shared_ptr<SystemBus> makeBus() {
+    return std::make_shared<SystemBus>(LinuxRunLoop::of(g_main_context_default()), 1U);
+  }
+
+  PrivateBus bus_;
+};
+
+TEST_F(SystemBusTest, TellsItsObserversOfOneConnection) {
+  const auto bus = makeBus();
+  GDBusConnection *first = nullptr;
+  GDBusConnection *second = nullptr;
+  bus->observe([&](GDBusConnection *connection) { first = connection; });
+  bus->observe([&](GDBusConnection *connection) { second = connection; });
+  EXPECT_EQ(first, nullptr) << "told from within the call";
+  ASSERT_TRUE(loopUntil([&] { return second != nullptr; }));
+  EXPECT_EQ(first, second);
+}
+
+TEST_F(SystemBusTest, TellsALateObserverOfTheConnectionThatIsOpen) {
+  const auto bus = makeBus();
+  GDBusConnection *first = nullptr;
+  bus->observe([&](GDBusConnection *connection) { first = connection; });
+  ASSERT_TRUE(loopUntil([&] { return first != nullptr; }));
+  GDBusConnection *late = nullptr;
+  bus->observe([&](GDBusConnection *connection) { late = connection; });
+  ASSERT_TRUE(loopUntil([&] { return late != nullptr; }));
+  EXPECT_EQ(late, first);
+}
+
+TEST_F(SystemBusTest, TellsOnTheMainThreadWhoeverObserves) {
+  const auto bus = makeBus();
+  std::atomic<bool> told = false;
+  std::thread::id teller;
+  std::thread([&] {
+    bus->observe([&](GDBusConnection *) {
+      teller = std::this_thread::get_id();
+      told = true;
+    });
+  }).join();
+  ASSERT_TRUE(loopUntil([&] { return told.load(); }));
+  EXPECT_EQ(teller, std::this_thread::get_id());
+}
+
+TEST_F(SystemBusTest, OutlivesTheBusAndOpensTheNextOne) {
+  const auto bus = makeBus();
+  std::vector<bool> told;
+  bus->observe([&](GDBusConnection *connection) { told.push_back(connection != nullptr); });
+  ASSERT_TRUE(loopUntil([&] { return told.size() == 1; }));
+  bus_.stop();
+  ASSERT_TRUE(loopUntil([&] { return told.size() == 2; }));
+  bus_.start();
+  ASSERT_TRUE(loopUntil([&] { return told.size() == 3; }));
+  EXPECT_EQ(told, (std::vector<bool>{true, false, true}));
+}
+
+TEST_F(SystemBusTest, FindsABusThatIsStartedLater) {
+  bus_.stop();
+  const auto bus = makeBus();
+  bool told = false;
+  bus->observe([&](GDBusConnection *connection) { told = connection != nullptr; });
+  for (int i = 0; i < 20; ++i) g_main_context_iteration(nullptr, FALSE);
+  EXPECT_FALSE(told);
+  bus_.start();
+  EXPECT_TRUE(loopUntil([&] { return told; }));
+}
+
+TEST_F(SystemBusTest, AnObserverThatThrowsKeepsNothingFromTheOthers) {
+  const auto bus = makeBus();
+  bool told = false;
+  bus->observe([](GDBusConnection *) { throw std::runtime_error("thrown by an observer"); });
+  bus->observe([&](GDBusConnection *) { told = true; });
+  EXPECT_TRUE(loopUntil([&] { return told; }));
+}
+
+TEST_F(SystemBusTest, LetsGoOfItsConnectionWhenItIsReleased) {
+  auto bus = makeBus();
+  GDBusConnection *connection = nullptr;
+  bus->observe([&](GDBusConnection *opened) { connection = opened; });
+  ASSERT_TRUE(loopUntil([&] { return connection != nullptr; }));
+  bool finalized = false;
+  g_object_weak_ref(
+      G_OBJECT(connection), [](gpointer data, GObject *) { *static_cast<bool *>(data) = true; }, &finalized);
+  bus.reset();
+  EXPECT_TRUE(loopUntil([&] { return finalized; }));
+}
+
+}  // namespace
+}  // namespace kx
