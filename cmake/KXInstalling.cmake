@@ -30,5 +30,7 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfigVersion.cmake
   DESTINATION ${package})
 
+set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH KX_PREFIX_FROM_PKGCONFIG /${pkgconfig} /)  # an installed tree may be moved
 configure_file(cmake/KXPublisher.pc.in ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc DESTINATION ${pkgconfig})

@@ -1,0 +1,98 @@
+"""The programs that play together, each ended with the demo at the latest."""
+
+import json
+import os
+import queue
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+PROGRAMS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "build", "bin")
+
+
+class ProgramError(Exception):
+    """A program does not do what it is there for."""
+
+
+class Program:
+    """A running program."""
+
+    def __init__(self, *command, **options):
+        self.name = os.path.basename(command[0])
+        try:
+            self.process = subprocess.Popen(command, text=True, **options)
+        except OSError as error:
+            raise ProgramError(f"{command[0]} does not start: {error.strerror}") from error
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        try:
+            self.process.wait(10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+
+
+class Collector(Program):
+    """The collection service, with a certificate authority of its own that nobody else trusts."""
+
+    def __init__(self):
+        self.directory = tempfile.TemporaryDirectory(prefix="kx-demo-")
+        super().__init__(os.path.join(PROGRAMS, "kx-collector"), "--json", "--port", "0",
+                         "--directory", self.directory.name, stdout=subprocess.PIPE)
+        self.events = queue.Queue()
+        threading.Thread(target=self._read, daemon=True).start()
+        listening = self._next_event(time.monotonic() + 30)
+        if listening is None or listening["event"] != "listening":
+            raise ProgramError("kx-collector does not listen")
+        self.address = f"{listening['address']}:{listening['port']}"
+        self.ca_file = listening["caFile"]
+
+    def __exit__(self, *arguments):
+        super().__exit__(*arguments)
+        self.directory.cleanup()
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.events.put(json.loads(line))
+
+    def _next_event(self, end):
+        try:
+            return self.events.get(timeout=max(end - time.monotonic(), 0))
+        except queue.Empty:
+            return None
+
+    def events_until(self, end):
+        """What happens at the service until that time, as it happens."""
+        while (event := self._next_event(end)) is not None:
+            yield event
+
+
+class Host(Program):
+    """The host application, obedient to one-character commands."""
+
+    def __init__(self, collector, identifier):
+        super().__init__(os.path.join(PROGRAMS, "kx-host"), "--api-token", "demo", "--hostname", collector.address,
+                         "--ca-file", collector.ca_file, "--ifa", identifier,
+                         stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=sys.stderr)
+
+    def command(self, character):
+        try:
+            self.process.stdin.write(character + "\n")
+            self.process.stdin.flush()
+        except OSError as error:
+            raise ProgramError("kx-host has ended") from error
+
+    def quit(self):
+        self.command("q")
+        try:
+            self.process.wait(30)
+        except subprocess.TimeoutExpired as error:
+            raise ProgramError("kx-host does not quit") from error
+        if self.process.returncode != 0:
+            raise ProgramError(f"kx-host ended with exit code {self.process.returncode}")

@@ -1,0 +1,63 @@
+"""How the demo tells what happens."""
+
+import json
+import time
+
+
+def _text(value):
+    return json.dumps(value, ensure_ascii=False)
+
+
+class Teller:
+    """Prints what happens, with the seconds since the start; a message in full first, and then what is new in it."""
+
+    def __init__(self):
+        self.start = time.monotonic()
+        self.cause = ""
+        self.messages = []
+        self.logins = 0
+        self.refusals = 0
+
+    def say(self, text):
+        print(f"{time.monotonic() - self.start:6.1f} s  {text}", flush=True)
+
+    def tell_step(self, step):
+        self.say(step.telling)
+        self.cause = step.cause
+
+    def tell_event(self, event):
+        if event["event"] != "request":
+            return
+        if event["status"] != 200:
+            self.refusals += 1
+            self.say(f"-> {event['endpoint']}: the service answered {event['status']}")
+        elif event["endpoint"] == "login":
+            self.logins += 1
+            self.say("-> Login: the service gave an access token.")
+        else:
+            self._tell_message(event["document"][0])
+
+    def _tell_message(self, message):
+        self.messages.append(message)
+        self.say(f"-> Message {len(self.messages)}, {self.cause}:")
+        if len(self.messages) == 1:
+            self._tell_facts("", message.items())
+            return
+        before = self.messages[-2]
+        changed = [(key, value) for key, value in message.items() if before.get(key) != value]
+        self._tell_facts("", changed)
+        gone = [key for key in before if key not in message]
+        if gone:
+            print(f"            no longer there: {', '.join(gone)}")
+        print(f"            and {len(message) - len(changed)} facts as before", flush=True)
+
+    @staticmethod
+    def _tell_facts(indent, facts):
+        for key, value in facts:
+            print(f"            {indent}{key:16} {_text(value)}")
+
+    def tell_summary(self):
+        sizes = [len(json.dumps([message], separators=(",", ":"), ensure_ascii=False).encode())
+                 for message in self.messages]
+        self.say(f"{self.logins} login, {len(self.messages)} messages of "
+                 f"{min(sizes, default=0)} to {max(sizes, default=0)} bytes, {self.refusals} refused.")

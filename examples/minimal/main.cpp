@@ -1,0 +1,13 @@
+// The whole of what a host application writes.
+#include <KXPublisher/KXPublisher.h>
+#include <glib.h>
+#include <platform/linux/LinuxHost.h>
+
+int main() {
+  kx::LinuxHostOptions options;
+  options.advertisingIdentifier = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
+  kx::LinuxHost::setOptions(options);
+  kx::KXPublisher::sharedInstanceWithApiToken("the API token", "collect.example.com");
+
+  g_main_loop_run(g_main_loop_new(nullptr, FALSE));  // the application's own life
+}
