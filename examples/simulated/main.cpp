@@ -1,0 +1,38 @@
+// How a host developer tests with the library: on a whole device in memory, where a day takes a moment.
+#include <KXPublisher/KXPublisher.h>
+#include <platform/simulated/SimulatedPlatform.h>
+
+#include <cstdio>
+
+namespace {
+
+/// Ends the program with exit code 1 where a test framework would report a failure.
+void expect(bool holds, const char *what) {
+  if (holds) return;
+  std::fprintf(stderr, "does not hold: %s\n", what);
+  std::exit(1);
+}
+
+}  // namespace
+
+int main() {
+  kx::SimulatedPlatform &device = kx::SimulatedPlatform::install();
+  device.localeService.languages = {"fr-CA"};
+  device.service.script(kx::SimulatedCollectionService::loginPath, {kx::SimulatedReply::status(503)});
+
+  kx::KXPublisher::sharedInstanceWithApiToken("token", "collect.example.com");
+  device.advance(86400);  // seconds
+  expect(device.service.logins().size() == 2, "a refused login is tried again");
+  const std::size_t sent = device.service.messages().size();
+  expect(sent == 143, "one message every ten minutes, as soon as there is a token");
+
+  device.application->enterBackground();
+  device.advance(1);
+  expect(device.service.messages().size() == sent + 1, "one message on entering the background");
+  const auto text = device.service.messages().back().text();
+  expect(text && text->find("fr-CA") != std::string::npos, "it tells the user's language");
+
+  device.advance(86400);
+  expect(device.service.messages().size() == sent + 1, "none in the background");
+  return 0;
+}
