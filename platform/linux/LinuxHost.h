@@ -1,9 +1,11 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "platform/Application.h"
+#include "platform/Geocoder.h"
 #include "platform/foundation/Export.h"
 
 namespace kx {
@@ -19,6 +21,10 @@ struct LinuxHostOptions {
   std::optional<std::string> certificateAuthorityFile;
   /// Whether the host may work in the background.
   BackgroundRefreshStatus backgroundRefreshStatus = BackgroundRefreshStatus::available;
+  /// Finds places instead of the library's own table (docs/geocoding.md); a null pointer for that one. Has to
+  /// keep `Geocoder`'s promises: any thread, returns at once, its handler at most once and never from within
+  /// the call.
+  std::shared_ptr<Geocoder> geocoder;
 };
 
 /// The host application's side of the Linux platform. The host runs GLib's default main context; the thread
