@@ -4,12 +4,25 @@
 
 namespace kx {
 
+namespace {
+
+std::shared_ptr<Application> makeApplication(NotificationCenter &center, Dispatch &dispatch,
+                                             BackgroundRefreshStatus status, SystemBus &bus,
+                                             const std::shared_ptr<LinuxRunLoop> &mainRunLoop) {
+  auto application = std::make_shared<LinuxApplication>(center, dispatch, status);
+  application->followSleep(bus, mainRunLoop, LinuxBundle::hostIdentifier());
+  return application;
+}
+
+}  // namespace
+
 LinuxPlatform::LinuxPlatform(const LinuxHostOptions &options)
-    : dispatch_(runLoops_.linuxMainRunLoop()),
+    : systemBus_(std::make_shared<SystemBus>(runLoops_.linuxMainRunLoop())),
+      dispatch_(runLoops_.linuxMainRunLoop()),
       mainOperationQueue_(std::make_shared<MainOperationQueue>(dispatch_)),
       notificationCenter_(dispatch_, mainOperationQueue_),
-      sharedApplication_(std::make_shared<LinuxApplication>(notificationCenter_, dispatch_,
-                                                            options.backgroundRefreshStatus)),
+      sharedApplication_(makeApplication(notificationCenter_, dispatch_, options.backgroundRefreshStatus,
+                                         *systemBus_, runLoops_.linuxMainRunLoop())),
       urlSessions_(std::make_unique<CurlURLSessionService>(dispatch_, options.certificateAuthorityFile)),
       device_(std::make_shared<LinuxDevice>()),
       advertising_(std::make_shared<LinuxAdvertising>(options)),

@@ -17,13 +17,14 @@
 #include "platform/linux/LinuxRunLoop.h"
 #include "platform/linux/LinuxSystemCalls.h"
 #include "platform/linux/LinuxWebView.h"
+#include "platform/linux/bus/SystemBus.h"
 
 namespace kx {
 
 /// The Linux device: GLib's main loop, the kernel, the system's files, and what the host tells.
 ///
 /// Making it happens on the host's thread, inside its first call: it takes a few microseconds, reads no file,
-/// starts no thread and talks to no bus. What can only be read there in safety, the environment and the
+/// starts no thread and waits for no bus. What can only be read there in safety, the environment and the
 /// GApplication's identifier, is read then.
 class KX_EXPORT LinuxPlatform : public Platform {
  public:
@@ -52,6 +53,7 @@ class KX_EXPORT LinuxPlatform : public Platform {
 
  private:
   LinuxRunLoopService runLoops_;
+  const std::shared_ptr<SystemBus> systemBus_;
   LinuxDispatch dispatch_;
   const std::shared_ptr<OperationQueue> mainOperationQueue_;
   LocalNotificationCenter notificationCenter_;
