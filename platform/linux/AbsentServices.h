@@ -3,7 +3,6 @@
 #include <memory>
 #include <optional>
 
-#include "platform/LocationService.h"
 #include "platform/NetworkReachability.h"
 #include "platform/Telephony.h"
 
@@ -14,14 +13,6 @@ namespace kx {
 class AbsentTelephony : public TelephonyService {
  public:
   std::shared_ptr<TelephonyNetworkInfo> makeTelephonyNetworkInfo() override { return nullptr; }
-};
-
-class AbsentLocation : public LocationService {
- public:
-  std::shared_ptr<LocationManager> makeLocationManager() override { return nullptr; }
-  bool locationServicesEnabled() override { return false; }
-  AuthorizationStatus authorizationStatus() override { return AuthorizationStatus::notDetermined; }
-  std::shared_ptr<Geocoder> makeGeocoder() override { return nullptr; }
 };
 
 class AbsentReachability : public NetworkReachability {

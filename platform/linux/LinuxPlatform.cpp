@@ -1,6 +1,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
 #include "platform/linux/CurlURLSession.h"
+#include "platform/linux/geocoding/LinuxGeocoder.h"
 
 namespace kx {
 
@@ -26,7 +27,10 @@ LinuxPlatform::LinuxPlatform(const LinuxHostOptions &options)
       urlSessions_(std::make_unique<CurlURLSessionService>(dispatch_, options.certificateAuthorityFile)),
       device_(std::make_shared<LinuxDevice>()),
       advertising_(std::make_shared<LinuxAdvertising>(options)),
-      bundle_(std::make_shared<LinuxBundle>(LinuxBundle::hostIdentifier())) {}
+      bundle_(std::make_shared<LinuxBundle>(LinuxBundle::hostIdentifier())),
+      location_(runLoops_.linuxMainRunLoop(), systemBus_, LinuxBundle::hostIdentifier(),
+                options.geocoder != nullptr ? options.geocoder
+                                            : std::make_shared<LinuxGeocoder>(dispatch_, clock_)) {}
 
 LinuxPlatform::~LinuxPlatform() = default;
 

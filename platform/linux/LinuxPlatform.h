@@ -18,6 +18,7 @@
 #include "platform/linux/LinuxSystemCalls.h"
 #include "platform/linux/LinuxWebView.h"
 #include "platform/linux/bus/SystemBus.h"
+#include "platform/linux/location/LinuxLocationService.h"
 
 namespace kx {
 
@@ -71,7 +72,7 @@ class KX_EXPORT LinuxPlatform : public Platform {
   const std::shared_ptr<LinuxBundle> bundle_;
   LinuxProcessInfo processInfo_;
   AbsentTelephony telephony_;
-  AbsentLocation location_;
+  LinuxLocationService location_;
 };
 
 }  // namespace kx

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/LocationService.h"
+#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/bus/SystemBus.h"
+#include "platform/linux/location/LocationAuthorization.h"
+#include "platform/linux/location/LocationTracking.h"
+
+namespace kx {
+
+/// The location services of GeoClue, on the system bus.
+///
+/// Whether the host is authorized, and whether location services are switched on, becomes known only when a
+/// location manager has asked the service; until then, and while there is no service, the status is not
+/// determined and the services count as switched off.
+///
+/// GeoClue gives positions as exactly as the device can find them, and always with an accuracy. It says
+/// nothing of the altitude's accuracy, which is -1 therefore.
+class KX_EXPORT LinuxLocationService : public LocationService {
+ public:
+  /// `desktopId`: the host's application identifier, by which GeoClue and the user know it; a host without
+  /// one gets no location managers. `geocoder` is the one that is given out; may be null. Talks to no bus
+  /// before a location manager is made.
+  LinuxLocationService(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::shared_ptr<SystemBus> bus,
+                       const std::optional<std::string> &desktopId, std::shared_ptr<Geocoder> geocoder,
+                       GeoClueTimes times = {});
+
+  std::shared_ptr<LocationManager> makeLocationManager() override;
+  bool locationServicesEnabled() override { return authorization_->servicesEnabled(); }
+  AuthorizationStatus authorizationStatus() override { return authorization_->status(); }
+  /// Geocoders have no state: it is the same one every time.
+  std::shared_ptr<Geocoder> makeGeocoder() override { return geocoder_; }
+
+ private:
+  const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
+  const std::shared_ptr<SystemBus> bus_;
+  const std::optional<std::string> desktopId_;
+  const std::shared_ptr<Geocoder> geocoder_;
+  const GeoClueTimes times_;
+  const std::shared_ptr<LocationAuthorization> authorization_ = std::make_shared<LocationAuthorization>();
+};
+
+}  // namespace kx

@@ -1,0 +1,186 @@
+#include "platform/linux/location/LocationTracking.h"
+
+#include <utility>
+
+#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/location/GeoClueLocation.h"
+#include "platform/linux/location/LinuxLocationManager.h"
+
+namespace kx {
+
+using State = LocationAuthorization::State;
+
+LocationTracking::LocationTracking(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::string desktopId,
+                                   GeoClueTimes times, std::shared_ptr<LocationAuthorization> authorization,
+                                   std::weak_ptr<LinuxLocationManager> manager)
+    : mainRunLoop_(std::move(mainRunLoop)),
+      desktopId_(std::move(desktopId)),
+      times_(times),
+      authorization_(std::move(authorization)),
+      manager_(std::move(manager)),
+      nextAttempt_(mainRunLoop_->context()),
+      answerOverdue_(mainRunLoop_->context()) {}
+
+LocationTracking::~LocationTracking() {
+  release();
+}
+
+// ---- What the manager needs
+
+void LocationTracking::setConnection(GDBusConnection *connection) {
+  release();
+  connection_ = retained(connection);
+  if (connection == nullptr) settle(State::notDetermined);
+  update();
+}
+
+bool LocationTracking::isNeeded(LinuxLocationManager &manager) const {
+  const auto request = manager.request();
+  // Only a paused client tells of its resumption. A delegate that stops updates when it is told of the pause
+  // waits for it all the same; whoever stops them later does not.
+  const bool awaitsResumption = paused_ && request.stops == stopsWhenPaused_;
+  const bool awaitsAuthorization = request.hasDelegate && state_ != State::authorized;
+  return request.updating || awaitsResumption || awaitsAuthorization;
+}
+
+void LocationTracking::update() {
+  if (connection_ == nullptr) return;
+  const auto manager = manager_.lock();
+  if (manager == nullptr || !isNeeded(*manager)) {
+    release();
+  } else if (watch_ == 0) {
+    watchService();
+  } else if (!owner_.empty() && client_ == nullptr && !answered_) {
+    startClient(*manager);
+  }
+}
+
+void LocationTracking::start() {
+  if (client_ == nullptr) {
+    lookAgain();
+  } else {
+    update();
+  }
+}
+
+void LocationTracking::distanceFilterChanged() {
+  const auto manager = manager_.lock();
+  if (manager == nullptr || client_ == nullptr) return;
+  client_->setDistanceThreshold(distanceThreshold(manager->request().distanceFilter));
+}
+
+void LocationTracking::release() {
+  endClient();
+  nextAttempt_.cancel();
+  owner_.clear();
+  answered_ = false;
+  if (watch_ != 0) g_bus_unwatch_name(std::exchange(watch_, 0));
+}
+
+void LocationTracking::lookAgain() {
+  release();
+  update();
+}
+
+void LocationTracking::lookAgainLater() {
+  nextAttempt_.schedule(times_.betweenAttempts, [this] { lookAgain(); });
+}
+
+// ---- The service
+
+void LocationTracking::watchService() {
+  using Weak = std::weak_ptr<LocationTracking>;
+  watch_ = g_bus_watch_name_on_connection(
+      connection_.get(), GeoClueClient::serviceName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START,
+      [](GDBusConnection *, const gchar *, const gchar *owner, gpointer data) {
+        const auto tracking = static_cast<Weak *>(data)->lock();
+        if (tracking != nullptr) runAtBoundary([&] { tracking->serviceAppeared(owner); });
+      },
+      [](GDBusConnection *, const gchar *, gpointer data) {
+        const auto tracking = static_cast<Weak *>(data)->lock();
+        if (tracking != nullptr) runAtBoundary([&] { tracking->serviceVanished(); });
+      },
+      new Weak(strong(*this)), [](gpointer data) { delete static_cast<Weak *>(data); });
+}
+
+void LocationTracking::serviceAppeared(const char *owner) {
+  nextAttempt_.cancel();
+  endClient();
+  owner_ = owner;
+  answered_ = false;
+  update();
+}
+
+void LocationTracking::serviceVanished() {
+  // GeoClue leaves when nobody needs it: what it has said before then still holds.
+  const bool wasNeeded = client_ != nullptr;
+  endClient();
+  owner_.clear();
+  if (wasNeeded || state_ != State::denied) lookAgainLater();
+  if (wasNeeded) settle(State::notDetermined);
+}
+
+void LocationTracking::startClient(LinuxLocationManager &manager) {
+  client_ = std::make_shared<GeoClueClient>(connection_.get(), owner_, mainRunLoop_->context(),
+                                            times_.betweenPositions, strong(*this));
+  answerOverdue_.schedule(times_.forAnswer, [this] { settle(State::notDetermined); });
+  client_->start(desktopId_, distanceThreshold(manager.request().distanceFilter));
+}
+
+void LocationTracking::endClient() {
+  answerOverdue_.cancel();
+  paused_ = false;
+  if (client_ != nullptr) std::exchange(client_, nullptr)->end();
+}
+
+void LocationTracking::settle(State state) {
+  if (state_ == state) return;
+  state_ = state;
+  authorization_->set(state);
+  if (const auto manager = manager_.lock()) manager->tellAuthorization(LocationAuthorization::status(state));
+}
+
+// ---- The client
+
+void LocationTracking::clientStarted() {
+  answerOverdue_.cancel();
+  settle(State::authorized);
+  update();  // whether or not positions are wanted, now that the delegate knows
+}
+
+void LocationTracking::clientRefused(GeoClueClient::Refusal refusal) {
+  endClient();
+  answered_ = true;
+  const bool disabled = refusal == GeoClueClient::Refusal::disabled;
+  if (disabled) lookAgainLater();
+  settle(disabled ? State::disabled : State::denied);
+}
+
+void LocationTracking::clientFailed() {
+  endClient();
+  answered_ = true;
+  lookAgainLater();
+  settle(State::notDetermined);
+}
+
+void LocationTracking::clientPaused() {
+  const auto manager = manager_.lock();
+  if (manager == nullptr) return;
+  paused_ = true;
+  manager->tellPaused();
+  stopsWhenPaused_ = manager->request().stops;
+}
+
+void LocationTracking::clientResumed() {
+  const auto manager = manager_.lock();
+  if (manager == nullptr) return;
+  paused_ = false;
+  manager->tellResumed();
+  update();
+}
+
+void LocationTracking::clientFound(const Location &location) {
+  if (const auto manager = manager_.lock()) manager->found(location);
+}
+
+}  // namespace kx
