@@ -102,7 +102,7 @@ bool SimulatedScheduler::runOne() {
     if (!seeded_) break;
   }
   if (runnable.empty()) return false;
-  run(runnable[seeded_ ? random_() % runnable.size() : 0]);
+  run(runnable[seeded_ ? static_cast<std::size_t>(random_() % runnable.size()) : 0]);
   return true;
 }
 
