@@ -19,6 +19,7 @@
 #include "platform/linux/LinuxWebView.h"
 #include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/location/LinuxLocationService.h"
+#include "platform/linux/network/LinuxReachability.h"
 
 namespace kx {
 
@@ -62,7 +63,7 @@ class KX_EXPORT LinuxPlatform : public Platform {
   LinuxClock clock_;
   LinuxConsole console_;
   const std::unique_ptr<URLSessionService> urlSessions_;
-  AbsentReachability reachability_;
+  LinuxReachability reachability_{runLoops_.linuxMainRunLoop(), systemBus_};
   LinuxInterfaceList interfaces_;
   const std::shared_ptr<LinuxDevice> device_;
   LinuxSystemName systemName_;

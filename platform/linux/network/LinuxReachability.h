@@ -1,0 +1,57 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "platform/NetworkReachability.h"
+#include "platform/foundation/Export.h"
+#include "platform/linux/LinuxRunLoop.h"
+
+namespace kx {
+
+class NetworkManagerClient;
+class SystemBus;
+
+/// Reachability by the kernel's own routes: an address is reached when the interface that they lead to is
+/// running, and over the cellular network when that interface is a modem's. The zero address is reached when
+/// there is a way to anywhere, by IPv4 or IPv6.
+///
+/// Behind a tunnel the kernel does not show whose network carries the traffic. While a handle is scheduled,
+/// NetworkManager is asked, if it runs; until it has answered, and without it, a tunnel counts as no cellular
+/// network, and a point-to-point link (PPP) as one.
+///
+/// Every call returns at once. Changes are looked at 50 ms after the first of a burst, so that one that is
+/// undone by then is not reported. Nothing happens, and no socket is open, while no handle is scheduled.
+class KX_EXPORT LinuxReachability : public NetworkReachability {
+ public:
+  LinuxReachability(const std::shared_ptr<LinuxRunLoop> &mainRunLoop, const std::shared_ptr<SystemBus> &bus);
+  /// To be called while no other thread runs a loop that a handle is scheduled on.
+  ~LinuxReachability() override;
+
+  NetworkReachabilityRef createWithAddress(const SocketAddress &address) override;
+  /// Absent when the kernel refuses to tell.
+  std::optional<NetworkReachabilityFlags> getFlags(NetworkReachabilityRef target) override;
+  bool setCallback(NetworkReachabilityRef target, NetworkReachabilityCallback callback,
+                   const NetworkReachabilityContext &context) override;
+  /// False too when the kernel refuses. GLib knows no modes: changes are reported in all of them.
+  bool scheduleWithRunLoop(NetworkReachabilityRef target, const std::shared_ptr<RunLoop> &runLoop,
+                           RunLoopMode mode) override;
+  bool unscheduleFromRunLoop(NetworkReachabilityRef target, const std::shared_ptr<RunLoop> &runLoop,
+                             RunLoopMode mode) override;
+
+ private:
+  class Target;
+  struct Schedule;
+
+  /// Reads the flags for a schedule, and sees to it that a change beneath a tunnel is noticed.
+  NetworkReachabilityFlags flagsFor(const Target &target, const std::shared_ptr<Schedule> &schedule);
+  void check(Target &target, const std::shared_ptr<Schedule> &schedule);
+
+  const std::shared_ptr<NetworkManagerClient> networkManager_;
+  std::mutex mutex_;  ///< guards what the targets hold
+  std::vector<std::unique_ptr<Target>> targets_;
+};
+
+}  // namespace kx

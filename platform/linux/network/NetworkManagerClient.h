@@ -1,0 +1,65 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/foundation/Object.h"
+#include "platform/linux/GLibPointers.h"
+#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/bus/SystemBus.h"
+#include "platform/linux/network/NetworkWatch.h"
+
+namespace kx {
+
+/// What NetworkManager says about the connection that everything goes through in the end, a tunnel's traffic
+/// too. The bus is used only while somebody watches. From any thread.
+class NetworkManagerClient : public Object {
+ public:
+  enum class Bearer {
+    unknown,  ///< nobody watches, NetworkManager does not run, has not answered yet or makes no sense
+    cellular,
+    other,
+  };
+
+  NetworkManagerClient(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::shared_ptr<SystemBus> bus);
+  ~NetworkManagerClient() override;
+
+  /// By what it is now. Waits for nothing.
+  Bearer bearer() const { return bearer_; }
+
+  /// Has `watch` check when the bearer changes, from now on or no longer. Each does nothing when it is so
+  /// already.
+  void addWatch(const std::shared_ptr<NetworkWatch> &watch);
+  void removeWatch(const std::shared_ptr<NetworkWatch> &watch);
+
+ private:
+  void followWatches();
+  void useConnection(GDBusConnection *connection);
+  void makeProxy();
+  void dropProxy();
+  void readBearer();
+  void setBearer(Bearer bearer);
+
+  struct Making;
+  static void whenMade(GObject *source, GAsyncResult *result, gpointer data);
+  static void whenChanged(NetworkManagerClient *client);
+
+  const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
+  const std::shared_ptr<SystemBus> bus_;
+  std::atomic<Bearer> bearer_{Bearer::unknown};
+
+  std::mutex mutex_;
+  std::vector<std::shared_ptr<NetworkWatch>> watches_;  // guarded by the mutex
+
+  // The rest is used on the main thread only.
+  bool observesBus_ = false;
+  GLibPointer<GDBusConnection> connection_;  ///< empty while there is no bus
+  GLibPointer<GCancellable> making_;         ///< set as long as the proxy is wanted
+  GLibPointer<GDBusProxy> proxy_;
+};
+
+}  // namespace kx
