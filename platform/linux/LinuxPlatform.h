@@ -5,7 +5,6 @@
 #include "platform/LocalNotificationCenter.h"
 #include "platform/MainOperationQueue.h"
 #include "platform/Platform.h"
-#include "platform/linux/AbsentServices.h"
 #include "platform/linux/LinuxAdvertising.h"
 #include "platform/linux/LinuxApplication.h"
 #include "platform/linux/LinuxBundle.h"
@@ -20,6 +19,7 @@
 #include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/location/LinuxLocationService.h"
 #include "platform/linux/network/LinuxReachability.h"
+#include "platform/linux/telephony/LinuxTelephony.h"
 
 namespace kx {
 
@@ -72,7 +72,7 @@ class KX_EXPORT LinuxPlatform : public Platform {
   LinuxLocale locale_;
   const std::shared_ptr<LinuxBundle> bundle_;
   LinuxProcessInfo processInfo_;
-  AbsentTelephony telephony_;
+  LinuxTelephony telephony_{runLoops_.linuxMainRunLoop(), systemBus_};
   LinuxLocationService location_;
 };
 

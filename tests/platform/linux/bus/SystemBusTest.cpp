@@ -100,9 +100,10 @@ TEST_F(SystemBusTest, LetsGoOfItsConnectionWhenItIsReleased) {
   GDBusConnection *connection = nullptr;
   bus->observe([&](GDBusConnection *opened) { connection = opened; });
   ASSERT_TRUE(loopUntil([&] { return connection != nullptr; }));
-  bool finalized = false;
+  std::atomic<bool> finalized = false;  // by GLib's thread
   g_object_weak_ref(
-      G_OBJECT(connection), [](gpointer data, GObject *) { *static_cast<bool *>(data) = true; }, &finalized);
+      G_OBJECT(connection), [](gpointer data, GObject *) { *static_cast<std::atomic<bool> *>(data) = true; },
+      &finalized);
   bus.reset();
   EXPECT_TRUE(loopUntil([&] { return finalized; }));
 }
