@@ -2,6 +2,7 @@
 // thread, which a host can relate to.
 
 #include <KXPublisher/KXPublisher.h>
+#include <gio/gio.h>
 
 #include <algorithm>
 #include <chrono>
@@ -25,6 +26,8 @@ double microseconds(Call call) {
 }
 
 void child() {
+  // A host that the system's services know by its name, as an installed one.
+  g_application_set_default(g_application_new("com.example.KXHost", G_APPLICATION_NON_UNIQUE));
   kx::LinuxHostOptions options;
   options.advertisingIdentifier = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
   kx::LinuxHost::setOptions(options);

@@ -4,12 +4,14 @@ import json
 import os
 import queue
 import subprocess
-import sys
 import tempfile
 import threading
 import time
 
-PROGRAMS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "build", "bin")
+PROGRAMS = os.environ.get("KX_PROGRAMS",
+                          os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "build", "bin"))
+APPLICATION = "com.example.KXHost"
+IDENTIFIER = "6D92078A-8246-4BA4-AE5B-76104861E7DC"  # the advertising identifier of an imagined device
 
 
 class ProgramError(Exception):
@@ -28,6 +30,13 @@ class Program:
 
     def __enter__(self):
         return self
+
+    def write_line(self, line):
+        try:
+            self.process.stdin.write(line + "\n")
+            self.process.stdin.flush()
+        except OSError as error:
+            raise ProgramError(f"{self.name} has ended") from error
 
     def __exit__(self, *_):
         self.process.terminate()
@@ -76,17 +85,13 @@ class Collector(Program):
 class Host(Program):
     """The host application, obedient to one-character commands."""
 
-    def __init__(self, collector, identifier):
+    def __init__(self, collector, environment=None):
         super().__init__(os.path.join(PROGRAMS, "kx-host"), "--api-token", "demo", "--hostname", collector.address,
-                         "--ca-file", collector.ca_file, "--ifa", identifier,
-                         stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=sys.stderr)
+                         "--ca-file", collector.ca_file, "--ifa", IDENTIFIER, "--application-id", APPLICATION,
+                         stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, env=environment)
 
     def command(self, character):
-        try:
-            self.process.stdin.write(character + "\n")
-            self.process.stdin.flush()
-        except OSError as error:
-            raise ProgramError("kx-host has ended") from error
+        self.write_line(character)
 
     def quit(self):
         self.command("q")

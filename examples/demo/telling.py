@@ -4,6 +4,12 @@ import json
 import time
 
 
+ALWAYS_ABSENT = {
+    "userAgent": "the host has no WebKitGTK loaded, which would tell it",
+    "zip": "the table of places has no postal codes",
+}
+
+
 def _text(value):
     return json.dumps(value, ensure_ascii=False)
 
@@ -25,7 +31,11 @@ class Teller:
         self.say(step.telling)
         self.cause = step.cause
 
-    def tell_event(self, event):
+    def tell_events(self, events):
+        for event in events:
+            self._tell_event(event)
+
+    def _tell_event(self, event):
         if event["event"] != "request":
             return
         if event["status"] != 200:
@@ -41,20 +51,23 @@ class Teller:
         self.messages.append(message)
         self.say(f"-> Message {len(self.messages)}, {self.cause}:")
         if len(self.messages) == 1:
-            self._tell_facts("", message.items())
+            self._tell_facts(message.items())
+            for key, reason in ALWAYS_ABSENT.items():
+                if key not in message:
+                    print(f"            without {key}: {reason}", flush=True)
             return
         before = self.messages[-2]
         changed = [(key, value) for key, value in message.items() if before.get(key) != value]
-        self._tell_facts("", changed)
+        self._tell_facts(changed)
         gone = [key for key in before if key not in message]
         if gone:
             print(f"            no longer there: {', '.join(gone)}")
         print(f"            and {len(message) - len(changed)} facts as before", flush=True)
 
     @staticmethod
-    def _tell_facts(indent, facts):
+    def _tell_facts(facts):
         for key, value in facts:
-            print(f"            {indent}{key:16} {_text(value)}")
+            print(f"            {key:20} {_text(value)}")
 
     def tell_summary(self):
         sizes = [len(json.dumps([message], separators=(",", ":"), ensure_ascii=False).encode())
