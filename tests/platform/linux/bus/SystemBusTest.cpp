@@ -105,7 +105,7 @@ TEST_F(SystemBusTest, LetsGoOfItsConnectionWhenItIsReleased) {
       G_OBJECT(connection), [](gpointer data, GObject *) { *static_cast<std::atomic<bool> *>(data) = true; },
       &finalized);
   bus.reset();
-  EXPECT_TRUE(loopUntil([&] { return finalized; }));
+  EXPECT_TRUE(loopUntil([&] { return finalized.load(); }));
 }
 
 }  // namespace
