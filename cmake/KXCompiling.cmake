@@ -17,8 +17,9 @@ endif()
 # Compiles a target of this project by the house's rules.
 function(kx_compile_options target)
   target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror
+    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
   set_target_properties(${target} PROPERTIES
+    COMPILE_WARNING_AS_ERROR ON
     C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()

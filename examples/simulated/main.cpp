@@ -24,7 +24,7 @@ int main() {
   device.advance(86400);  // seconds
   expect(device.service.logins().size() == 2, "a refused login is tried again");
   const std::size_t sent = device.service.messages().size();
-  expect(sent == 143, "one message every ten minutes, as soon as there is a token");
+  expect(sent == 144, "one message every ten minutes, as soon as there is a token");
 
   device.application->enterBackground();
   device.advance(1);

@@ -19,8 +19,8 @@ class TextStream {
   std::string text;
 };
 
-/// Writes values. Brackets and commas are its own, for which RapidJSON would keep a stack; texts, their escapes and
-/// their validation, and numbers are RapidJSON's.
+/// Writes values. Brackets and commas are its own, for which RapidJSON would keep a stack; texts, their
+/// escapes and their validation, and numbers are RapidJSON's.
 template <unsigned flags>
 class ValueWriter : private rapidjson::Writer<TextStream, rapidjson::UTF8<>, rapidjson::UTF8<>,
                                               rapidjson::CrtAllocator, flags> {

@@ -4,5 +4,9 @@
 const char *ifaKeyAsCSeesIt(void);
 double firstDelayAsCSeesIt(void);
 
-const char *ifaKeyAsCSeesIt(void) { return dataKeyIfa; }
-double firstDelayAsCSeesIt(void) { return loggingFirstTimeDelay; }
+const char *ifaKeyAsCSeesIt(void) {
+  return dataKeyIfa;
+}
+double firstDelayAsCSeesIt(void) {
+  return loggingFirstTimeDelay;
+}

@@ -66,8 +66,7 @@ TEST_F(KXNetworkingRequestsTest, BuildsALoginRequest) {
 
 TEST_F(KXNetworkingRequestsTest, BuildsNoLoginRequestWithoutItsParts) {
   const auto build = [](const std::optional<std::string> &path, const std::optional<std::string> &host,
-                            const std::optional<Dictionary> &document,
-                            const std::shared_ptr<URLSession> &with) {
+                        const std::optional<Dictionary> &document, const std::shared_ptr<URLSession> &with) {
     return KXNetworking::apiUploadTaskForPath(path, host, document, with, [](const auto &, const auto &) {});
   };
   EXPECT_EQ(build(std::nullopt, "svc", params, session), nullptr);

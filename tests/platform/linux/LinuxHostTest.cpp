@@ -118,20 +118,35 @@ TEST(LinuxPlatform, IsMadeWithoutAThread) {
   EXPECT_EQ(threadsCount(), before);
 }
 
-TEST(LinuxPlatform, HasNeitherTelephonyNorLocationNorReachability) {
+TEST(LinuxPlatform, HasItsServicesAlsoWhereNoBusIs) {
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent", 1);
   Platform &platform = Platform::current();
-  EXPECT_EQ(platform.telephony().makeTelephonyNetworkInfo(), nullptr);
+  const auto networkInfo = platform.telephony().makeTelephonyNetworkInfo();
+  ASSERT_NE(networkInfo, nullptr);
+  EXPECT_EQ(networkInfo->subscriberCellularProvider(), nullptr);
+  EXPECT_EQ(networkInfo->currentRadioAccessTechnology(), std::nullopt);
   LocationService &location = platform.location();
-  EXPECT_EQ(location.makeLocationManager(), nullptr);
-  EXPECT_EQ(location.makeGeocoder(), nullptr);
   EXPECT_FALSE(location.locationServicesEnabled());
   EXPECT_EQ(location.authorizationStatus(), AuthorizationStatus::notDetermined);
-  NetworkReachability &reachability = platform.networkReachability();
-  EXPECT_EQ(reachability.createWithAddress({}), nullptr);
-  EXPECT_EQ(reachability.getFlags(nullptr), std::nullopt);
-  EXPECT_FALSE(reachability.setCallback(nullptr, nullptr, {}));
-  EXPECT_FALSE(reachability.scheduleWithRunLoop(nullptr, nullptr, RunLoopMode::defaultMode));
-  EXPECT_FALSE(reachability.unscheduleFromRunLoop(nullptr, nullptr, RunLoopMode::defaultMode));
+  EXPECT_NE(platform.networkReachability().createWithAddress({}), nullptr);
+}
+
+TEST(LinuxPlatform, HasNoLocationManagerForAHostWithoutAnIdentifier) {
+  EXPECT_EQ(Platform::current().location().makeLocationManager(), nullptr);
+}
+
+TEST(LinuxPlatform, GivesOutTheHostsGeocoder) {
+  class HostsGeocoder : public Geocoder {
+    void reverseGeocodeLocation(const Location & /*location*/, CompletionHandler /*handler*/) override {}
+  };
+  LinuxHostOptions options;
+  options.geocoder = std::make_shared<HostsGeocoder>();
+  EXPECT_TRUE(LinuxHost::setOptions(options));
+  EXPECT_EQ(Platform::current().location().makeGeocoder(), options.geocoder);
+}
+
+TEST(LinuxPlatform, GivesOutItsOwnGeocoderOtherwise) {
+  EXPECT_NE(Platform::current().location().makeGeocoder(), nullptr);
 }
 
 // ---- In a process of its own

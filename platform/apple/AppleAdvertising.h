@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/AdvertisingIdentifierManager.h"
+
+namespace kx {
+
+/// ASIdentifierManager.
+class KX_EXPORT AppleAdvertisingService : public AdvertisingService {
+ public:
+  std::shared_ptr<AdvertisingIdentifierManager> sharedManager() override;
+};
+
+}  // namespace kx

@@ -1,0 +1,31 @@
+#include "platform/apple/AppleAdvertising.h"
+
+#import <AdSupport/AdSupport.h>
+
+#include "platform/apple/AppleText.h"
+
+namespace kx {
+
+namespace {
+
+class AppleAdvertisingIdentifierManager : public AdvertisingIdentifierManager {
+ public:
+  explicit AppleAdvertisingIdentifierManager(ASIdentifierManager *manager) : manager_(manager) {}
+
+  std::optional<std::string> advertisingIdentifier() override {
+    return factOf(manager_.advertisingIdentifier.UUIDString);
+  }
+  bool isAdvertisingTrackingEnabled() override { return manager_.isAdvertisingTrackingEnabled; }
+
+ private:
+  ASIdentifierManager *const manager_;
+};
+
+}  // namespace
+
+std::shared_ptr<AdvertisingIdentifierManager> AppleAdvertisingService::sharedManager() {
+  ASIdentifierManager *const manager = [ASIdentifierManager sharedManager];
+  return manager == nil ? nullptr : std::make_shared<AppleAdvertisingIdentifierManager>(manager);
+}
+
+}  // namespace kx

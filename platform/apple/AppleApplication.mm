@@ -1,0 +1,33 @@
+#include "platform/apple/AppleApplication.h"
+
+#import <UIKit/UIKit.h>
+
+#include <utility>
+
+#include "platform/apple/AppleText.h"
+#include "platform/apple/CallbackBoundary.h"
+
+namespace kx {
+
+BackgroundRefreshStatus AppleApplication::backgroundRefreshStatus() {
+  return static_cast<BackgroundRefreshStatus>([UIApplication sharedApplication].backgroundRefreshStatus);
+}
+
+BackgroundTaskIdentifier AppleApplication::beginBackgroundTaskWithName(
+    const std::string &name, std::function<void()> expirationHandler) {
+  const UIBackgroundTaskIdentifier task =
+      [[UIApplication sharedApplication] beginBackgroundTaskWithName:stringOf(name)
+                                                   expirationHandler:^{
+                                                     runAtBoundary(expirationHandler);
+                                                   }];
+  return task == ::UIBackgroundTaskInvalid ? UIBackgroundTaskInvalid : task;
+}
+
+void AppleApplication::endBackgroundTask(BackgroundTaskIdentifier identifier) {
+  const UIBackgroundTaskIdentifier task = identifier == UIBackgroundTaskInvalid
+                                              ? ::UIBackgroundTaskInvalid
+                                              : static_cast<UIBackgroundTaskIdentifier>(identifier);
+  [[UIApplication sharedApplication] endBackgroundTask:task];
+}
+
+}  // namespace kx

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "platform/Bundle.h"
+
+namespace kx {
+
+/// NSBundle. Of an information list's values only texts are given, which is what the library asks for.
+class KX_EXPORT AppleBundleService : public BundleService {
+ public:
+  std::shared_ptr<Bundle> mainBundle() override;
+  std::shared_ptr<Bundle> bundleWithIdentifier(const std::optional<std::string> &identifier) override;
+};
+
+}  // namespace kx

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/Console.h"
+
+namespace kx {
+
+/// NSLog.
+class KX_EXPORT AppleConsole : public Console {
+ public:
+  void log(const std::string &line) override;
+};
+
+}  // namespace kx

@@ -1,0 +1,39 @@
+#include "platform/apple/AppleDevice.h"
+
+#import <UIKit/UIKit.h>
+
+#include "platform/apple/AppleText.h"
+#include "platform/apple/CallbackBoundary.h"
+
+namespace kx {
+
+namespace {
+
+class AppleDevice : public Device {
+ public:
+  explicit AppleDevice(UIDevice *device) : device_(device) {}
+
+  std::optional<std::string> model() override { return factOf(device_.model); }
+  std::optional<std::string> systemName() override { return factOf(device_.systemName); }
+  std::optional<std::string> systemVersion() override { return factOf(device_.systemVersion); }
+  long userInterfaceIdiom() override { return static_cast<long>(device_.userInterfaceIdiom); }
+
+ private:
+  UIDevice *const device_;
+};
+
+/// Null too when the system fails to answer: the making of a platform must not throw.
+std::shared_ptr<Device> systemDevice() {
+  std::shared_ptr<Device> device;
+  runAtBoundary([&device] {
+    UIDevice *const current = [UIDevice currentDevice];
+    if (current != nil) device = std::make_shared<AppleDevice>(current);
+  });
+  return device;
+}
+
+}  // namespace
+
+AppleDeviceService::AppleDeviceService() : currentDevice_(systemDevice()) {}
+
+}  // namespace kx

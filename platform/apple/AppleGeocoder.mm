@@ -1,0 +1,63 @@
+#include "platform/apple/AppleGeocoder.h"
+
+#import <CoreLocation/CoreLocation.h>
+
+#include <utility>
+
+#include "platform/apple/AppleText.h"
+#include "platform/apple/CallbackBoundary.h"
+
+namespace kx {
+
+namespace {
+
+CLLocation *systemLocationOf(const Location &location) {
+  const CLLocationCoordinate2D coordinate{location.coordinate.latitude, location.coordinate.longitude};
+  return [[CLLocation alloc] initWithCoordinate:coordinate
+                                       altitude:location.altitude
+                             horizontalAccuracy:location.horizontalAccuracy
+                               verticalAccuracy:location.verticalAccuracy
+                                      timestamp:[NSDate date]];
+}
+
+Placemark placemarkOf(CLPlacemark *systemPlacemark) {
+  Placemark placemark;
+  placemark.ISOcountryCode = factOf(systemPlacemark.ISOcountryCode);
+  placemark.administrativeArea = factOf(systemPlacemark.administrativeArea);
+  placemark.locality = factOf(systemPlacemark.locality);
+  placemark.postalCode = factOf(systemPlacemark.postalCode);
+  if ([systemPlacemark respondsToSelector:@selector(timeZone)]) {
+    NSTimeZone *const timeZone = systemPlacemark.timeZone;
+    if (timeZone != nil) placemark.timeZoneSecondsFromGMT = timeZone.secondsFromGMT;
+  }
+  return placemark;
+}
+
+class AppleGeocoder : public Geocoder {
+ public:
+  explicit AppleGeocoder(CLGeocoder *geocoder) : geocoder_(geocoder) {}
+
+  void reverseGeocodeLocation(const Location &location, CompletionHandler completionHandler) override {
+    [geocoder_ reverseGeocodeLocation:systemLocationOf(location)
+                    completionHandler:^(NSArray<CLPlacemark *> *systemPlacemarks, NSError *) {
+                      runAtBoundary([&] {
+                        std::vector<Placemark> placemarks;
+                        for (CLPlacemark *systemPlacemark in systemPlacemarks)
+                          placemarks.push_back(placemarkOf(systemPlacemark));
+                        completionHandler(placemarks);
+                      });
+                    }];
+  }
+
+ private:
+  CLGeocoder *const geocoder_;
+};
+
+}  // namespace
+
+std::shared_ptr<Geocoder> makeAppleGeocoder() {
+  CLGeocoder *const geocoder = [[CLGeocoder alloc] init];
+  return geocoder == nil ? nullptr : std::make_shared<AppleGeocoder>(geocoder);
+}
+
+}  // namespace kx

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/Locale.h"
+
+namespace kx {
+
+/// NSLocale.
+class KX_EXPORT AppleLocale : public Locale {
+ public:
+  std::vector<std::string> preferredLanguages() override;
+};
+
+}  // namespace kx

@@ -1,0 +1,144 @@
+#include "platform/apple/AppleLocation.h"
+
+#import <CoreLocation/CoreLocation.h>
+
+#include <mutex>
+#include <utility>
+
+#include "platform/apple/AppleGeocoder.h"
+#include "platform/apple/CallbackBoundary.h"
+
+// Later systems keep the interfaces of the first ones, but warn of them.
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+
+namespace {
+
+kx::Location locationOf(CLLocation *location) {
+  return {{location.coordinate.latitude, location.coordinate.longitude},
+          location.horizontalAccuracy,
+          location.altitude,
+          location.verticalAccuracy};
+}
+
+}  // namespace
+
+/// The delegate of a CLLocationManager: hands what it is told to the delegate of the library's own manager.
+@interface KXLocationManagerDelegate : NSObject <CLLocationManagerDelegate>
+- (void)setManager:(const std::weak_ptr<kx::LocationManager> &)manager
+          delegate:(const std::weak_ptr<kx::LocationManagerDelegate> &)delegate;
+@end
+
+@implementation KXLocationManagerDelegate {
+  std::mutex _mutex;
+  std::weak_ptr<kx::LocationManager> _manager;
+  std::weak_ptr<kx::LocationManagerDelegate> _delegate;
+}
+
+- (void)setManager:(const std::weak_ptr<kx::LocationManager> &)manager
+          delegate:(const std::weak_ptr<kx::LocationManagerDelegate> &)delegate {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _manager = manager;
+  _delegate = delegate;
+}
+
+- (void)tell:(const std::function<void(kx::LocationManagerDelegate &, kx::LocationManager &)> &)message {
+  kx::runAtBoundary([&] {
+    std::shared_ptr<kx::LocationManager> manager;
+    std::shared_ptr<kx::LocationManagerDelegate> delegate;
+    {
+      const std::lock_guard<std::mutex> lock(self->_mutex);
+      manager = self->_manager.lock();
+      delegate = self->_delegate.lock();
+    }
+    if (manager != nullptr && delegate != nullptr) message(*delegate, *manager);
+  });
+}
+
+- (void)tellAuthorizationStatus:(CLAuthorizationStatus)status {
+  [self tell:[status](kx::LocationManagerDelegate &delegate, kx::LocationManager &manager) {
+    delegate.locationManager(manager, static_cast<kx::AuthorizationStatus>(status));
+  }];
+}
+
+- (void)locationManager:(CLLocationManager *)__attribute__((unused))manager
+    didChangeAuthorizationStatus:(CLAuthorizationStatus)status {
+  [self tellAuthorizationStatus:status];
+}
+
+/// What iOS 14 calls instead of the one above.
+- (void)locationManagerDidChangeAuthorization:(CLLocationManager *)manager API_AVAILABLE(ios(14.0)) {
+  [self tellAuthorizationStatus:manager.authorizationStatus];
+}
+
+- (void)locationManager:(CLLocationManager *)__attribute__((unused))manager
+     didUpdateLocations:(NSArray<CLLocation *> *)systemLocations {
+  std::vector<kx::Location> locations;
+  for (CLLocation *location in systemLocations) locations.push_back(locationOf(location));
+  [self tell:[&locations](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+    delegate.locationManager(libraryManager, locations);
+  }];
+}
+
+- (void)locationManagerDidPauseLocationUpdates:(CLLocationManager *)__attribute__((unused))manager {
+  [self tell:[](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+    delegate.locationManagerDidPauseLocationUpdates(libraryManager);
+  }];
+}
+
+- (void)locationManagerDidResumeLocationUpdates:(CLLocationManager *)__attribute__((unused))manager {
+  [self tell:[](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+    delegate.locationManagerDidResumeLocationUpdates(libraryManager);
+  }];
+}
+
+@end
+
+namespace kx {
+
+namespace {
+
+class AppleLocationManager : public LocationManager {
+ public:
+  explicit AppleLocationManager(CLLocationManager *manager) : manager_(manager) {}
+  ~AppleLocationManager() override { manager_.delegate = nil; }
+
+  void setDelegate(const std::weak_ptr<LocationManagerDelegate> &delegate) override {
+    [delegate_ setManager:std::static_pointer_cast<LocationManager>(weak_from_this().lock())
+                 delegate:delegate];
+    manager_.delegate = delegate_;
+  }
+  void setDistanceFilter(double distanceFilter) override { manager_.distanceFilter = distanceFilter; }
+  void startUpdatingLocation() override { [manager_ startUpdatingLocation]; }
+  void stopUpdatingLocation() override { [manager_ stopUpdatingLocation]; }
+
+  std::optional<Location> location() override {
+    CLLocation *const location = manager_.location;
+    if (location == nil) return std::nullopt;
+    return locationOf(location);
+  }
+
+ private:
+  CLLocationManager *const manager_;
+  KXLocationManagerDelegate *const delegate_ = [[KXLocationManagerDelegate alloc] init];
+};
+
+}  // namespace
+
+std::shared_ptr<LocationManager> AppleLocationService::makeLocationManager() {
+  CLLocationManager *const manager = [[CLLocationManager alloc] init];
+  return manager == nil ? nullptr : std::make_shared<AppleLocationManager>(manager);
+}
+
+bool AppleLocationService::locationServicesEnabled() {
+  return [CLLocationManager locationServicesEnabled];
+}
+
+AuthorizationStatus AppleLocationService::authorizationStatus() {
+  return static_cast<AuthorizationStatus>([CLLocationManager authorizationStatus]);
+}
+
+std::shared_ptr<Geocoder> AppleLocationService::makeGeocoder() {
+  return makeAppleGeocoder();
+}
+
+}  // namespace kx

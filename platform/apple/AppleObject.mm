@@ -1,0 +1,56 @@
+#include "platform/apple/AppleObject.h"
+
+#include <map>
+#include <mutex>
+
+#include "platform/apple/AppleText.h"
+
+/// Stands for an object of the library's own.
+@interface KXObject : NSObject
+- (instancetype)initWithObject:(const std::shared_ptr<kx::Object> &)object;
+- (std::shared_ptr<kx::Object>)object;
+@end
+
+@implementation KXObject {
+  std::weak_ptr<kx::Object> _object;
+}
+
+- (instancetype)initWithObject:(const std::shared_ptr<kx::Object> &)object {
+  self = [super init];
+  if (self != nil) _object = object;
+  return self;
+}
+
+- (std::shared_ptr<kx::Object>)object {
+  return _object.lock();
+}
+
+- (NSString *)description {
+  const auto object = [self object];
+  NSString *const text = object == nullptr ? nil : kx::stringOf(object->description());
+  return text != nil ? text : [super description];
+}
+
+@end
+
+namespace kx {
+
+id standInFor(const std::shared_ptr<Object> &object) {
+  if (object == nullptr) return nil;
+  static auto &standIns = *new std::map<const Object *, KXObject *>;
+  static std::mutex mutex;
+  const std::lock_guard<std::mutex> lock(mutex);
+  KXObject *standIn = standIns[object.get()];
+  if (standIn == nil ||
+      [standIn object] != object) {  // none yet, or that of an earlier object at this address
+    standIn = [[KXObject alloc] initWithObject:object];
+    standIns[object.get()] = standIn;
+  }
+  return standIn;
+}
+
+std::shared_ptr<Object> objectBehind(id standIn) {
+  return [standIn isKindOfClass:[KXObject class]] ? [static_cast<KXObject *>(standIn) object] : nullptr;
+}
+
+}  // namespace kx

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/OperationQueue.h"
+
+namespace kx {
+
+/// `mainQueue` of NSOperationQueue.
+class KX_EXPORT AppleMainOperationQueue : public OperationQueue {
+ public:
+  void addOperation(Block operation) override;
+};
+
+}  // namespace kx

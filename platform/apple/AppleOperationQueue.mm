@@ -1,0 +1,16 @@
+#include "platform/apple/AppleOperationQueue.h"
+
+#import <Foundation/Foundation.h>
+
+#include "platform/apple/CallbackBoundary.h"
+
+namespace kx {
+
+void AppleMainOperationQueue::addOperation(Block operation) {
+  NSBlockOperation *const blockOperation = [NSBlockOperation blockOperationWithBlock:^{
+    runAtBoundary(operation);
+  }];
+  [[NSOperationQueue mainQueue] addOperation:blockOperation];
+}
+
+}  // namespace kx

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/ProcessInfo.h"
+
+namespace kx {
+
+/// NSProcessInfo.
+class KX_EXPORT AppleProcessInfo : public ProcessInfo {
+ public:
+  std::string globallyUniqueString() override;
+};
+
+}  // namespace kx

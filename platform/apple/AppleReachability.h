@@ -1,0 +1,20 @@
+#pragma once
+
+#include "platform/NetworkReachability.h"
+
+namespace kx {
+
+/// SCNetworkReachability. Handles are never released.
+class KX_EXPORT AppleReachability : public NetworkReachability {
+ public:
+  NetworkReachabilityRef createWithAddress(const SocketAddress &address) override;
+  std::optional<NetworkReachabilityFlags> getFlags(NetworkReachabilityRef target) override;
+  bool setCallback(NetworkReachabilityRef target, NetworkReachabilityCallback callback,
+                   const NetworkReachabilityContext &context) override;
+  bool scheduleWithRunLoop(NetworkReachabilityRef target, const std::shared_ptr<RunLoop> &runLoop,
+                           RunLoopMode mode) override;
+  bool unscheduleFromRunLoop(NetworkReachabilityRef target, const std::shared_ptr<RunLoop> &runLoop,
+                             RunLoopMode mode) override;
+};
+
+}  // namespace kx

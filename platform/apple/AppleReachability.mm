@@ -1,0 +1,100 @@
+#include "platform/apple/AppleReachability.h"
+
+#import <SystemConfiguration/SystemConfiguration.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <mutex>
+
+#include "platform/apple/AppleRunLoop.h"
+#include "platform/apple/CallbackBoundary.h"
+
+namespace kx {
+
+namespace {
+
+/// A handle, and whom its changes are reported to. Lives as long as the process.
+class Target : public NetworkReachabilityTarget {
+ public:
+  explicit Target(SCNetworkReachabilityRef handle) : handle_(handle) {}
+
+  static Target &of(NetworkReachabilityRef reference) { return *static_cast<Target *>(reference); }
+
+  SCNetworkReachabilityRef handle() const { return handle_; }
+
+  bool setCallback(NetworkReachabilityCallback callback, const NetworkReachabilityContext &context) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      callback_ = callback;
+      info_ = context.info;
+    }
+    SCNetworkReachabilityContext systemContext{context.version, this, nullptr, nullptr, nullptr};
+    return SCNetworkReachabilitySetCallback(handle_, &changed, &systemContext) != 0;
+  }
+
+ private:
+  static void changed(SCNetworkReachabilityRef /*handle*/, SCNetworkReachabilityFlags flags, void *info) {
+    runAtBoundary([flags, info] { static_cast<Target *>(info)->report(flags); });
+  }
+
+  void report(NetworkReachabilityFlags flags) {
+    NetworkReachabilityCallback callback = nullptr;
+    std::weak_ptr<Object> info;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      callback = callback_;
+      info = info_;
+    }
+    if (callback != nullptr) callback(this, flags, info);
+  }
+
+  const SCNetworkReachabilityRef handle_;
+  std::mutex mutex_;
+  NetworkReachabilityCallback callback_ = nullptr;
+  std::weak_ptr<Object> info_;
+};
+
+CFStringRef cfNameOf(RunLoopMode mode) {
+  return mode == RunLoopMode::commonModes ? kCFRunLoopCommonModes : kCFRunLoopDefaultMode;
+}
+
+}  // namespace
+
+NetworkReachabilityRef AppleReachability::createWithAddress(const SocketAddress &address) {
+  sockaddr systemAddress{};
+  static_assert(sizeof systemAddress == sizeof address);
+  std::memcpy(&systemAddress, address.data(), sizeof systemAddress);
+  const SCNetworkReachabilityRef handle =
+      SCNetworkReachabilityCreateWithAddress(kCFAllocatorDefault, &systemAddress);
+  return handle == nullptr ? nullptr : new Target(handle);
+}
+
+std::optional<NetworkReachabilityFlags> AppleReachability::getFlags(NetworkReachabilityRef target) {
+  if (target == nullptr) return std::nullopt;
+  SCNetworkReachabilityFlags flags = 0;
+  if (SCNetworkReachabilityGetFlags(Target::of(target).handle(), &flags) == 0) return std::nullopt;
+  return flags;
+}
+
+bool AppleReachability::setCallback(NetworkReachabilityRef target, NetworkReachabilityCallback callback,
+                                    const NetworkReachabilityContext &context) {
+  return target != nullptr && Target::of(target).setCallback(callback, context);
+}
+
+bool AppleReachability::scheduleWithRunLoop(NetworkReachabilityRef target,
+                                            const std::shared_ptr<RunLoop> &runLoop, RunLoopMode mode) {
+  const auto appleRunLoop = std::dynamic_pointer_cast<AppleRunLoop>(runLoop);
+  if (target == nullptr || appleRunLoop == nullptr) return false;
+  return SCNetworkReachabilityScheduleWithRunLoop(Target::of(target).handle(), appleRunLoop->cfRunLoop(),
+                                                  cfNameOf(mode)) != 0;
+}
+
+bool AppleReachability::unscheduleFromRunLoop(NetworkReachabilityRef target,
+                                              const std::shared_ptr<RunLoop> &runLoop, RunLoopMode mode) {
+  const auto appleRunLoop = std::dynamic_pointer_cast<AppleRunLoop>(runLoop);
+  if (target == nullptr || appleRunLoop == nullptr) return false;
+  return SCNetworkReachabilityUnscheduleFromRunLoop(Target::of(target).handle(), appleRunLoop->cfRunLoop(),
+                                                    cfNameOf(mode)) != 0;
+}
+
+}  // namespace kx

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "platform/Clock.h"
+#include "platform/InterfaceList.h"
+#include "platform/SystemName.h"
+
+// What the system itself answers, without a framework of its own.
+
+namespace kx {
+
+/// NSDate.
+class KX_EXPORT AppleClock : public Clock {
+ public:
+  double timeIntervalSince1970() override;
+};
+
+/// `uname`.
+class KX_EXPORT AppleSystemName : public SystemName {
+ public:
+  std::optional<std::string> machine() override;
+};
+
+/// `getifaddrs`.
+class KX_EXPORT AppleInterfaceList : public InterfaceList {
+ public:
+  std::vector<InterfaceAddress> getifaddrs() override;
+};
+
+}  // namespace kx

@@ -1,0 +1,94 @@
+#include "platform/apple/AppleTelephony.h"
+
+#import <CoreTelephony/CTCarrier.h>
+#import <CoreTelephony/CTTelephonyNetworkInfo.h>
+
+#include <utility>
+
+#include "platform/apple/AppleText.h"
+#include "platform/apple/CallbackBoundary.h"
+
+// Later systems keep the interfaces of the first ones, but warn of them.
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+
+namespace kx {
+
+namespace {
+
+/// From iOS 16.4 on the system answers with this, which is no code, whatever the carrier.
+constexpr const char *withheldCode = "65535";
+
+std::optional<std::string> codeOf(NSString *code) {
+  auto fact = factOf(code);
+  if (fact == withheldCode) fact.reset();
+  return fact;
+}
+
+class AppleCarrier : public Carrier {
+ public:
+  explicit AppleCarrier(CTCarrier *carrier) : carrier_(carrier) {}
+
+  std::optional<std::string> mobileCountryCode() override { return codeOf(carrier_.mobileCountryCode); }
+  std::optional<std::string> mobileNetworkCode() override { return codeOf(carrier_.mobileNetworkCode); }
+
+ private:
+  CTCarrier *const carrier_;
+};
+
+std::shared_ptr<Carrier> carrierOf(CTCarrier *carrier) {
+  return carrier == nil ? nullptr : std::make_shared<AppleCarrier>(carrier);
+}
+
+CTCarrier *subscriberOf(CTTelephonyNetworkInfo *info) {
+  if (@available(iOS 13.0, *)) {
+    NSString *const service = info.dataServiceIdentifier;
+    if (service != nil) return [info.serviceSubscriberCellularProviders objectForKey:service];
+  }
+  return info.subscriberCellularProvider;
+}
+
+NSString *technologyOf(CTTelephonyNetworkInfo *info) {
+  if (@available(iOS 13.0, *)) {
+    NSString *const service = info.dataServiceIdentifier;
+    if (service != nil) return [info.serviceCurrentRadioAccessTechnology objectForKey:service];
+  }
+  return info.currentRadioAccessTechnology;
+}
+
+class AppleTelephonyNetworkInfo : public TelephonyNetworkInfo {
+ public:
+  explicit AppleTelephonyNetworkInfo(CTTelephonyNetworkInfo *info) : info_(info) {}
+
+  std::shared_ptr<Carrier> subscriberCellularProvider() override { return carrierOf(subscriberOf(info_)); }
+
+  void setSubscriberCellularProviderDidUpdateNotifier(
+      SubscriberCellularProviderDidUpdateNotifier notifier) override {
+    if (@available(iOS 13.0, *)) {
+      __weak CTTelephonyNetworkInfo *const weakInfo = info_;
+      info_.serviceSubscriberCellularProvidersDidUpdateNotifier = ^(NSString *) {
+        runAtBoundary([&] {
+          CTTelephonyNetworkInfo *const info = weakInfo;
+          if (info != nil) notifier(carrierOf(subscriberOf(info)));
+        });
+      };
+    } else {
+      info_.subscriberCellularProviderDidUpdateNotifier = ^(CTCarrier *carrier) {
+        runAtBoundary([&] { notifier(carrierOf(carrier)); });
+      };
+    }
+  }
+
+  std::optional<std::string> currentRadioAccessTechnology() override { return factOf(technologyOf(info_)); }
+
+ private:
+  CTTelephonyNetworkInfo *const info_;
+};
+
+}  // namespace
+
+std::shared_ptr<TelephonyNetworkInfo> AppleTelephonyService::makeTelephonyNetworkInfo() {
+  CTTelephonyNetworkInfo *const info = [[CTTelephonyNetworkInfo alloc] init];
+  return info == nil ? nullptr : std::make_shared<AppleTelephonyNetworkInfo>(info);
+}
+
+}  // namespace kx

@@ -1,0 +1,9 @@
+#include "platform/apple/CallbackBoundary.h"
+
+namespace kx {
+
+void reportEndedException(const std::exception *exception) noexcept {
+  NSLog(@"An exception ended a task: %s", exception == nullptr ? "not a std::exception" : exception->what());
+}
+
+}  // namespace kx

@@ -1,0 +1,52 @@
+#pragma once
+
+#import <Foundation/Foundation.h>
+#import <KXPublisher/KXConstants.h>
+
+NS_ASSUME_NONNULL_BEGIN
+
+/**
+ * Reports the context in which the host application runs to a collection service.
+ *
+ * The host makes one call, on its main thread while it starts; from then on everything happens by itself:
+ *
+ *     [KXPublisher sharedInstanceWithApiToken:@"the API token" hostname:@"collect.example.com"];
+ *     KXPublisher.sharedInstance(apiToken: "the API token", hostname: "collect.example.com")
+ *
+ * A report is made 5 s after that call, every 600 s in the foreground, on each entry into the background and
+ * 5 s after each return to the foreground. One without a usable advertising identifier is dropped, and one
+ * that cannot be delivered is lost. The library asks the user for nothing: it reports the location, say, only
+ * where the host has obtained the user's permission.
+ *
+ * No failure reaches the host: nothing here raises, and all but `description` return at once. Everything may
+ * be called from any thread.
+ */
+__attribute__((visibility("default"))) API_AVAILABLE(ios(9.0)) @interface KXPublisher : NSObject
+
+/**
+ * The one publisher, made and started by the first call; later calls ignore their arguments.
+ *
+ * @param apiToken What the service knows the host by.
+ * @param hostname The service's host name; it may carry a port, "localhost:8443".
+ *
+ * Neither argument is validated: with an absent one nothing will ever be sent.
+ */
++ (KXPublisher *)sharedInstanceWithApiToken:(nullable NSString *)apiToken
+                                   hostname:(nullable NSString *)hostname
+    NS_SWIFT_NAME(sharedInstance(apiToken:hostname:));
+
+/** Lets the library's log print every level, in the whole process. */
+- (void)enableDebugging;
+
+/** Back to errors only; they stay on. */
+- (void)disableDebugging;
+
+/** A message of what is known now, as text, for debugging. It is made anew at each call. */
+@property(readonly, copy) NSString *description;
+
++ (instancetype)new NS_UNAVAILABLE;
+- (instancetype)init NS_UNAVAILABLE;
+
+@end
+
+NS_ASSUME_NONNULL_END
