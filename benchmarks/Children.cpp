@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 
 std::string outputOfChild() {
   const char *const arguments[] = {"/proc/self/exe", "--child", nullptr};
@@ -14,8 +15,7 @@ std::string outputOfChild() {
   if (!g_spawn_sync(nullptr, const_cast<char **>(arguments), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
                     &output, nullptr, &status, &error) ||
       !g_spawn_check_wait_status(status, &error)) {
-    std::fprintf(stderr, "child process: %s\n", error->message);
-    std::exit(1);
+    throw std::runtime_error(std::string("child process: ") + error->message);
   }
   std::string text = output;
   g_free(output);

@@ -35,7 +35,7 @@ kx::Data bytesOf(const std::string &text) {
 }
 
 kx::Data messageBytes() {
-  return bytesOf(*kx::KXNetworking::jsonForObject(kx::Array{publisher().data()}));
+  return bytesOf(kx::KXNetworking::jsonForObject(kx::Array{publisher().data()}).value());
 }
 
 /// zlib as a program without this library would drive it: same parameters, same size of buffer.
@@ -102,7 +102,7 @@ int main(int argc, char **argv) {
   benchmark::Initialize(&argc, argv);
   const kx::Data message = messageBytes();
   std::printf("one message: %zu bytes, %zu compressed\n", message.size(),
-              kx::KXGzipUtility::gzipData(message)->size());
+              kx::KXGzipUtility::gzipData(message).value().size());
   benchmark::RunSpecifiedBenchmarks();
   return 0;
 }

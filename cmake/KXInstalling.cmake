@@ -13,7 +13,7 @@ install(TARGETS ${targets} EXPORT KXPublisher
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/KXPublisher)
 install(DIRECTORY include/KXPublisher/ DESTINATION ${headers} FILES_MATCHING PATTERN "*.h")
 foreach(folder diagnostics platform providers publisher transport)
-  install(DIRECTORY ${folder} DESTINATION ${headers} FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE)
+  install(DIRECTORY ${folder} DESTINATION ${headers} FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE PATTERN apple EXCLUDE)
 endforeach()
 if(KX_PLATFORM STREQUAL linux)
   install(FILES platform/linux/LinuxHost.h DESTINATION ${headers}/platform/linux)

@@ -6,11 +6,13 @@
 
 namespace {
 
-/// Ends the program with exit code 1 where a test framework would report a failure.
+bool allHold = true;
+
+/// Stands where a test framework would report a failure.
 void expect(bool holds, const char *what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
-  std::exit(1);
+  allHold = false;
 }
 
 }  // namespace
@@ -34,5 +36,5 @@ int main() {
 
   device.advance(86400);
   expect(device.service.messages().size() == sent + 1, "none in the background");
-  return 0;
+  return allHold ? 0 : 1;
 }

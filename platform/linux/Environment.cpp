@@ -1,13 +1,13 @@
 #include "platform/linux/Environment.h"
 
-#include <cstdlib>
+#include <glib.h>
 
 namespace kx {
 
 Environment Environment::ofProcess(std::initializer_list<const char *> names) {
   std::map<std::string, std::string> variables;
   for (const char *const name : names) {
-    if (const char *const value = std::getenv(name)) variables.emplace(name, value);
+    if (const char *const value = g_getenv(name)) variables.emplace(name, value);
   }
   return Environment(std::move(variables));
 }

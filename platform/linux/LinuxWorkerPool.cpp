@@ -1,10 +1,10 @@
 #include "platform/linux/LinuxWorkerPool.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <utility>
 
 #include "platform/linux/CallbackBoundary.h"
@@ -14,7 +14,7 @@ namespace kx {
 namespace {
 
 constexpr std::size_t stackSize =
-    512 * 1024;  // bytes; name resolution, with the host's modules, takes the most
+    std::size_t{512} * 1024;  // bytes; name resolution, with the host's modules, takes the most
 
 thread_local const void *currentLane = nullptr;
 

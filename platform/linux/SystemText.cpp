@@ -12,7 +12,7 @@ namespace kx {
 
 namespace {
 
-constexpr std::size_t largestFile = 256 * 1024;  // bytes
+constexpr std::size_t largestFile = std::size_t{256} * 1024;  // bytes
 
 }  // namespace
 

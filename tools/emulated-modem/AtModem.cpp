@@ -85,10 +85,10 @@ bool AtModem::useTechnology(const std::string &name) {
 }
 
 std::string AtModem::registration(const std::string &domain) const {
-  const bool isLte = accessTechnology_ && *accessTechnology_ == lte;
+  if (!operatorCode_ || !accessTechnology_) return "0";
+  const bool isLte = *accessTechnology_ == lte;
   const bool covers = domain == "+CREG" || (domain == "+CEREG") == isLte;
-  if (!isRegistered() || !covers) return "0";
-  return "1,\"1A2B\",\"01A2D001\"," + std::to_string(*accessTechnology_);
+  return covers ? R"(1,"1A2B","01A2D001",)" + std::to_string(*accessTechnology_) : "0";
 }
 
 std::vector<std::string> AtModem::registrationReport() const {

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/emulated-modem/AtModem.h"
@@ -44,10 +45,10 @@ struct Options {
 /// The modem, its port and the ModemManager that looks after it.
 class Emulation {
  public:
-  Emulation(const AtModem &modem, const Options &options)
-      : modem_(modem),
+  Emulation(AtModem modem, const Options &options)
+      : modem_(std::move(modem)),
         port_([this, verbose = options.verbose](const std::string &command) {
-          const auto lines = modem_.answer(command);
+          auto lines = modem_.answer(command);
           if (verbose) std::cerr << command << " -> " << lines.front() << std::endl;
           return lines;
         }),

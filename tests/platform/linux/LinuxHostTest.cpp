@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <filesystem>
 #include <fstream>
@@ -128,7 +129,7 @@ TEST(LinuxPlatform, HasItsServicesAlsoWhereNoBusIs) {
   LocationService &location = platform.location();
   EXPECT_FALSE(location.locationServicesEnabled());
   EXPECT_EQ(location.authorizationStatus(), AuthorizationStatus::notDetermined);
-  EXPECT_NE(platform.networkReachability().createWithAddress({}), nullptr);
+  EXPECT_NE(platform.networkReachability().createWithAddress({16, AF_INET}), nullptr);
 }
 
 TEST(LinuxPlatform, HasNoLocationManagerForAHostWithoutAnIdentifier) {
