@@ -88,7 +88,11 @@ void KXData::observeApplication() {
 KXData::~KXData() {
   if (const auto queue = computeDataOperationQueue()) queue->cancelAllOperations();
   computeDataOperationQueue_.set(nullptr);
-  Platform::current().defaultNotificationCenter().removeObserver(*this);
+  try {
+    Platform::current().defaultNotificationCenter().removeObserver(*this);
+  } catch (...) {
+    // Where no platform could be made, nothing has been observed either.
+  }
 }
 
 void KXData::updateData() {

@@ -13,7 +13,7 @@ class AppleAdvertisingIdentifierManager : public AdvertisingIdentifierManager {
   explicit AppleAdvertisingIdentifierManager(ASIdentifierManager *manager) : manager_(manager) {}
 
   std::optional<std::string> advertisingIdentifier() override {
-    return factOf(manager_.advertisingIdentifier.UUIDString);
+    return textOf(manager_.advertisingIdentifier.UUIDString);
   }
   bool isAdvertisingTrackingEnabled() override { return manager_.isAdvertisingTrackingEnabled; }
 

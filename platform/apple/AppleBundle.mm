@@ -12,13 +12,13 @@ class AppleBundle : public Bundle {
  public:
   explicit AppleBundle(NSBundle *bundle) : bundle_(bundle) {}
 
-  std::optional<std::string> bundleIdentifier() override { return factOf(bundle_.bundleIdentifier); }
+  std::optional<std::string> bundleIdentifier() override { return textOf(bundle_.bundleIdentifier); }
 
   std::optional<Value> objectForInfoDictionaryKey(const std::string &key) override {
     NSString *const name = stringOf(key);
     id const value = name == nil ? nil : [bundle_ objectForInfoDictionaryKey:name];
     if (![value isKindOfClass:[NSString class]]) return std::nullopt;
-    const auto text = factOf(static_cast<NSString *>(value));
+    const auto text = textOf(static_cast<NSString *>(value));
     return text ? std::optional<Value>(*text) : std::nullopt;
   }
 

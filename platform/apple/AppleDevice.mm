@@ -13,9 +13,9 @@ class AppleDevice : public Device {
  public:
   explicit AppleDevice(UIDevice *device) : device_(device) {}
 
-  std::optional<std::string> model() override { return factOf(device_.model); }
-  std::optional<std::string> systemName() override { return factOf(device_.systemName); }
-  std::optional<std::string> systemVersion() override { return factOf(device_.systemVersion); }
+  std::optional<std::string> model() override { return textOf(device_.model); }
+  std::optional<std::string> systemName() override { return textOf(device_.systemName); }
+  std::optional<std::string> systemVersion() override { return textOf(device_.systemVersion); }
   long userInterfaceIdiom() override { return static_cast<long>(device_.userInterfaceIdiom); }
 
  private:

@@ -22,10 +22,10 @@ CLLocation *systemLocationOf(const Location &location) {
 
 Placemark placemarkOf(CLPlacemark *systemPlacemark) {
   Placemark placemark;
-  placemark.ISOcountryCode = factOf(systemPlacemark.ISOcountryCode);
-  placemark.administrativeArea = factOf(systemPlacemark.administrativeArea);
-  placemark.locality = factOf(systemPlacemark.locality);
-  placemark.postalCode = factOf(systemPlacemark.postalCode);
+  placemark.ISOcountryCode = textOf(systemPlacemark.ISOcountryCode);
+  placemark.administrativeArea = textOf(systemPlacemark.administrativeArea);
+  placemark.locality = textOf(systemPlacemark.locality);
+  placemark.postalCode = textOf(systemPlacemark.postalCode);
   if ([systemPlacemark respondsToSelector:@selector(timeZone)]) {
     NSTimeZone *const timeZone = systemPlacemark.timeZone;
     if (timeZone != nil) placemark.timeZoneSecondsFromGMT = timeZone.secondsFromGMT;

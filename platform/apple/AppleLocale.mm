@@ -11,7 +11,7 @@ namespace kx {
 std::vector<std::string> AppleLocale::preferredLanguages() {
   std::vector<std::string> languages;
   for (NSString *language in [NSLocale preferredLanguages]) {
-    if (auto identifier = factOf(language)) languages.push_back(*std::move(identifier));
+    if (auto identifier = textOf(language)) languages.push_back(*std::move(identifier));
   }
   return languages;
 }

@@ -52,7 +52,7 @@ double AppleClock::timeIntervalSince1970() {
 std::optional<std::string> AppleSystemName::machine() {
   utsname names{};
   ::uname(&names);
-  return factOf([NSString stringWithUTF8String:names.machine]);
+  return textOf([NSString stringWithUTF8String:names.machine]);
 }
 
 std::vector<InterfaceAddress> AppleInterfaceList::getifaddrs() {

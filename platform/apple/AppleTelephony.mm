@@ -15,21 +15,12 @@ namespace kx {
 
 namespace {
 
-/// From iOS 16.4 on the system answers with this, which is no code, whatever the carrier.
-constexpr const char *withheldCode = "65535";
-
-std::optional<std::string> codeOf(NSString *code) {
-  auto fact = factOf(code);
-  if (fact == withheldCode) fact.reset();
-  return fact;
-}
-
 class AppleCarrier : public Carrier {
  public:
   explicit AppleCarrier(CTCarrier *carrier) : carrier_(carrier) {}
 
-  std::optional<std::string> mobileCountryCode() override { return codeOf(carrier_.mobileCountryCode); }
-  std::optional<std::string> mobileNetworkCode() override { return codeOf(carrier_.mobileNetworkCode); }
+  std::optional<std::string> mobileCountryCode() override { return textOf(carrier_.mobileCountryCode); }
+  std::optional<std::string> mobileNetworkCode() override { return textOf(carrier_.mobileNetworkCode); }
 
  private:
   CTCarrier *const carrier_;
@@ -78,7 +69,7 @@ class AppleTelephonyNetworkInfo : public TelephonyNetworkInfo {
     }
   }
 
-  std::optional<std::string> currentRadioAccessTechnology() override { return factOf(technologyOf(info_)); }
+  std::optional<std::string> currentRadioAccessTechnology() override { return textOf(technologyOf(info_)); }
 
  private:
   CTTelephonyNetworkInfo *const info_;

@@ -14,7 +14,4 @@ NSString *_Nullable stringOf(const std::string &text);
 /// UTF-8 cannot.
 std::optional<std::string> textOf(NSString *_Nullable string);
 
-/// The same for what becomes a fact in a message: absent when it is empty, too.
-std::optional<std::string> factOf(NSString *_Nullable string);
-
 }  // namespace kx

@@ -13,10 +13,4 @@ std::optional<std::string> textOf(NSString *string) {
   return std::string(static_cast<const char *>(utf8.bytes), utf8.length);
 }
 
-std::optional<std::string> factOf(NSString *string) {
-  auto text = textOf(string);
-  if (text && text->empty()) text.reset();
-  return text;
-}
-
 }  // namespace kx

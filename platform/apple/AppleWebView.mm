@@ -31,7 +31,7 @@ class AppleWebView : public WebView {
 
   std::optional<std::string> stringByEvaluatingJavaScriptFromString(const std::string &script) override {
     NSString *const source = stringOf(script);
-    return source == nil ? std::nullopt : factOf([webView_ stringByEvaluatingJavaScriptFromString:source]);
+    return source == nil ? std::nullopt : textOf([webView_ stringByEvaluatingJavaScriptFromString:source]);
   }
 
  private:

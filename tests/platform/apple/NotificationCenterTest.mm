@@ -1,0 +1,148 @@
+// The library and its host meet on the default notification centre.
+
+#import <Foundation/Foundation.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/Application.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Platform.h"
+#include "tests/platform/apple/harness/StandIn.h"
+#include "tests/platform/apple/harness/StandInDevice.h"
+
+namespace kx {
+namespace {
+
+constexpr const char *name = "KXTestNotification";
+
+NotificationCenter &center() {
+  return Platform::current().defaultNotificationCenter();
+}
+
+void postAsHost(id sender = nil) {
+  [[NSNotificationCenter defaultCenter] postNotificationName:@(name) object:sender];
+}
+
+/// An observer by operation.
+class Observer : public Object {
+ public:
+  void observe(const std::shared_ptr<Notification> &notification) { received.push_back(notification); }
+  static Selector selector() { return Selector::of<&Observer::observe>("observe:"); }
+
+  std::vector<std::shared_ptr<Notification>> received;
+};
+
+TEST(AppleNotificationCenter, TheHostSeesWhatTheLibraryPosts) {
+  const auto sender = std::make_shared<Observer>();
+  std::vector<id> senders;
+  std::vector<id> *const seen = &senders;
+  [[NSNotificationCenter defaultCenter] addObserverForName:@(name)
+                                                    object:nil
+                                                     queue:nil
+                                                usingBlock:^(NSNotification *notification) {
+                                                  seen->push_back(notification.object);
+                                                }];
+  center().postNotificationName(name, sender);
+  center().postNotificationName(name, nullptr);
+  center().postNotificationName("KXOtherNotification", sender);
+  ASSERT_EQ(senders.size(), 2u);
+  EXPECT_TRUE(senders[0] != nil);
+  EXPECT_TRUE(senders[1] == nil);
+}
+
+TEST(AppleNotificationCenter, AnObserverSeesWhatTheHostPosts) {
+  const auto observer = std::make_shared<Observer>();
+  center().addObserver(observer, Observer::selector(), name, nullptr);
+  postAsHost(@"sender");
+  ASSERT_EQ(observer->received.size(), 1u);
+  EXPECT_EQ(observer->received[0]->name(), name);
+  EXPECT_EQ(observer->received[0]->object(), nullptr);
+}
+
+TEST(AppleNotificationCenter, AnObserverIsToldWhoHasPosted) {
+  const auto observer = std::make_shared<Observer>();
+  const auto sender = std::make_shared<Observer>();
+  const auto other = std::make_shared<Observer>();
+  center().addObserver(observer, Observer::selector(), name, sender);
+  center().postNotificationName(name, other);
+  center().postNotificationName(name, sender);
+  ASSERT_EQ(observer->received.size(), 1u);
+  EXPECT_EQ(observer->received[0]->object(), sender);
+}
+
+TEST(AppleNotificationCenter, AnObserverIsNotKeptAlive) {
+  auto observer = std::make_shared<Observer>();
+  const std::weak_ptr<Observer> weak = observer;
+  center().addObserver(observer, Observer::selector(), name, nullptr);
+  observer.reset();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_NO_THROW(postAsHost());
+}
+
+TEST(AppleNotificationCenter, AnObserverThatIsRemovedIsToldNothing) {
+  const auto observer = std::make_shared<Observer>();
+  const auto other = std::make_shared<Observer>();
+  center().addObserver(observer, Observer::selector(), name, nullptr);
+  center().addObserver(observer, Observer::selector(), "KXOtherNotification", nullptr);
+  center().addObserver(other, Observer::selector(), name, nullptr);
+  center().removeObserver(*observer);
+  postAsHost();
+  center().postNotificationName("KXOtherNotification", nullptr);
+  EXPECT_TRUE(observer->received.empty());
+  EXPECT_EQ(other->received.size(), 1u);
+}
+
+TEST(AppleNotificationCenter, TheApplicationsNotificationsArriveOnTheMainThreadBeforePostingReturns) {
+  const auto application = Platform::current().sharedApplication();
+  const auto queue = Platform::current().mainOperationQueue();
+  int received = 0;
+  center().addObserverForName(UIApplicationDidEnterBackgroundNotification, application, queue,
+                              [&](const std::shared_ptr<Notification> &notification) {
+                                EXPECT_TRUE([NSThread isMainThread]);
+                                EXPECT_EQ(notification->object(), application);
+                                ++received;
+                              });
+  standin::enterBackground();
+  EXPECT_EQ(received, 1);
+  NSString *const entry = ::UIApplicationDidEnterBackgroundNotification;
+  [[NSNotificationCenter defaultCenter] postNotificationName:entry object:@"somebody else"];
+  standin::settleMainLoop();
+  EXPECT_EQ(received, 1);
+}
+
+TEST(AppleNotificationCenter, ABlockOnTheMainQueueRunsThereWhoeverPosts) {
+  std::atomic<int> received{0};
+  center().addObserverForName(name, nullptr, Platform::current().mainOperationQueue(),
+                              [&received](const std::shared_ptr<Notification> &) {
+                                EXPECT_TRUE([NSThread isMainThread]);
+                                ++received;
+                              });
+  std::thread poster([] {
+    @autoreleasepool {
+      postAsHost();
+    }
+  });
+  EXPECT_TRUE(standin::runMainLoopUntil([&received] { return received == 1; }));
+  poster.join();
+}
+
+TEST(AppleNotificationCenter, EndsWhatAnObserverThrows) {
+  center().addObserverForName(name, nullptr, nullptr, [](const std::shared_ptr<Notification> &) {
+    throw std::runtime_error("thrown by an observer");
+  });
+  center().addObserverForName(name, nullptr, Platform::current().mainOperationQueue(),
+                              [](const std::shared_ptr<Notification> &) {
+                                [NSException raise:NSGenericException format:@"raised by an observer"];
+                              });
+  EXPECT_NO_THROW(postAsHost());
+}
+
+}  // namespace
+}  // namespace kx

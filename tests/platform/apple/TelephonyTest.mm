@@ -1,0 +1,92 @@
+// The mobile network subscription.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "platform/Platform.h"
+#include "platform/Telephony.h"
+#include "providers/KXCarrier.h"
+#include "tests/platform/apple/harness/Facts.h"
+#include "tests/platform/apple/harness/StandInDevice.h"
+
+namespace kx {
+namespace {
+
+using nlohmann::json;
+
+TEST(AppleTelephony, TellsTheCarrierAndTheTechnology) {
+  EXPECT_TRUE(comesToKnow(*KXCarrier::sharedInstance(),
+                          {{"carrierCode", "310-410"}, {"radioAccessTechnology", "LTE"}}));
+}
+
+TEST(AppleTelephony, FollowsTheCarrier) {
+  const auto provider = KXCarrier::sharedInstance();
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "LTE"}}));
+}
+
+TEST(AppleTelephony, IsReadAfreshOnEachReturnToTheForeground) {
+  const auto provider = KXCarrier::sharedInstance();
+  EXPECT_EQ(standin::telephonyObjects(), 1);
+  standin::telephony().mobileCountryCode = @"208";
+  standin::telephony().radioAccessTechnology = @"Carrier Pigeon";
+  @autoreleasepool {
+    standin::enterForeground();
+  }
+  EXPECT_TRUE(
+      comesToKnow(*provider, {{"carrierCode", "208-410"}, {"radioAccessTechnology", "Carrier Pigeon"}}));
+  EXPECT_EQ(standin::telephonyObjects(), 1);
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_TRUE(
+      comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "Carrier Pigeon"}}));
+}
+
+TEST(AppleTelephony, LeavesOutWhatItDoesNotKnow) {
+  standin::telephony().mobileNetworkCode = nil;
+  standin::telephony().radioAccessTechnology = nil;
+  EXPECT_TRUE(comesToKnow(*KXCarrier::sharedInstance(), json::object()));
+}
+
+TEST(AppleTelephony, MayHaveNoCarrier) {
+  standin::telephony().hasCarrier = false;
+  EXPECT_TRUE(comesToKnow(*KXCarrier::sharedInstance(), {{"radioAccessTechnology", "LTE"}}));
+}
+
+TEST(AppleTelephony, MayBeMissing) {
+  standin::telephony().isPresent = false;
+  EXPECT_EQ(Platform::current().telephony().makeTelephonyNetworkInfo(), nullptr);
+  EXPECT_TRUE(comesToKnow(*KXCarrier::sharedInstance(), json::object()));
+}
+
+TEST(AppleTelephony, ReportsUntilItIsReleased) {
+  std::atomic<int> reports{0};
+  auto info = Platform::current().telephony().makeTelephonyNetworkInfo();
+  info->setSubscriberCellularProviderDidUpdateNotifier([&reports](const std::shared_ptr<Carrier> &carrier) {
+    EXPECT_EQ(carrier->mobileCountryCode(), "262");
+    ++reports;
+  });
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_EQ(reports, 1);
+  @autoreleasepool {
+    info.reset();
+  }
+  EXPECT_EQ(standin::telephonyObjects(), 0);
+  standin::changeCarrier(@"262", @"02");
+  EXPECT_EQ(reports, 1);
+}
+
+TEST(AppleTelephony, EndsWhatANotifierThrows) {
+  const auto info = Platform::current().telephony().makeTelephonyNetworkInfo();
+  std::atomic<int> reports{0};
+  info->setSubscriberCellularProviderDidUpdateNotifier([&reports](const std::shared_ptr<Carrier> &) {
+    ++reports;
+    throw 1;
+  });
+  standin::changeCarrier(@"262", @"01");
+  standin::changeCarrier(@"262", @"02");
+  EXPECT_EQ(reports, 2);
+}
+
+}  // namespace
+}  // namespace kx

@@ -1,0 +1,143 @@
+// Timers on the main run loop.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/Platform.h"
+#include "platform/RunLoop.h"
+#include "tests/platform/apple/harness/StandIn.h"
+
+namespace kx {
+namespace {
+
+/// A target for timers.
+class TimerTarget : public Object {
+ public:
+  void fire(const std::shared_ptr<Timer> &timer) {
+    wasValid = timer != nullptr && timer->isValid();
+    ++firings;
+    if (throws) throw std::runtime_error("thrown by an action");
+  }
+
+  static Selector selector() { return Selector::of<&TimerTarget::fire>("fire:"); }
+
+  std::atomic<int> firings{0};
+  std::atomic<bool> wasValid{false};
+  bool throws = false;
+};
+
+std::shared_ptr<Timer> timerFor(const std::shared_ptr<Object> &target, double seconds, bool repeats = false) {
+  return Platform::current().runLoops().timerWithTimeInterval(seconds, target, TimerTarget::selector(),
+                                                              repeats);
+}
+
+void install(const std::shared_ptr<Timer> &timer, RunLoopMode mode = RunLoopMode::commonModes) {
+  Platform::current().runLoops().mainRunLoop()->addTimer(timer, mode);
+}
+
+TEST(AppleTimer, InTheCommonModesFiresWhileTheUserDrags) {
+  const auto target = std::make_shared<TimerTarget>();
+  install(timerFor(target, 0.01));
+  EXPECT_TRUE(standin::trackUntil([&] { return target->firings == 1; }));
+}
+
+TEST(AppleTimer, InTheDefaultModeWaitsUntilTheUserHasDragged) {
+  const auto inDefaultMode = std::make_shared<TimerTarget>();
+  const auto inCommonModes = std::make_shared<TimerTarget>();
+  install(timerFor(inDefaultMode, 0.01), RunLoopMode::defaultMode);
+  install(timerFor(inCommonModes, 0.05));
+  EXPECT_TRUE(standin::trackUntil([&] { return inCommonModes->firings == 1; }));
+  EXPECT_EQ(inDefaultMode->firings, 0);
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return inDefaultMode->firings == 1; }));
+}
+
+TEST(AppleTimer, ThatFiresOnceIsNoLongerValidThen) {
+  const auto target = std::make_shared<TimerTarget>();
+  const auto timer = timerFor(target, 0.01);
+  EXPECT_TRUE(timer->isValid());
+  install(timer);
+  EXPECT_TRUE(timer->isValid());
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return target->firings == 1; }));
+  EXPECT_FALSE(target->wasValid);
+  EXPECT_FALSE(timer->isValid());
+}
+
+TEST(AppleTimer, ThatRepeatsFiresAgainAndStaysValid) {
+  const auto target = std::make_shared<TimerTarget>();
+  const auto timer = timerFor(target, 0.01, true);
+  install(timer);
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return target->firings >= 3; }));
+  EXPECT_TRUE(target->wasValid);
+  EXPECT_TRUE(timer->isValid());
+}
+
+TEST(AppleTimer, ThatIsNotInstalledNeverFires) {
+  const auto target = std::make_shared<TimerTarget>();
+  const auto other = std::make_shared<TimerTarget>();
+  const auto timer = timerFor(target, 0.001);
+  install(timerFor(other, 0.05));
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return other->firings == 1; }));
+  EXPECT_EQ(target->firings, 0);
+}
+
+TEST(AppleTimer, KeepsItsTargetUntilItHasFired) {
+  auto target = std::make_shared<TimerTarget>();
+  const std::weak_ptr<TimerTarget> weak = target;
+  install(timerFor(target, 0.01));
+  target.reset();
+  EXPECT_FALSE(weak.expired());
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return weak.expired(); }));
+}
+
+TEST(AppleTimer, KeepsItsTargetUntilItIsInvalidated) {
+  auto target = std::make_shared<TimerTarget>();
+  const std::weak_ptr<TimerTarget> weak = target;
+  const auto timer = timerFor(target, 3600, true);
+  install(timer);
+  target.reset();
+  EXPECT_FALSE(weak.expired());
+  timer->invalidate();
+  EXPECT_FALSE(timer->isValid());
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST(AppleTimer, IsInvalidatedOnAnyThread) {
+  const auto target = std::make_shared<TimerTarget>();
+  const auto other = std::make_shared<TimerTarget>();
+  const auto timer = timerFor(target, 0.02, true);
+  install(timer);
+  std::thread([&timer] {
+    timer->invalidate();
+    timer->invalidate();
+  }).join();
+  EXPECT_FALSE(timer->isValid());
+  install(timerFor(other, 0.1));
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return other->firings == 1; }));
+  EXPECT_EQ(target->firings, 0);
+}
+
+TEST(AppleTimer, IsInstalledFromAnyThread) {
+  const auto target = std::make_shared<TimerTarget>();
+  std::thread([&target] { install(timerFor(target, 0.01)); }).join();
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return target->firings == 1; }));
+}
+
+TEST(AppleTimer, SurvivesWhatItsActionThrows) {
+  const auto target = std::make_shared<TimerTarget>();
+  target->throws = true;
+  install(timerFor(target, 0.01, true));
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return target->firings >= 2; }));
+}
+
+TEST(AppleRunLoop, OfTheMainThreadIsAlwaysTheSame) {
+  auto &runLoops = Platform::current().runLoops();
+  EXPECT_EQ(runLoops.currentRunLoop(), runLoops.mainRunLoop());
+  std::thread([&runLoops] { EXPECT_NE(runLoops.currentRunLoop(), runLoops.mainRunLoop()); }).join();
+}
+
+}  // namespace
+}  // namespace kx

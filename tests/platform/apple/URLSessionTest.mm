@@ -1,0 +1,134 @@
+// Requests, to a collection service on this machine.
+
+#import <Foundation/Foundation.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+#include <memory>
+
+#include "platform/Platform.h"
+#include "platform/URLSession.h"
+#include "tests/platform/apple/harness/Collector.h"
+#include "tests/platform/apple/harness/StandIn.h"
+#include "tests/platform/apple/harness/StandInDevice.h"
+
+namespace kx {
+namespace {
+
+struct Outcome {
+  std::shared_ptr<URLResponse> response;
+  std::optional<Error> error;
+
+  long statusCode() const {
+    const auto *const answer = dynamic_cast<const HTTPURLResponse *>(response.get());
+    return answer == nullptr ? 0 : answer->statusCode();
+  }
+};
+
+URLSessionService &service() {
+  return Platform::current().urlSessions();
+}
+
+URLRequest requestTo(const std::string &hostname, const std::string &path) {
+  URLRequest request(*service().URLWithString("https://" + hostname + path));
+  request.HTTPMethod = "POST";
+  request.setValue("application/json", "Content-Type");
+  return request;
+}
+
+/// Makes the request and waits for what comes of it; runs no run loop.
+Outcome send(const URLRequest &request, const std::optional<Data> &body) {
+  const auto session = service().sessionWithDefaultConfiguration();
+  std::promise<Outcome> outcome;
+  const auto task = session->uploadTaskWithRequest(
+      request, body,
+      [&outcome](const std::shared_ptr<URLResponse> &response, const std::optional<Error> &error) {
+        EXPECT_FALSE([NSThread isMainThread]);
+        outcome.set_value({response, error});
+      });
+  task->resume();
+  task->resume();
+  session->finishTasksAndInvalidate();
+  return outcome.get_future().get();
+}
+
+TEST(AppleURLSession, BringsTheAnswer) {
+  const Collector collector;
+  const Outcome outcome = send(requestTo(collector.hostname(), "/nowhere"), Data{'{', '}'});
+  EXPECT_EQ(outcome.statusCode(), 404);
+  EXPECT_EQ(outcome.error, std::nullopt);
+  const auto &answer = dynamic_cast<const HTTPURLResponse &>(*outcome.response);
+  EXPECT_EQ(answer.allHeaderFields().count("CONTENT-LENGTH"), 1u);
+}
+
+TEST(AppleURLSession, SendsAnEmptyBodyWhenThereIsNone) {
+  const Collector collector;
+  const Outcome outcome = send(requestTo(collector.hostname(), "/api_v0_0_0/do_login"), std::nullopt);
+  EXPECT_GE(outcome.statusCode(), 400);
+  EXPECT_EQ(collector.requests("login").size(), 1u) << collector.transcript();
+}
+
+TEST(AppleURLSession, BringsAnErrorWhenTheServerIsNotTrusted) {
+  const Collector collector;
+  standin::network().certificateAuthorityFile.clear();
+  const Outcome outcome = send(requestTo(collector.hostname(), "/nowhere"), std::nullopt);
+  EXPECT_EQ(outcome.response, nullptr);
+  ASSERT_TRUE(outcome.error);
+  EXPECT_EQ(outcome.error->domain, "NSURLErrorDomain");
+  EXPECT_NE(outcome.error->code, 0);
+  EXPECT_NE(outcome.error->localizedDescription, "");
+}
+
+TEST(AppleURLSession, BringsAnErrorWhenNobodyListens) {
+  const Outcome outcome = send(requestTo("localhost:1", "/nowhere"), std::nullopt);
+  EXPECT_EQ(outcome.response, nullptr);
+  EXPECT_TRUE(outcome.error);
+}
+
+TEST(AppleURLSession, MakesNoTaskOnceItIsToFinish) {
+  const auto session = service().sessionWithDefaultConfiguration();
+  EXPECT_EQ(standin::openSessions(), 1);
+  session->finishTasksAndInvalidate();
+  EXPECT_EQ(standin::openSessions(), 0);
+  EXPECT_EQ(session->uploadTaskWithRequest(requestTo("localhost:1", "/"), std::nullopt,
+                                           [](const auto &, const auto &) { FAIL(); }),
+            nullptr);
+}
+
+TEST(AppleURLSession, ATaskThatIsNotResumedCallsNobody) {
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> weak = held;
+  @autoreleasepool {
+    const auto session = service().sessionWithDefaultConfiguration();
+    const auto task = session->uploadTaskWithRequest(requestTo("localhost:1", "/"), std::nullopt,
+                                                     [held](const auto &, const auto &) { FAIL() << *held; });
+    EXPECT_NE(task, nullptr);
+    held.reset();
+    session->finishTasksAndInvalidate();
+  }
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST(AppleURLSession, EndsWhatACompletionHandlerThrows) {
+  const auto session = service().sessionWithDefaultConfiguration();
+  auto held = std::make_shared<int>(1);
+  const std::weak_ptr<int> weak = held;
+  session
+      ->uploadTaskWithRequest(requestTo("localhost:1", "/"), std::nullopt,
+                              [held](const auto &, const auto &) { throw *held; })
+      ->resume();
+  held.reset();
+  EXPECT_TRUE(standin::runMainLoopUntil([&weak] { return weak.expired(); }));
+}
+
+TEST(AppleURLSession, AcceptsTheURLsOfTheService) {
+  const auto url = service().URLWithString("https://svc.example:8443/api_v0_0_0/post_msg");
+  ASSERT_TRUE(url);
+  EXPECT_EQ(url->absoluteString, "https://svc.example:8443/api_v0_0_0/post_msg");
+  EXPECT_FALSE(service().URLWithString("https://\xFF/"));
+}
+
+}  // namespace
+}  // namespace kx

@@ -1,0 +1,12 @@
+#pragma once
+
+// GCC's <objc/runtime.h>, which does not compile under ARC: there, only what gnustep-base's headers need of
+// it.
+
+#if __has_feature(objc_arc)
+#include <objc/objc.h>
+typedef struct objc_ivar *Ivar;
+typedef struct objc_method *Method;
+#else
+#include_next <objc/runtime.h>
+#endif

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "providers/KXData.h"
+#include "tests/platform/apple/harness/StandIn.h"
+
+namespace kx {
+
+/// What a provider knows now; null until it has computed for the first time.
+inline nlohmann::json factsOf(const KXData &provider) {
+  const auto data = provider.data();
+  return data == nullptr ? nlohmann::json() : nlohmann::json::parse(data->contents()->description());
+}
+
+/// Runs the main run loop until the provider knows exactly that.
+inline bool comesToKnow(const KXData &provider, const nlohmann::json &facts) {
+  return standin::runMainLoopUntil([&] { return factsOf(provider) == facts; });
+}
+
+}  // namespace kx

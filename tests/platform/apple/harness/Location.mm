@@ -1,0 +1,193 @@
+// CoreLocation's location manager.
+
+#import <CoreLocation/CoreLocation.h>
+
+#include <atomic>
+
+#include "tests/platform/apple/harness/LiveObjects.h"
+#include "tests/platform/apple/harness/StandIn.h"
+#include "tests/platform/apple/harness/StandInDevice.h"
+
+using kx::standin::locationServices;
+using kx::standin::note;
+
+@interface CLLocationManager () {
+ @public
+  std::atomic<bool> _isUpdating;
+  NSThread *_thread;
+}
+@end
+
+namespace {
+
+kx::standin::LiveObjects<CLLocationManager> &managers() {
+  static auto *const managers = new kx::standin::LiveObjects<CLLocationManager>;
+  return *managers;
+}
+
+/// Lets every location manager do that on its own thread.
+void tellManagers(SEL selector, id argument) {
+  for (CLLocationManager *manager : managers().all()) {
+    if (manager->_thread.isFinished) continue;
+    [manager performSelector:selector
+                    onThread:manager->_thread
+                  withObject:argument
+               waitUntilDone:NO
+                       modes:@[ NSDefaultRunLoopMode, UITrackingRunLoopMode ]];
+  }
+}
+
+}  // namespace
+
+@implementation CLLocation {
+  CLLocationCoordinate2D _coordinate;
+  CLLocationDistance _altitude;
+  CLLocationAccuracy _horizontalAccuracy;
+  CLLocationAccuracy _verticalAccuracy;
+}
+
+- (instancetype)initWithCoordinate:(CLLocationCoordinate2D)coordinate
+                          altitude:(CLLocationDistance)altitude
+                horizontalAccuracy:(CLLocationAccuracy)horizontalAccuracy
+                  verticalAccuracy:(CLLocationAccuracy)verticalAccuracy
+                         timestamp:(NSDate *)timestamp {
+  if ((self = [super init]) != nil) {
+    _coordinate = coordinate;
+    _altitude = altitude;
+    _horizontalAccuracy = horizontalAccuracy;
+    _verticalAccuracy = verticalAccuracy;
+  }
+  return self;
+}
+
+@end
+
+@implementation CLLocationManager
+
++ (BOOL)locationServicesEnabled {
+  note(__func__);
+  return locationServices().areEnabled;
+}
+
++ (CLAuthorizationStatus)authorizationStatus {
+  note(__func__);
+  return locationServices().authorizationStatus;
+}
+
+- (instancetype)init {
+  note(__func__);
+  if ((self = [super init]) != nil) {
+    _isUpdating = false;
+    _thread = [NSThread currentThread];
+    managers().add(self);
+  }
+  return self;
+}
+
+- (CLAuthorizationStatus)authorizationStatus {
+  note(__func__);
+  return locationServices().authorizationStatus;
+}
+
+- (CLLocation *)location {
+  note(__func__);
+  return locationServices().location;
+}
+
+- (void)startUpdatingLocation {
+  note(__func__);
+  _isUpdating = true;
+}
+
+- (void)stopUpdatingLocation {
+  note(__func__);
+  _isUpdating = false;
+}
+
+// ---- What happens to it, on its own thread.
+
+- (void)reportLocation:(CLLocation *)location {
+  if (!_isUpdating) return;
+  if ([self.delegate respondsToSelector:@selector(locationManager:didUpdateLocations:)]) {
+    [self.delegate locationManager:self didUpdateLocations:@[ location ]];
+  }
+}
+
+- (void)reportAuthorization:(id)unused {
+  // A system that knows the newer of the two calls no other.
+  if ([self.delegate respondsToSelector:@selector(locationManagerDidChangeAuthorization:)]) {
+    [self.delegate locationManagerDidChangeAuthorization:self];
+  } else if ([self.delegate respondsToSelector:@selector(locationManager:didChangeAuthorizationStatus:)]) {
+    [self.delegate locationManager:self didChangeAuthorizationStatus:locationServices().authorizationStatus];
+  }
+}
+
+- (void)reportPause:(id)unused {
+  if ([self.delegate respondsToSelector:@selector(locationManagerDidPauseLocationUpdates:)]) {
+    [self.delegate locationManagerDidPauseLocationUpdates:self];
+  }
+}
+
+- (void)reportResumption:(id)unused {
+  if ([self.delegate respondsToSelector:@selector(locationManagerDidResumeLocationUpdates:)]) {
+    [self.delegate locationManagerDidResumeLocationUpdates:self];
+  }
+}
+
+@end
+
+namespace kx::standin {
+
+LocationServices &locationServices() {
+  static auto *const services = new LocationServices;
+  return *services;
+}
+
+CLLocation *locationAt(double latitude, double longitude, double horizontalAccuracy) {
+  return [[CLLocation alloc] initWithCoordinate:{latitude, longitude}
+                                       altitude:35.5
+                             horizontalAccuracy:horizontalAccuracy
+                               verticalAccuracy:-1
+                                      timestamp:[NSDate date]];
+}
+
+void moveTo(CLLocation *location) {
+  locationServices().location = location;
+  tellManagers(@selector(reportLocation:), location);
+}
+
+void changeAuthorization(CLAuthorizationStatus status) {
+  locationServices().authorizationStatus = status;
+  tellManagers(@selector(reportAuthorization:), nil);
+}
+
+void pauseLocationUpdates() {
+  tellManagers(@selector(reportPause:), nil);
+}
+
+void resumeLocationUpdates() {
+  tellManagers(@selector(reportResumption:), nil);
+}
+
+int locationManagers() {
+  @autoreleasepool {
+    return static_cast<int>(managers().all().size());
+  }
+}
+
+int updatingLocationManagers() {
+  @autoreleasepool {
+    int updating = 0;
+    for (const CLLocationManager *manager : managers().all()) updating += manager->_isUpdating ? 1 : 0;
+    return updating;
+  }
+}
+
+double distanceFilter() {
+  @autoreleasepool {
+    const auto alive = managers().all();
+    return alive.empty() ? 0 : alive.back().distanceFilter;
+  }
+}
+
+}  // namespace kx::standin

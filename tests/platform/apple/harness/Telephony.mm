@@ -1,0 +1,120 @@
+// CoreTelephony.
+
+#import <CoreTelephony/CTTelephonyNetworkInfo.h>
+
+#include <thread>
+
+#include "tests/platform/apple/harness/LiveObjects.h"
+#include "tests/platform/apple/harness/StandIn.h"
+#include "tests/platform/apple/harness/StandInDevice.h"
+
+using kx::standin::note;
+using kx::standin::telephony;
+
+namespace {
+
+kx::standin::LiveObjects<CTTelephonyNetworkInfo> &infos() {
+  static auto *const infos = new kx::standin::LiveObjects<CTTelephonyNetworkInfo>;
+  return *infos;
+}
+
+NSString *service() {
+  return @(kx::standin::telephonyService);
+}
+
+}  // namespace
+
+@implementation CTCarrier {
+  NSString *_countryCode;
+  NSString *_networkCode;
+}
+
+/// The subscriber's carrier now.
+- (instancetype)init {
+  if ((self = [super init]) != nil) {
+    _countryCode = telephony().mobileCountryCode;
+    _networkCode = telephony().mobileNetworkCode;
+  }
+  return self;
+}
+
+- (NSString *)mobileCountryCode {
+  note(__func__);
+  return _countryCode;
+}
+
+- (NSString *)mobileNetworkCode {
+  note(__func__);
+  return _networkCode;
+}
+
+@end
+
+@implementation CTTelephonyNetworkInfo
+
+- (instancetype)init {
+  note(__func__);
+  if (!telephony().isPresent) return nil;
+  if ((self = [super init]) != nil) infos().add(self);
+  return self;
+}
+
+- (CTCarrier *)subscriberCellularProvider {
+  note(__func__);
+  return telephony().hasCarrier ? [CTCarrier new] : nil;
+}
+
+- (NSString *)currentRadioAccessTechnology {
+  note(__func__);
+  return telephony().radioAccessTechnology;
+}
+
+- (NSDictionary<NSString *, CTCarrier *> *)serviceSubscriberCellularProviders {
+  note(__func__);
+  return telephony().hasCarrier ? @{service() : [CTCarrier new]} : nil;
+}
+
+- (NSDictionary<NSString *, NSString *> *)serviceCurrentRadioAccessTechnology {
+  note(__func__);
+  NSString *const technology = telephony().radioAccessTechnology;
+  return technology != nil ? @{service() : technology} : nil;
+}
+
+- (NSString *)dataServiceIdentifier {
+  note(__func__);
+  return service();
+}
+
+@end
+
+namespace kx::standin {
+
+Telephony &telephony() {
+  static auto *const telephony = new Telephony;
+  return *telephony;
+}
+
+void changeCarrier(NSString *mobileCountryCode, NSString *mobileNetworkCode) {
+  telephony().mobileCountryCode = mobileCountryCode;
+  telephony().mobileNetworkCode = mobileNetworkCode;
+  std::thread([] {
+    @autoreleasepool {
+      for (CTTelephonyNetworkInfo *info : infos().all()) {
+        if (info.subscriberCellularProviderDidUpdateNotifier != nil) {
+          info.subscriberCellularProviderDidUpdateNotifier([CTCarrier new]);
+        }
+        if (info.serviceSubscriberCellularProvidersDidUpdateNotifier != nil) {
+          info.serviceSubscriberCellularProvidersDidUpdateNotifier(service());
+        }
+      }
+    }
+  }).join();
+}
+
+int telephonyObjects() {
+  @autoreleasepool {
+    return static_cast<int>(infos().all().size());
+  }
+}
+
+}  // namespace kx::standin
