@@ -98,7 +98,7 @@ TEST_F(LogindTroubleTest, WhenLogindGoesTheSystemCountsAsAwakeAndTheLockIsGivenU
   logind.reset();
   ASSERT_TRUE(comesTo(2));
   EXPECT_THAT(posted, ElementsAre(background, foreground));
-  EXPECT_TRUE(loopUntil([&] { return openDescriptors() == descriptors; }));
+  EXPECT_TRUE(loopUntil([&] { return openDescriptors() <= descriptors; }));
   EXPECT_TRUE(loopUntil([] { return untilNextDue() == -1; })) << "its task still expires";
   expectTasksAreGranted();
 
@@ -154,7 +154,7 @@ TEST_F(LogindTroubleTest, ALockThatComesWhenNothingNeedsItAnyMoreIsGivenUp) {
   const auto descriptors = openDescriptors();
   logind->answerNow();
   EXPECT_TRUE(comesToHold(0));
-  EXPECT_TRUE(loopUntil([&] { return openDescriptors() == descriptors; }));
+  EXPECT_TRUE(loopUntil([&] { return openDescriptors() <= descriptors; }));
 }
 
 TEST_F(LogindTroubleTest, ALogindThatHangsAndGoesLeavesNothingBehind) {
@@ -167,7 +167,7 @@ TEST_F(LogindTroubleTest, ALogindThatHangsAndGoesLeavesNothingBehind) {
   start();
   EXPECT_TRUE(comesToHold(1));
   logind.reset();
-  EXPECT_TRUE(loopUntil([&] { return openDescriptors() == descriptors; }));
+  EXPECT_TRUE(loopUntil([&] { return openDescriptors() <= descriptors; }));
 }
 
 TEST_F(LogindTroubleTest, ARefusedLockIsAskedForAgainWhenTheSystemWakes) {
@@ -234,7 +234,7 @@ TEST_F(LogindTroubleTest, AFloodOfAnnouncementsEndsAsTheLastOneSays) {
     ASSERT_EQ(posted[i], i % 2 == 0 ? background : foreground) << i;
   }
   EXPECT_TRUE(comesToHold(1));
-  EXPECT_TRUE(loopUntil([&] { return openDescriptors() == descriptors; }));
+  EXPECT_TRUE(loopUntil([&] { return openDescriptors() <= descriptors; }));
   loopFor(milliseconds(100));
   const std::size_t requests = logind->requests.size();
   loopFor(milliseconds(100));
@@ -252,7 +252,7 @@ TEST_F(LogindTroubleTest, AFloodOfLogindsEndsWithOneLock) {
   start();
   EXPECT_TRUE(comesToHold(1));
   logind.reset();
-  EXPECT_TRUE(loopUntil([&] { return openDescriptors() == descriptors; }));
+  EXPECT_TRUE(loopUntil([&] { return openDescriptors() <= descriptors; }));
 }
 
 TEST_F(LogindTroubleTest, AnApplicationThatIsReleasedGivesUpItsLockAndHearsNothing) {
