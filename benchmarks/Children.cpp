@@ -12,8 +12,8 @@ std::string outputOfChild() {
   char *output = nullptr;
   GError *error = nullptr;
   int status = 0;
-  if (!g_spawn_sync(nullptr, const_cast<char **>(arguments), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
-                    &output, nullptr, &status, &error) ||
+  if (!g_spawn_sync(nullptr, const_cast<char **>(arguments), nullptr, G_SPAWN_STDERR_TO_DEV_NULL, nullptr,
+                    nullptr, &output, nullptr, &status, &error) ||
       !g_spawn_check_wait_status(status, &error)) {
     throw std::runtime_error(std::string("child process: ") + error->message);
   }

@@ -1,6 +1,8 @@
 // In how many process starts a provider's initial refresh finds no queue to compute on, because the worker
 // that runs it is quicker than the thread that is still making the provider. That provider's first facts then
-// come with its next refresh; for those that have no other one they do not come at all.
+// come with its next refresh; for those that have no other one they do not come at all. What the main thread
+// submits at background priority is started by its loop here, so that it should be in none;
+// docs/performance.md has the figure without that.
 
 #include <KXPublisher/KXPublisher.h>
 #include <glib.h>

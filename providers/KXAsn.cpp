@@ -2,6 +2,7 @@
 
 #include "platform/Bundle.h"
 #include "platform/Platform.h"
+#include "providers/Facts.h"
 
 namespace kx {
 
@@ -21,7 +22,7 @@ std::shared_ptr<MutableDictionary> KXAsn::computeData() {
     const auto bundle = bundles.bundleWithIdentifier(identifier);
     const auto executable =
         bundle == nullptr ? std::nullopt : bundle->objectForInfoDictionaryKey("CFBundleExecutable");
-    if (identifier) facts.set(dataKeyAsnBundleId, *identifier);
+    setFact(facts, dataKeyAsnBundleId, identifier);
     if (executable) facts.set(dataKeyAsnName, *executable);
   }
   return std::make_shared<MutableDictionary>(std::move(facts));

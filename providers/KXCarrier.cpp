@@ -8,6 +8,7 @@
 #include "platform/NotificationCenter.h"
 #include "platform/Platform.h"
 #include "platform/foundation/StringFormat.h"
+#include "providers/Facts.h"
 
 namespace kx {
 
@@ -64,8 +65,8 @@ std::shared_ptr<MutableDictionary> KXCarrier::computeData() {
   }
   if (const auto networkInfo = this->networkInfo()) {
     if (auto technology = networkInfo->currentRadioAccessTechnology()) {
-      facts.set(dataKeyRadioAccessTechnology,
-                removingEvery("CTRadioAccessTechnology", *std::move(technology)));
+      setFact(facts, dataKeyRadioAccessTechnology,
+              removingEvery("CTRadioAccessTechnology", *std::move(technology)));
     }
   }
   return std::make_shared<MutableDictionary>(std::move(facts));

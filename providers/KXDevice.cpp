@@ -10,6 +10,7 @@
 #include "platform/SystemName.h"
 #include "platform/WebView.h"
 #include "platform/foundation/StringFormat.h"
+#include "providers/Facts.h"
 
 namespace kx {
 
@@ -26,20 +27,20 @@ void KXDevice::instanceDidStartInit() {
 
 std::shared_ptr<MutableDictionary> KXDevice::computeData() {
   Dictionary facts;
-  if (auto value = deviceType()) facts.set(dataKeyDeviceType, *std::move(value));
+  setFact(facts, dataKeyDeviceType, deviceType());
   facts.set(dataKeyDeviceMake, dataValueDeviceMake);
   if (const auto device = currentDevice()) {
-    if (auto model = device->model()) facts.set(dataKeyDeviceModel, *std::move(model));
+    setFact(facts, dataKeyDeviceModel, device->model());
     const auto systemName = device->systemName();
-    if (systemName) facts.set(dataKeyOs, *systemName);
+    setFact(facts, dataKeyOs, systemName);
     const auto systemVersion = device->systemVersion();
     if (systemName && systemVersion) {
       facts.set(dataKeyOsVersion, stringWithFormat("%@ %@", {systemName, systemVersion}));
     }
   }
-  if (auto value = deviceName()) facts.set(dataKeyDeviceName, *std::move(value));
-  if (auto value = userAgent()) facts.set(dataKeyUserAgent, *std::move(value));
-  if (auto value = ifa()) facts.set(dataKeyIfa, *std::move(value));
+  setFact(facts, dataKeyDeviceName, deviceName());
+  setFact(facts, dataKeyUserAgent, userAgent());
+  setFact(facts, dataKeyIfa, ifa());
   if (const auto value = dnt()) facts.set(dataKeyDnt, *value);
   if (auto value = languages(); value && !value->empty()) facts.set(dataKeyLanguages, *std::move(value));
   return std::make_shared<MutableDictionary>(std::move(facts));

@@ -7,6 +7,7 @@
 #include "platform/LocationService.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Platform.h"
+#include "providers/Facts.h"
 
 namespace kx {
 
@@ -25,10 +26,10 @@ Dictionary positionFacts(const Location &location) {
 }
 
 void addPlaceFacts(const Placemark &place, Dictionary &facts) {
-  if (place.ISOcountryCode) facts.set(dataKeyLocationCountry, *place.ISOcountryCode);
-  if (place.administrativeArea) facts.set(dataKeyLocationState, *place.administrativeArea);
-  if (place.locality) facts.set(dataKeyLocationCity, *place.locality);
-  if (place.postalCode) facts.set(dataKeyLocationZip, *place.postalCode);
+  setFact(facts, dataKeyLocationCountry, place.ISOcountryCode);
+  setFact(facts, dataKeyLocationState, place.administrativeArea);
+  setFact(facts, dataKeyLocationCity, place.locality);
+  setFact(facts, dataKeyLocationZip, place.postalCode);
   if (place.timeZoneSecondsFromGMT) facts.set(dataKeyLocationTimezone, *place.timeZoneSecondsFromGMT);
 }
 

@@ -75,8 +75,16 @@ void KXPublisher::init(const std::optional<std::string> &apiToken,
 }
 
 KXPublisher::~KXPublisher() {
+  dataProviders_.set({});
+  kxLogger_.set(nullptr);
   if (const auto timer = logTimer()) timer->invalidate();
-  Platform::current().defaultNotificationCenter().removeObserver(*this);
+  logTimer_.set(nullptr);
+  kxLog_.set(nullptr);
+  try {
+    Platform::current().defaultNotificationCenter().removeObserver(*this);
+  } catch (...) {
+    // Where no platform could be made, nothing has been observed either.
+  }
 }
 
 void KXPublisher::scheduleReports() {
@@ -129,7 +137,12 @@ void KXPublisher::applicationDidEnterBackground() {
   platform.dispatch()
       .globalQueue(DispatchQueuePriority::standard)
       .async([publisher = strong(*this), endTask] {
-        publisher->logDataAsync(false);
+        try {
+          publisher->logDataAsync(false);
+        } catch (...) {
+          endTask();
+          throw;
+        }
         endTask();
       });
 }

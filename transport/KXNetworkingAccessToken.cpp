@@ -63,9 +63,10 @@ std::optional<Dictionary> KXNetworking::loginDocument() const {
 }
 
 void KXNetworking::getAccessTokenWithCompletionHandler(AccessTokenCompletionHandler completionHandler) {
+  const auto document = loginDocument();
   const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
   const auto task = apiUploadTaskForPath(
-      kxPublisherApiPathGetToken(), hostname(), loginDocument(), session,
+      kxPublisherApiPathGetToken(), hostname(), document, session,
       [completionHandler = std::move(completionHandler)](const std::shared_ptr<URLResponse> &response,
                                                          const std::optional<Error> &error) {
         completionHandler(accessTokenFrom(response, error));

@@ -20,6 +20,8 @@ NEEDED = {
     "dbus-daemon": "/usr/bin/dbus-daemon",
     "iproute2": "/usr/sbin/ip",
     "unshare": "/usr/bin/unshare",
+    "gdbus": "/usr/bin/gdbus",
+    "python3-dbusmock": "/usr/lib/python3/dist-packages/dbusmock",
 }
 
 HANDSET = "11"  # the chassis type of SMBIOS

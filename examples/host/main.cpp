@@ -22,6 +22,7 @@ struct Host {
   GApplication *application = nullptr;
   std::shared_ptr<kx::KXPublisher> publisher;
   GDataInputStream *input = nullptr;
+  bool failed = false;
 };
 
 // ---- KXPublisher
@@ -89,6 +90,7 @@ void activate(GApplication *application, void *data) {
   g_application_hold(application);
   if (!startReporting(host)) {
     std::cerr << "kx-host: not enough memory" << std::endl;
+    host.failed = true;
     g_application_quit(application);
     return;
   }
@@ -110,7 +112,8 @@ int run(const Arguments &arguments) {
       g_application_new(arguments.applicationID.c_str(), G_APPLICATION_NON_UNIQUE);
   Host host{arguments, application, nullptr, input};
   g_signal_connect(application, "activate", G_CALLBACK(activate), &host);
-  return g_application_run(application, 0, nullptr);
+  const int exitCode = g_application_run(application, 0, nullptr);
+  return host.failed ? 1 : exitCode;
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 // The whole of what a host application writes.
 #include <KXPublisher/KXPublisher.h>
-#include <glib.h>
+#include <gio/gio.h>
 #include <platform/linux/LinuxHost.h>
 
 int main() {
+  g_application_set_default(g_application_new("com.example.Host", G_APPLICATION_DEFAULT_FLAGS));
   kx::LinuxHostOptions options;
   options.advertisingIdentifier = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
   kx::LinuxHost::setOptions(options);

@@ -87,6 +87,14 @@ TEST_F(KXDeviceTest, LeavesOutAModelThatIsNotKnown) {
   EXPECT_EQ(facts().find("model"), nullptr);
 }
 
+TEST_F(KXDeviceTest, LeavesOutWhatIsEmpty) {
+  device.device->modelText = "";
+  device.uname.machineText = "";
+  device.advertisingService->identifier = "";
+  for (const char *key : {"model", "name", "ifa"}) EXPECT_EQ(facts().find(key), nullptr) << key;
+  EXPECT_NE(facts().find("platform"), nullptr);
+}
+
 TEST_F(KXDeviceTest, PassesALimitedIdentifierOnWithTheUsersChoice) {
   device.advertisingService->trackingEnabled = false;
   device.advertisingService->identifier = "00000000-0000-0000-0000-000000000000";
