@@ -32,5 +32,9 @@ install(FILES
 
 set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH KX_PREFIX_FROM_PKGCONFIG /${pkgconfig} /)  # an installed tree may be moved
+set(KX_PKGCONFIG_REQUIRES Requires)  # a static library's host links what it needs
+if(BUILD_SHARED_LIBS)
+  set(KX_PKGCONFIG_REQUIRES Requires.private)
+endif()
 configure_file(cmake/KXPublisher.pc.in ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc DESTINATION ${pkgconfig})

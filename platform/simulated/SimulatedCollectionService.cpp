@@ -159,6 +159,7 @@ std::optional<URL> SimulatedURLSessionService::URLWithString(const std::string &
 
 std::shared_ptr<URLSession> SimulatedURLSessionService::sessionWithDefaultConfiguration() {
   ++sessions;
+  if (const auto happens = std::exchange(whileNextSessionIsMade, nullptr)) happens();
   return std::make_shared<Session>(*this);
 }
 

@@ -89,6 +89,8 @@ class KX_EXPORT SimulatedURLSessionService : public URLSessionService {
   /// How many sessions were made, and how many of them were told to finish.
   int sessions = 0;
   int invalidatedSessions = 0;
+  /// Called once, while the next session is made: something else happens just then.
+  std::function<void()> whileNextSessionIsMade;
 
   /// Takes what has a scheme, a host without blanks or control characters, and a path.
   std::optional<URL> URLWithString(const std::string &text) override;

@@ -114,11 +114,17 @@ TEST_F(KXConnectionTest, ReportsChangesOnlyAfterAReturnToTheForegroundWhenItsCre
 TEST_F(KXConnectionTest, StaysSilentForEverWhenTheHandleCannotBeMade) {
   device.reachability.creationSucceeds = false;
   EXPECT_TRUE(facts().empty());
+  const auto provider = KXConnection::sharedInstance();
+  const auto before = provider->data();
   device.application->enterBackground();
   device.application->enterForeground();
-  KXConnection::sharedInstance()->updateData();
+  device.notificationCenter.postNotificationName(constants::kReachabilityDidChangeNotification, nullptr);
+  device.runReadyTasks();
+  EXPECT_EQ(provider->data(), before) << "computed anew";
+  provider->updateData();
   EXPECT_TRUE(facts().empty());
-  EXPECT_EQ(KXConnection::sharedInstance()->reachability(), std::nullopt);
+  EXPECT_NE(provider->data(), before);
+  EXPECT_EQ(provider->reachability(), std::nullopt);
   EXPECT_EQ(device.reachability.callbackRegistrations, 0);
 }
 

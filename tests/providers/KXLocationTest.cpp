@@ -236,11 +236,15 @@ TEST_F(KXLocationTest, RestartsUpdatesAndRecomputesAtTheReturnToTheForeground) {
 TEST_F(KXLocationTest, DoesNothingAtTheReturnWithoutPermission) {
   service.position = berlin;
   facts();
+  const auto before = KXLocation::sharedInstance()->data();
   device.application->enterBackground();
   service.status = AuthorizationStatus::restricted;
+  service.position = paris;
   const int starts = service.startCalls;
   device.application->enterForeground();
   EXPECT_EQ(facts(), berlinPosition);
+  EXPECT_EQ(KXLocation::sharedInstance()->data(), before) << "computed anew";
+  EXPECT_EQ(service.geocoded.size(), 1u);
   EXPECT_EQ(service.startCalls, starts);
 }
 
@@ -275,10 +279,14 @@ TEST_F(KXLocationTest, RestartsAndRecomputesWhenUpdatesResume) {
 TEST_F(KXLocationTest, ChangesNothingWhenUpdatesResumeWithoutPermission) {
   service.position = berlin;
   facts();
+  const auto before = KXLocation::sharedInstance()->data();
   service.enabled = false;
+  service.position = paris;
   const int starts = service.startCalls;
   service.resumeUpdates();
   EXPECT_EQ(facts(), berlinPosition);
+  EXPECT_EQ(KXLocation::sharedInstance()->data(), before) << "computed anew";
+  EXPECT_EQ(service.geocoded.size(), 1u);
   EXPECT_EQ(service.startCalls, starts);
 }
 

@@ -81,6 +81,17 @@ TEST_F(KXPublisherMessageTest, HoldsThePublishersOwnKeysWhateverTheProvidersKnow
   EXPECT_NE(message.find("id")->text(), nullptr);
 }
 
+TEST_F(KXPublisherMessageTest, IsDroppedWithoutALineWhenItHoldsThePublishersOwnKeysOnly) {
+  device.advance(1);                                    // the login succeeds
+  publisher->setDataProviders({TestProvider::make()});  // not computed yet
+  publisher->logDataAsync(false);
+  EXPECT_TRUE(device.service.messages().empty());
+  EXPECT_TRUE(device.consoleService.lines.empty());
+  publisher->setDataProviders({providerOf({{"ifa", "identifier"}})});
+  publisher->logDataAsync(false);
+  EXPECT_EQ(device.service.messages().size(), 1u) << "nothing is sent at all";
+}
+
 TEST_F(KXPublisherMessageTest, LetsThePublishersKeysWinOverAProviders) {
   publisher->setDataProviders({providerOf({{"id", "mine"},
                                            {"eventTime", 1},

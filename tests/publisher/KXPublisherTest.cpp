@@ -196,6 +196,21 @@ TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheTimeRunsOutAndTheWorkerEndsN
   EXPECT_EQ(sent(), 2u);
 }
 
+TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheWorkerIsDoneAndALateExpirationEndsNothing) {
+  start();
+  device.advance(10);
+  application.enterBackground();
+  // The system may have decided to call it just before the task ended.
+  const auto expirationHandler = application.backgroundTasks[0].expirationHandler;
+  ASSERT_NE(expirationHandler, nullptr);
+  device.runReadyTasks();
+  EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1}));
+  expirationHandler();
+  EXPECT_EQ(application.endedIdentifiers,
+            (std::vector<BackgroundTaskIdentifier>{1, UIBackgroundTaskInvalid}));
+  EXPECT_EQ(sent(), 2u);
+}
+
 TEST_F(KXPublisherTest, GivesEachEntryIntoTheBackgroundATaskOfItsOwn) {
   start();
   device.advance(10);

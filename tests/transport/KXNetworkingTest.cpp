@@ -79,16 +79,16 @@ TEST_F(KXNetworkingTest, FinishesTheSessionEvenWhenNoTaskWasBuilt) {
   EXPECT_EQ(device.urlSessionService.invalidatedSessions, 1);
 }
 
-TEST_F(KXNetworkingTest, CancelsItsRetryWhenItIsDestroyed) {
+TEST_F(KXNetworkingTest, IsKeptAliveByItsRetryUntilThatHasSucceeded) {
   device.service.script(Service::loginPath, {SimulatedReply::status(500)});
   auto networking = KXNetworking::initWithApiToken("token", "host");
   device.advance(1);
-  const auto retry = networking->accessTokenRequestTimer();
-  ASSERT_TRUE(retry->isValid());
   const std::weak_ptr<KXNetworking> weak = networking;
   networking = nullptr;
-  EXPECT_FALSE(weak.expired());  // the timer keeps its target
-  retry->invalidate();
+  EXPECT_FALSE(weak.expired());
+  EXPECT_EQ(device.service.logins().size(), 1u);
+  device.advance(300);
+  EXPECT_EQ(device.service.logins().size(), 2u);
   EXPECT_TRUE(weak.expired());
 }
 

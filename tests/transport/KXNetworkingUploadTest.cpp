@@ -47,6 +47,21 @@ TEST_F(KXNetworkingUploadTest, SendsTheMessageAsTheOnlyElementOfAnArray) {
       nlohmann::json::parse(R"([{"ifa":"6D92078A-8246-4BA4-AE5B-76104861E7DC","eventTime":1700000000000}])"));
 }
 
+TEST_F(KXNetworkingUploadTest, SendsATokenThatArrivesWhileTheMessageIsPrepared) {
+  device.advance(1);
+  service.revokeTokens();
+  device.urlSessionService.whileNextSessionIsMade = [this] {
+    networking->updateAccessToken(nullptr);
+    device.advance(1);
+  };
+  networking->sendData(message);
+  device.advance(1);
+  ASSERT_EQ(service.messages().size(), 1u);
+  EXPECT_EQ(service.messages()[0].header("Authorization"), "Bearer token-2");
+  EXPECT_EQ(service.logins().size(), 2u);
+  EXPECT_TRUE(lines.empty());
+}
+
 TEST_F(KXNetworkingUploadTest, StartsTheUploadBeforeItReturns) {
   device.advance(1);
   networking->sendData(message);

@@ -109,6 +109,15 @@ TEST_F(SimulatedCollectionServiceTest, MakesNoTasksInASessionThatWasToldToFinish
   EXPECT_EQ(device.urlSessionService.invalidatedSessions, 1);
 }
 
+TEST_F(SimulatedCollectionServiceTest, LetsSomethingHappenOnceWhileTheNextSessionIsMade) {
+  int happened = 0;
+  device.urlSessionService.whileNextSessionIsMade = [&happened] { ++happened; };
+  task(Service::messagePath);
+  EXPECT_EQ(happened, 1);
+  task(Service::messagePath);
+  EXPECT_EQ(happened, 1);
+}
+
 TEST_F(SimulatedCollectionServiceTest, RefusesTextThatIsNoURL) {
   SimulatedURLSessionService &service = device.urlSessionService;
   EXPECT_EQ(service.URLWithString("https://host:8443/path")->absoluteString, "https://host:8443/path");

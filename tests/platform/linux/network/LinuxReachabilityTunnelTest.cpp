@@ -1,3 +1,6 @@
+#include <atomic>
+
+#include "platform/linux/GLibPointers.h"
 #include "tests/platform/linux/network/ReachabilityTest.h"
 #include "tests/platform/linux/network/StandInNetworkManager.h"
 #include "tests/support/PrivateBus.h"
@@ -60,6 +63,35 @@ TEST_F(LinuxReachabilityTunnelTest, NetworkManagerTellsWhatIsBeneath) {
   networkManager.changeType(g_variant_new_string("cdma"));
   EXPECT_TRUE(becomes(reports, flagsOfCellular));
   EXPECT_THAT(reports->flags, ElementsAre(flagsOfCellular, flagsOfWifi, flagsOfCellular));
+}
+
+TEST_F(LinuxReachabilityTunnelTest, OfAFloodOfChangesTheLastOneWinsAndTheOthersAreNotLookedAt) {
+  GLibPointer<GDBusConnection> connection;
+  systemBus->observe([&connection](GDBusConnection *opened) { connection = retained(opened); });
+  StandInNetworkManager networkManager(*bus, "gsm");
+  const auto reports = report(anywhere);
+  EXPECT_TRUE(becomes(reports, flagsOfCellular));
+  ASSERT_NE(connection, nullptr);
+
+  static std::atomic<int> arrived = 0;  // counted by the connection's thread, which outlives the test
+  const guint counter = g_dbus_connection_add_filter(
+      connection.get(),
+      [](GDBusConnection *, GDBusMessage *message, gboolean, gpointer) {
+        if (g_strcmp0(g_dbus_message_get_member(message), "PropertiesChanged") == 0) ++arrived;
+        return message;
+      },
+      nullptr, nullptr);
+  for (int i = 0; i < 500; ++i) {
+    networkManager.changeType(g_variant_new_string("gsm"));
+    networkManager.changeType(g_variant_new_string("802-11-wireless"));
+  }
+  // Nobody has run the loop, so that the changes wait for it, except perhaps the last, which is on its way.
+  EXPECT_TRUE(eventually([] { return arrived == 1000; }));
+  g_dbus_connection_remove_filter(connection.get(), counter);
+  EXPECT_TRUE(becomes(reports, flagsOfWifi));
+  settle();
+  EXPECT_THAT(flags(), Optional(flagsOfWifi));
+  EXPECT_THAT(reports->flags, ElementsAre(flagsOfCellular, flagsOfWifi));
 }
 
 TEST_F(LinuxReachabilityTunnelTest, ATunnelWithoutACarrierIsNotReachedWhateverIsBeneath) {

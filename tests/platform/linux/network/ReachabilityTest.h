@@ -48,7 +48,8 @@ class ReachabilityTest : public testing::Test {
 
   void makeService() {
     const auto loop = runLoops.linuxMainRunLoop();
-    service = std::make_unique<LinuxReachability>(loop, std::make_shared<SystemBus>(loop, 1U));
+    systemBus = std::make_shared<SystemBus>(loop, 1U);
+    service = std::make_unique<LinuxReachability>(loop, systemBus);
     anywhere = service->createWithAddress(address(0, 0, 0, 0));
   }
 
@@ -94,6 +95,7 @@ class ReachabilityTest : public testing::Test {
   const MainThread thread;
   LinuxRunLoopService runLoops;
   const std::shared_ptr<RunLoop> mainRunLoop = runLoops.mainRunLoop();
+  std::shared_ptr<SystemBus> systemBus;  ///< the service's
   std::unique_ptr<LinuxReachability> service;
   NetworkReachabilityRef anywhere = nullptr;
 };
