@@ -29,6 +29,9 @@ REASONED = {
     "UserDefaults": r"NSUserDefaults",
 }
 
+# What script/check-packaging has the framework declare.
+TRACKING_DOMAINS = ["collect-2.example.com", "collect.example.com"]
+
 failures = []
 
 
@@ -169,6 +172,10 @@ def check_bundles(folder):
     def about(program, option):
         return subprocess.run(["llvm-objdump-16", "--macho", option, program], check=True, capture_output=True,
                               text=True).stdout
+    manifest = plistlib.loads((framework / "PrivacyInfo.xcprivacy").read_bytes())
+    expected = plistlib.loads((ROOT / "packaging/ios/PrivacyInfo.xcprivacy").read_bytes())
+    expected["NSPrivacyTrackingDomains"] = TRACKING_DOMAINS
+    expect(manifest == expected, "the framework's privacy manifest is not the library's with its tracking domains")
     binary = framework / "KXPublisher"
     identity = "@rpath/KXPublisher.framework/KXPublisher"
     expect(identity in about(binary, "--dylib-id"), f"the framework does not call itself {identity}")

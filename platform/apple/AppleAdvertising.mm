@@ -4,6 +4,9 @@
 
 #include "platform/apple/AppleText.h"
 
+// Later systems keep the interfaces of the first ones, but warn of them.
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+
 namespace kx {
 
 namespace {

@@ -41,6 +41,7 @@ kx::Location locationOf(CLLocation *location) {
   _delegate = delegate;
 }
 
+/// `message` is composed where nothing may be thrown any further, too: the system's objects may raise.
 - (void)tell:(const std::function<void(kx::LocationManagerDelegate &, kx::LocationManager &)> &)message {
   kx::runAtBoundary([&] {
     std::shared_ptr<kx::LocationManager> manager;
@@ -54,27 +55,26 @@ kx::Location locationOf(CLLocation *location) {
   });
 }
 
-- (void)tellAuthorizationStatus:(CLAuthorizationStatus)status {
-  [self tell:[status](kx::LocationManagerDelegate &delegate, kx::LocationManager &manager) {
-    delegate.locationManager(manager, static_cast<kx::AuthorizationStatus>(status));
-  }];
-}
-
 - (void)locationManager:(CLLocationManager *)__attribute__((unused))manager
     didChangeAuthorizationStatus:(CLAuthorizationStatus)status {
-  [self tellAuthorizationStatus:status];
+  [self tell:[status](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+    delegate.locationManager(libraryManager, static_cast<kx::AuthorizationStatus>(status));
+  }];
 }
 
 /// What iOS 14 calls instead of the one above.
 - (void)locationManagerDidChangeAuthorization:(CLLocationManager *)manager API_AVAILABLE(ios(14.0)) {
-  [self tellAuthorizationStatus:manager.authorizationStatus];
+  [self tell:[manager](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+    delegate.locationManager(libraryManager,
+                             static_cast<kx::AuthorizationStatus>(manager.authorizationStatus));
+  }];
 }
 
 - (void)locationManager:(CLLocationManager *)__attribute__((unused))manager
      didUpdateLocations:(NSArray<CLLocation *> *)systemLocations {
-  std::vector<kx::Location> locations;
-  for (CLLocation *location in systemLocations) locations.push_back(locationOf(location));
-  [self tell:[&locations](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+  [self tell:[systemLocations](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+    std::vector<kx::Location> locations;
+    for (CLLocation *location in systemLocations) locations.push_back(locationOf(location));
     delegate.locationManager(libraryManager, locations);
   }];
 }

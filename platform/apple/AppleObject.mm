@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "platform/apple/AppleText.h"
+#include "platform/apple/CallbackBoundary.h"
 
 /// Stands for an object of the library's own.
 @interface KXObject : NSObject
@@ -26,8 +27,10 @@
 }
 
 - (NSString *)description {
-  const auto object = [self object];
-  NSString *const text = object == nullptr ? nil : kx::stringOf(object->description());
+  NSString *text = nil;
+  kx::runAtBoundary([&text, self] {
+    if (const auto object = [self object]) text = kx::stringOf(object->description());
+  });
   return text != nil ? text : [super description];
 }
 

@@ -4,8 +4,9 @@
 
 namespace kx {
 
-/// CTTelephonyNetworkInfo. From iOS 13 on, a device with several subscriptions reports the one that carries
-/// its data; before that, the one that the system takes for the subscriber's.
+/// CTTelephonyNetworkInfo, asked for the one subscription that it takes for the subscriber's:
+/// `subscriberCellularProvider`, `currentRadioAccessTechnology`. On a system that no longer has these, their
+/// successors, which know every subscription, are asked for the one that carries the device's data.
 class KX_EXPORT AppleTelephonyService : public TelephonyService {
  public:
   std::shared_ptr<TelephonyNetworkInfo> makeTelephonyNetworkInfo() override;

@@ -31,19 +31,22 @@ std::shared_ptr<Carrier> carrierOf(CTCarrier *carrier) {
 }
 
 CTCarrier *subscriberOf(CTTelephonyNetworkInfo *info) {
+  if ([info respondsToSelector:@selector(subscriberCellularProvider)]) return info.subscriberCellularProvider;
   if (@available(iOS 13.0, *)) {
     NSString *const service = info.dataServiceIdentifier;
     if (service != nil) return [info.serviceSubscriberCellularProviders objectForKey:service];
   }
-  return info.subscriberCellularProvider;
+  return nil;
 }
 
 NSString *technologyOf(CTTelephonyNetworkInfo *info) {
+  if ([info respondsToSelector:@selector(currentRadioAccessTechnology)])
+    return info.currentRadioAccessTechnology;
   if (@available(iOS 13.0, *)) {
     NSString *const service = info.dataServiceIdentifier;
     if (service != nil) return [info.serviceCurrentRadioAccessTechnology objectForKey:service];
   }
-  return info.currentRadioAccessTechnology;
+  return nil;
 }
 
 class AppleTelephonyNetworkInfo : public TelephonyNetworkInfo {
@@ -54,17 +57,18 @@ class AppleTelephonyNetworkInfo : public TelephonyNetworkInfo {
 
   void setSubscriberCellularProviderDidUpdateNotifier(
       SubscriberCellularProviderDidUpdateNotifier notifier) override {
-    if (@available(iOS 13.0, *)) {
+    if ([info_ respondsToSelector:@selector(setSubscriberCellularProviderDidUpdateNotifier:)]) {
+      info_.subscriberCellularProviderDidUpdateNotifier = ^(CTCarrier *carrier) {
+        runAtBoundary([&] { notifier(carrierOf(carrier)); });
+      };
+    } else if (@available(iOS 13.0, *)) {
+      // It tells of any subscription: what counts is still the one that carries the data.
       __weak CTTelephonyNetworkInfo *const weakInfo = info_;
       info_.serviceSubscriberCellularProvidersDidUpdateNotifier = ^(NSString *) {
         runAtBoundary([&] {
           CTTelephonyNetworkInfo *const info = weakInfo;
           if (info != nil) notifier(carrierOf(subscriberOf(info)));
         });
-      };
-    } else {
-      info_.subscriberCellularProviderDidUpdateNotifier = ^(CTCarrier *carrier) {
-        runAtBoundary([&] { notifier(carrierOf(carrier)); });
       };
     }
   }

@@ -4,8 +4,9 @@
 
 namespace kx {
 
-/// NSURLSession. How sessions deal with TLS and redirects is the system's: App Transport Security, unless the
-/// host's information list makes exceptions from it.
+/// NSURLSession. That sessions speak TLS 1.2 or later, and follow redirects to https only, is what App
+/// Transport Security sees to: a host whose information list makes exceptions from it, or switches it off,
+/// has the exceptions here, too.
 class KX_EXPORT AppleURLSessionService : public URLSessionService {
  public:
   std::optional<URL> URLWithString(const std::string &text) override;

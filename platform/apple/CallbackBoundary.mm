@@ -3,7 +3,8 @@
 namespace kx {
 
 void reportEndedException(const std::exception *exception) noexcept {
-  NSLog(@"An exception ended a task: %s", exception == nullptr ? "not a std::exception" : exception->what());
+  NSLog(@"[KX Error] An exception ended a task: %s",
+        exception == nullptr ? "not a std::exception" : exception->what());
 }
 
 }  // namespace kx

@@ -53,7 +53,6 @@ TEST(AppleLocation, LeavesOutWhatThePlaceHasNot) {
   EXPECT_TRUE(standin::runMainLoopUntil([&] { return standin::answerGeocoding(@[ place ]); }));
   json withPlace = atSea;
   withPlace["country"] = "DE";
-  withPlace["zip"] = "";  // as it is: empty is not absent
   EXPECT_TRUE(comesToKnow(*provider, withPlace)) << factsOf(*provider);
 }
 
@@ -203,6 +202,22 @@ TEST_F(AppleLocationManager, IsGoneWithItsLastReference) {
     manager.reset();
   }
   EXPECT_EQ(standin::locationManagers(), 0);
+}
+
+TEST_F(AppleLocationManager, EndsWhatThePermissionRaises) {
+  constexpr const char *permission = "-[CLLocationManager authorizationStatus]";
+  standin::raiseIn(permission);
+  standin::changeAuthorization(kCLAuthorizationStatusDenied);
+  EXPECT_TRUE(standin::runMainLoopUntil([] { return standin::callsOf(permission) == 1; }));
+  EXPECT_EQ(delegate->lastStatus, AuthorizationStatus::notDetermined);
+}
+
+TEST_F(AppleLocationManager, EndsWhatALocationRaises) {
+  constexpr const char *coordinate = "-[CLLocation coordinate]";
+  standin::raiseIn(coordinate);
+  standin::moveTo(standin::locationAt(1, 2));
+  EXPECT_TRUE(standin::runMainLoopUntil([] { return standin::callsOf(coordinate) == 1; }));
+  EXPECT_TRUE(delegate->received.empty());
 }
 
 TEST_F(AppleLocationManager, EndsWhatItsDelegateThrows) {

@@ -57,6 +57,30 @@ TEST(AppleNotificationCenter, TheHostSeesWhatTheLibraryPosts) {
   EXPECT_TRUE(senders[1] == nil);
 }
 
+/// Fails to describe itself.
+class Indescribable : public Object {
+ public:
+  std::string description() const override { throw std::runtime_error("thrown by a description"); }
+};
+
+TEST(AppleNotificationCenter, TheHostMayDescribeWhoeverHasPosted) {
+  NSMutableArray<NSString *> *const descriptions = [NSMutableArray array];
+  [[NSNotificationCenter defaultCenter] addObserverForName:@(name)
+                                                    object:nil
+                                                     queue:nil
+                                                usingBlock:^(NSNotification *notification) {
+                                                  [descriptions addObject:[notification.object description]];
+                                                }];
+  const auto sender = std::make_shared<Observer>();
+  const auto indescribable = std::make_shared<Indescribable>();
+  center().postNotificationName(name, sender);
+  EXPECT_NO_THROW(center().postNotificationName(name, indescribable));
+  ASSERT_EQ(descriptions.count, 2u);
+  EXPECT_EQ(std::string([descriptions objectAtIndex:0].UTF8String), sender->description());
+  EXPECT_TRUE([[descriptions objectAtIndex:1] containsString:@"KXObject"])
+      << [descriptions objectAtIndex:1].UTF8String;
+}
+
 TEST(AppleNotificationCenter, AnObserverSeesWhatTheHostPosts) {
   const auto observer = std::make_shared<Observer>();
   center().addObserver(observer, Observer::selector(), name, nullptr);

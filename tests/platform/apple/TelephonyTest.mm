@@ -8,6 +8,7 @@
 #include "platform/Telephony.h"
 #include "providers/KXCarrier.h"
 #include "tests/platform/apple/harness/Facts.h"
+#include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 
 namespace kx {
@@ -24,6 +25,55 @@ TEST(AppleTelephony, FollowsTheCarrier) {
   const auto provider = KXCarrier::sharedInstance();
   standin::changeCarrier(@"262", @"01");
   EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "LTE"}}));
+}
+
+TEST(AppleTelephony, AsksForTheOneSubscriberWhileTheSystemKnowsOne) {
+  const auto provider = KXCarrier::sharedInstance();
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "310-410"}, {"radioAccessTechnology", "LTE"}}));
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "LTE"}}));
+  for (const char *successor :
+       {"-[CTTelephonyNetworkInfo dataServiceIdentifier]",
+        "-[CTTelephonyNetworkInfo serviceSubscriberCellularProviders]",
+        "-[CTTelephonyNetworkInfo serviceCurrentRadioAccessTechnology]",
+        "-[CTTelephonyNetworkInfo setServiceSubscriberCellularProvidersDidUpdateNotifier:]"}) {
+    EXPECT_EQ(standin::callsOf(successor), 0) << successor;
+  }
+}
+
+TEST(AppleTelephony, NeedsNoServicesWhileTheSystemKnowsTheSubscriber) {
+  standin::telephony().hasServiceInterfaces = false;
+  const auto provider = KXCarrier::sharedInstance();
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "310-410"}, {"radioAccessTechnology", "LTE"}}));
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "LTE"}}));
+}
+
+TEST(AppleTelephony, AsksForTheDataServiceWhereTheSystemKnowsNoSubscriber) {
+  standin::telephony().hasNamedInterfaces = false;
+  const auto provider = KXCarrier::sharedInstance();
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "310-410"}, {"radioAccessTechnology", "LTE"}}));
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "LTE"}}));
+}
+
+TEST(AppleTelephony, TellsNothingWhereNeitherTheSubscriberNorTheDataServiceIsKnown) {
+  standin::telephony().hasNamedInterfaces = false;
+  standin::telephony().hasDataService = false;
+  EXPECT_TRUE(comesToKnow(*KXCarrier::sharedInstance(), json::object()));
+}
+
+TEST(AppleTelephony, HandsOnTheCarrierThatIsReported) {
+  standin::telephony().hasCarrier = false;  // whoever asks afresh finds none
+  std::atomic<int> reports{0};
+  const auto info = Platform::current().telephony().makeTelephonyNetworkInfo();
+  info->setSubscriberCellularProviderDidUpdateNotifier([&reports](const std::shared_ptr<Carrier> &carrier) {
+    ASSERT_NE(carrier, nullptr);
+    EXPECT_EQ(carrier->mobileCountryCode(), "262");
+    ++reports;
+  });
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_EQ(reports, 1);
 }
 
 TEST(AppleTelephony, IsReadAfreshOnEachReturnToTheForeground) {

@@ -18,6 +18,11 @@ NS_ASSUME_NONNULL_BEGIN
  * that cannot be delivered is lost. The library asks the user for nothing: it reports the location, say, only
  * where the host has obtained the user's permission.
  *
+ * The first call may come from another thread as well. But the system reports locations, and the user's
+ * answer about them, to the thread that made it: where that has no running run loop, like a dispatch queue's,
+ * the library never hears of them, and of a changed connection only from the next return to the foreground
+ * on.
+ *
  * No failure reaches the host: nothing here raises, and all but `description` return at once. Everything may
  * be called from any thread.
  */

@@ -25,6 +25,12 @@ kx::standin::LiveObjects<CLLocationManager> &managers() {
   return *managers;
 }
 
+/// What a system's call to a delegate is: nothing can be thrown through it.
+template <class Call>
+void callOut(Call &&call) noexcept {
+  call();
+}
+
 /// Lets every location manager do that on its own thread.
 void tellManagers(SEL selector, id argument) {
   for (CLLocationManager *manager : managers().all()) {
@@ -58,6 +64,11 @@ void tellManagers(SEL selector, id argument) {
     _verticalAccuracy = verticalAccuracy;
   }
   return self;
+}
+
+- (CLLocationCoordinate2D)coordinate {
+  note(__func__);
+  return _coordinate;
 }
 
 @end
@@ -109,28 +120,29 @@ void tellManagers(SEL selector, id argument) {
 - (void)reportLocation:(CLLocation *)location {
   if (!_isUpdating) return;
   if ([self.delegate respondsToSelector:@selector(locationManager:didUpdateLocations:)]) {
-    [self.delegate locationManager:self didUpdateLocations:@[ location ]];
+    callOut([&] { [self.delegate locationManager:self didUpdateLocations:@[ location ]]; });
   }
 }
 
 - (void)reportAuthorization:(id)unused {
   // A system that knows the newer of the two calls no other.
   if ([self.delegate respondsToSelector:@selector(locationManagerDidChangeAuthorization:)]) {
-    [self.delegate locationManagerDidChangeAuthorization:self];
+    callOut([&] { [self.delegate locationManagerDidChangeAuthorization:self]; });
   } else if ([self.delegate respondsToSelector:@selector(locationManager:didChangeAuthorizationStatus:)]) {
-    [self.delegate locationManager:self didChangeAuthorizationStatus:locationServices().authorizationStatus];
+    const CLAuthorizationStatus status = locationServices().authorizationStatus;
+    callOut([&] { [self.delegate locationManager:self didChangeAuthorizationStatus:status]; });
   }
 }
 
 - (void)reportPause:(id)unused {
   if ([self.delegate respondsToSelector:@selector(locationManagerDidPauseLocationUpdates:)]) {
-    [self.delegate locationManagerDidPauseLocationUpdates:self];
+    callOut([&] { [self.delegate locationManagerDidPauseLocationUpdates:self]; });
   }
 }
 
 - (void)reportResumption:(id)unused {
   if ([self.delegate respondsToSelector:@selector(locationManagerDidResumeLocationUpdates:)]) {
-    [self.delegate locationManagerDidResumeLocationUpdates:self];
+    callOut([&] { [self.delegate locationManagerDidResumeLocationUpdates:self]; });
   }
 }
 

@@ -64,7 +64,10 @@ void expireBackgroundTasks();
 constexpr const char *telephonyService = "0000000100000001";
 struct Telephony {
   bool isPresent = true;
+  bool hasNamedInterfaces = true;    ///< those of the one subscriber
+  bool hasServiceInterfaces = true;  ///< their successors, by service
   bool hasCarrier = true;
+  bool hasDataService = true;
   NSString *mobileCountryCode = @"310";
   NSString *mobileNetworkCode = @"410";
   NSString *radioAccessTechnology = @"CTRadioAccessTechnologyLTE";
@@ -75,7 +78,8 @@ void changeCarrier(NSString *mobileCountryCode, NSString *mobileNetworkCode);
 /// The telephony objects alive.
 int telephonyObjects();
 
-/// CLLocationManager. Its objects call their delegates on the run loop of the thread that made them.
+/// CLLocationManager. Its objects call their delegates on the run loop of the thread that made them; what a
+/// delegate raises ends the process.
 struct LocationServices {
   bool areEnabled = true;
   CLAuthorizationStatus authorizationStatus = kCLAuthorizationStatusAuthorizedWhenInUse;

@@ -22,6 +22,19 @@ NSString *service() {
   return @(kx::standin::telephonyService);
 }
 
+/// How the one subscriber is asked for.
+NSSet<NSString *> *namedInterfaces() {
+  return [NSSet setWithObjects:@"subscriberCellularProvider", @"currentRadioAccessTechnology",
+                               @"setSubscriberCellularProviderDidUpdateNotifier:", nil];
+}
+
+/// How each service's subscriber is asked for.
+NSSet<NSString *> *serviceInterfaces() {
+  return [NSSet setWithObjects:@"serviceSubscriberCellularProviders", @"serviceCurrentRadioAccessTechnology",
+                               @"setServiceSubscriberCellularProvidersDidUpdateNotifier:",
+                               @"dataServiceIdentifier", nil];
+}
+
 }  // namespace
 
 @implementation CTCarrier {
@@ -52,6 +65,18 @@ NSString *service() {
 
 @implementation CTTelephonyNetworkInfo
 
+- (BOOL)respondsToSelector:(SEL)selector {
+  NSString *const name = NSStringFromSelector(selector);
+  if ([namedInterfaces() containsObject:name]) return telephony().hasNamedInterfaces;
+  if ([serviceInterfaces() containsObject:name]) return telephony().hasServiceInterfaces;
+  return [super respondsToSelector:selector];
+}
+
+/// Raises, as any object does that is asked for what it has not.
+- (void)requireResponseTo:(SEL)selector {
+  if (![self respondsToSelector:selector]) [self doesNotRecognizeSelector:selector];
+}
+
 - (instancetype)init {
   note(__func__);
   if (!telephony().isPresent) return nil;
@@ -61,28 +86,45 @@ NSString *service() {
 
 - (CTCarrier *)subscriberCellularProvider {
   note(__func__);
+  [self requireResponseTo:_cmd];
   return telephony().hasCarrier ? [CTCarrier new] : nil;
 }
 
 - (NSString *)currentRadioAccessTechnology {
   note(__func__);
+  [self requireResponseTo:_cmd];
   return telephony().radioAccessTechnology;
 }
 
 - (NSDictionary<NSString *, CTCarrier *> *)serviceSubscriberCellularProviders {
   note(__func__);
+  [self requireResponseTo:_cmd];
   return telephony().hasCarrier ? @{service() : [CTCarrier new]} : nil;
 }
 
 - (NSDictionary<NSString *, NSString *> *)serviceCurrentRadioAccessTechnology {
   note(__func__);
+  [self requireResponseTo:_cmd];
   NSString *const technology = telephony().radioAccessTechnology;
   return technology != nil ? @{service() : technology} : nil;
 }
 
 - (NSString *)dataServiceIdentifier {
   note(__func__);
-  return service();
+  [self requireResponseTo:_cmd];
+  return telephony().hasDataService ? service() : nil;
+}
+
+- (void)setSubscriberCellularProviderDidUpdateNotifier:(void (^)(CTCarrier *))notifier {
+  note(__func__);
+  [self requireResponseTo:_cmd];
+  _subscriberCellularProviderDidUpdateNotifier = [notifier copy];
+}
+
+- (void)setServiceSubscriberCellularProvidersDidUpdateNotifier:(void (^)(NSString *))notifier {
+  note(__func__);
+  [self requireResponseTo:_cmd];
+  _serviceSubscriberCellularProvidersDidUpdateNotifier = [notifier copy];
 }
 
 @end
