@@ -5,7 +5,6 @@
 
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
@@ -88,13 +87,13 @@ void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
   }
   const long priority = static_cast<KXDispatchQueue *>(queue)->priority;
   dispatch_block_t const task = [block copy];
-  std::thread([task, priority] {
+  kx::standin::runOnThreadOfItsOwn([task, priority] {
     runningPriority = priority;
     if (priority == DISPATCH_QUEUE_PRIORITY_BACKGROUND) kx::standin::awaitMainLoop();
     @autoreleasepool {
       task();
     }
-  }).detach();
+  });
 }
 
 void dispatch_async_f(dispatch_queue_t queue, void *context, dispatch_function_t work) {

@@ -37,4 +37,7 @@ void settleMainLoop();
 /// Waits until the main thread runs its loop in one of these ways.
 void awaitMainLoop();
 
+/// Runs `work` on a new thread that nobody waits for.
+void runOnThreadOfItsOwn(std::function<void()> work);
+
 }  // namespace kx::standin

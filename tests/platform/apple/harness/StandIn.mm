@@ -1,10 +1,14 @@
 #include "tests/platform/apple/harness/StandIn.h"
 
+#include <pthread.h>
+
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "tests/platform/apple/harness/StandInDevice.h"
 
@@ -132,6 +136,23 @@ void settleMainLoop() {
     *reachedHere = true;
   });
   runMainLoopUntil([&reached] { return reached; });
+}
+
+// Detached from the beginning: a thread that ends before it is detached counts as leaked at the process's
+// end.
+void runOnThreadOfItsOwn(std::function<void()> work) {
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread;
+  const auto run = [](void *data) -> void * {
+    const std::unique_ptr<std::function<void()>> owned(static_cast<std::function<void()> *>(data));
+    (*owned)();
+    return nullptr;
+  };
+  auto owned = std::make_unique<std::function<void()>>(std::move(work));
+  if (pthread_create(&thread, &attributes, run, owned.get()) == 0) owned.release();
+  pthread_attr_destroy(&attributes);
 }
 
 }  // namespace kx::standin

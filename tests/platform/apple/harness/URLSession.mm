@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <memory>
-#include <thread>
 
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
@@ -117,11 +116,11 @@ void performAndComplete(NSURLRequest *request, NSData *body, Completion completi
   Completion const completion = _completion;
   _completion = nil;
   if (completion == nil) return;
-  std::thread([request, body, completion] {
+  kx::standin::runOnThreadOfItsOwn([request, body, completion] {
     @autoreleasepool {
       performAndComplete(request, body, completion);
     }
-  }).detach();
+  });
 }
 
 @end
