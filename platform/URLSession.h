@@ -92,8 +92,8 @@ class KX_EXPORT URLSession : public Object {
 ///
 /// Every platform's sessions keep these defaults: TLS 1.2 or later, the server's certificate and name always
 /// verified; redirects followed only to https, without "Authorization" to another host; 60 s without progress
-/// end a request with an error. On iOS they are the system's own, App Transport Security, and as strict as the
-/// host leaves that.
+/// end a request with an error. On iOS they are the system's own, App Transport Security, and as strict as
+/// the host leaves that.
 class KX_EXPORT URLSessionService {
  public:
   virtual ~URLSessionService() = default;
