@@ -1,9 +1,9 @@
 // How long the library's entry call keeps its caller, in fresh processes, beside the start and end of one
 // thread, which a host can relate to.
 
-#include <KXPublisher/KXPublisher.h>
 #include <gio/gio.h>
 
+#include <KXPublisher/KXPublisher.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "KXPublisher/platform/linux/LinuxHost.h"
 #include "benchmarks/Children.h"
-#include "platform/linux/LinuxHost.h"
 
 namespace {
 

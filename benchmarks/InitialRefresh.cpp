@@ -4,9 +4,9 @@
 // submits at background priority is started by its loop here, so that it should be in none;
 // docs/performance.md has the figure without that.
 
-#include <KXPublisher/KXPublisher.h>
 #include <glib.h>
 
+#include <KXPublisher/KXPublisher.hpp>
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -14,9 +14,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "KXPublisher/platform/linux/LinuxHost.h"
+#include "KXPublisher/providers/KXData.h"
 #include "benchmarks/Children.h"
-#include "platform/linux/LinuxHost.h"
-#include "providers/KXData.h"
 
 namespace {
 

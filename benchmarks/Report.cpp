@@ -1,10 +1,10 @@
 // What one report costs, beside bare zlib on the same bytes with the same parameters. Both are measured in
 // the same iteration, one after the other, so that their ratio holds on a machine whose speed drifts.
 
-#include <KXPublisher/KXPublisher.h>
 #include <benchmark/benchmark.h>
 #include <zlib.h>
 
+#include <KXPublisher/KXPublisher.hpp>
 #include <chrono>
 #include <cstdio>
 #include <optional>
@@ -12,9 +12,9 @@
 #include <string>
 #include <utility>
 
-#include "platform/simulated/SimulatedPlatform.h"
-#include "transport/KXGzipUtility.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/platform/simulated/SimulatedPlatform.h"
+#include "KXPublisher/transport/KXGzipUtility.h"
+#include "KXPublisher/transport/KXNetworking.h"
 
 namespace {
 

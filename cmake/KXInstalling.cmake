@@ -11,13 +11,12 @@ install(TARGETS ${targets} EXPORT KXPublisher
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/KXPublisher)
-install(DIRECTORY include/KXPublisher/ DESTINATION ${headers} FILES_MATCHING PATTERN "*.h")
-foreach(folder diagnostics platform providers publisher transport)
-  install(DIRECTORY ${folder} DESTINATION ${headers} FILES_MATCHING PATTERN "*.h" PATTERN linux EXCLUDE PATTERN apple EXCLUDE)
-endforeach()
-if(KX_PLATFORM STREQUAL linux)
-  install(FILES platform/linux/LinuxHost.h DESTINATION ${headers}/platform/linux)
+set(others_headers KXPublisher.h KXPublisherConstants.h)  # Objective-C's
+if(NOT KX_PLATFORM STREQUAL linux)
+  list(APPEND others_headers linux)
 endif()
+list(TRANSFORM others_headers REPLACE "(.+)" "PATTERN;\\1;EXCLUDE")
+install(DIRECTORY include/KXPublisher/ DESTINATION ${headers} ${others_headers})
 
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/KXPublisher)
 install(EXPORT KXPublisher NAMESPACE KXPublisher:: DESTINATION ${package})

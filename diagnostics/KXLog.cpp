@@ -1,11 +1,11 @@
-#include "diagnostics/KXLog.h"
+#include "KXPublisher/diagnostics/KXLog.h"
 
 #include <array>
 
-#include "platform/Console.h"
-#include "platform/Platform.h"
-#include "platform/foundation/Exceptions.h"
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/Console.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/foundation/Exceptions.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 
 namespace kx {
 

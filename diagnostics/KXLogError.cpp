@@ -1,6 +1,6 @@
-#include "diagnostics/KXLogError.h"
+#include "KXPublisher/diagnostics/KXLogError.h"
 
-#include "diagnostics/KXLog.h"
+#include "KXPublisher/diagnostics/KXLog.h"
 
 namespace kx {
 

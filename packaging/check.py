@@ -12,7 +12,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 XCFRAMEWORK = "build/ios/KXPublisher.xcframework"
-HEADERS = ROOT / "platform/apple/include/KXPublisher"
+HEADERS = ROOT / "include/KXPublisher"
+DOOR = [HEADERS / "KXPublisher.h", HEADERS / "KXPublisherConstants.h"]  # for Objective-C and Swift
 APPLE = ROOT / "platform/apple"
 
 # What a privacy manifest may say (developer.apple.com, "Privacy manifest files"), as far as this library could have to.
@@ -64,7 +65,7 @@ def check_versions():
         (r"^  spec.version = '(.*)'$", "KXPublisher.podspec"),
         (r"^const double KXPublisherVersionNumber = (.*);$", "publisher/KXConstants.cpp"),
         (r"^const double KXPublisherVersionNumber = (.*);$", "platform/apple/ObjectiveCConstants.mm"),
-        (r'kxPublisherSdkVersion = "v(.*)";$', "include/KXPublisher/KXPublisher.h"),
+        (r'kxPublisherSdkVersion = "v(.*)";$', "include/KXPublisher/KXPublisher.hpp"),
     ):
         expect(found(pattern, name) == version, f"{name}: the version is not {version}")
     for name in ("publisher/KXConstants.cpp", "platform/apple/ObjectiveCConstants.mm"):
@@ -87,15 +88,15 @@ def check_paths():
     expect(f"{folder}/KXPublisher.xcframework" == XCFRAMEWORK, f"script/xcframework: does not make {XCFRAMEWORK}")
 
     cmake = text("platform/apple/CMakeLists.txt")
-    listed = set(re.findall(r"^  (?:include/KXPublisher/)?(\w+\.(?:mm|h))\)?$", cmake, re.M))
-    present = {path.name for path in [*APPLE.glob("*.mm"), *HEADERS.glob("*.h")]}
+    listed = set(re.findall(r"^  (?:\$\{PROJECT_SOURCE_DIR\}/include/KXPublisher/)?(\w+\.(?:mm|h))\)?$", cmake, re.M))
+    present = {path.name for path in [*APPLE.glob("*.mm"), *DOOR]}
     expect(listed == present, f"platform/apple/CMakeLists.txt: these are not in both: {sorted(listed ^ present)}")
     for path in re.findall(r"\$\{PROJECT_SOURCE_DIR\}/([\w./]+)", cmake):
         expect((ROOT / path).is_file(), f"platform/apple/CMakeLists.txt: there is no {path}")
 
     linked = set(re.search(r"^foreach\(framework (.*)\)$", cmake, re.M)[1].split())
     imported = set()
-    for path in [*APPLE.glob("*.mm"), *APPLE.glob("*.h"), *HEADERS.glob("*.h")]:
+    for path in [*APPLE.glob("*.mm"), *APPLE.glob("*.h"), *DOOR]:
         imported |= set(re.findall(r"^#import <(\w+)/", path.read_text(), re.M))
     imported -= {"KXPublisher", "objc"}
     expect(imported == linked,
@@ -107,9 +108,9 @@ def check_module_map():
     if not (HEADERS / umbrella).is_file():
         return failures.append(f"packaging/ios/module.modulemap: there is no {umbrella}")
     imported = set(re.findall(r"^#import <KXPublisher/(.*)>$", (HEADERS / umbrella).read_text(), re.M)) | {umbrella}
-    present = {path.name for path in HEADERS.glob("*.h")}
+    present = {path.name for path in DOOR}
     expect(imported == present, f"{umbrella}: does not import {sorted(present - imported)}")
-    for header in HEADERS.glob("*.h"):
+    for header in DOOR:
         foreign = re.findall(r"^#(?:import|include) (?!<(?:KXPublisher|Foundation)/)(.*)$", header.read_text(), re.M)
         expect(not foreign, f"{header.name}: hosts cannot include {foreign}")
 

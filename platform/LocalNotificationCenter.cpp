@@ -1,4 +1,4 @@
-#include "platform/LocalNotificationCenter.h"
+#include "KXPublisher/platform/LocalNotificationCenter.h"
 
 #include <algorithm>
 #include <utility>

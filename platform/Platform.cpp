@@ -1,4 +1,4 @@
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Platform.h"
 
 #include <atomic>
 

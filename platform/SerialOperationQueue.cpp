@@ -1,8 +1,8 @@
-#include "platform/SerialOperationQueue.h"
+#include "KXPublisher/platform/SerialOperationQueue.h"
 
 #include <utility>
 
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Platform.h"
 
 namespace kx {
 

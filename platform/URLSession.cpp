@@ -1,4 +1,4 @@
-#include "platform/URLSession.h"
+#include "KXPublisher/platform/URLSession.h"
 
 #include <algorithm>
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/foundation/Value.h"
+#include "KXPublisher/platform/foundation/Value.h"
 
 namespace kx {
 

@@ -1,7 +1,7 @@
-#include "providers/KXAsn.h"
+#include "KXPublisher/providers/KXAsn.h"
 
-#include "platform/Bundle.h"
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Bundle.h"
+#include "KXPublisher/platform/Platform.h"
 #include "providers/Facts.h"
 
 namespace kx {

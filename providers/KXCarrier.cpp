@@ -1,13 +1,13 @@
-#include "providers/KXCarrier.h"
+#include "KXPublisher/providers/KXCarrier.h"
 
 #include <string>
 #include <string_view>
 
-#include "platform/Application.h"
-#include "platform/DispatchQueue.h"
-#include "platform/NotificationCenter.h"
-#include "platform/Platform.h"
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/Application.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/NotificationCenter.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 #include "providers/Facts.h"
 
 namespace kx {

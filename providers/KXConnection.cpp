@@ -1,8 +1,8 @@
-#include "providers/KXConnection.h"
+#include "KXPublisher/providers/KXConnection.h"
 
-#include "platform/Application.h"
-#include "platform/DispatchQueue.h"
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Application.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/Platform.h"
 
 namespace kx {
 

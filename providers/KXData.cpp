@@ -1,13 +1,13 @@
-#include "providers/KXData.h"
+#include "KXPublisher/providers/KXData.h"
 
 #include <utility>
 
-#include "platform/Application.h"
-#include "platform/DispatchQueue.h"
-#include "platform/NotificationCenter.h"
-#include "platform/Platform.h"
-#include "platform/foundation/Exceptions.h"
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/Application.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/NotificationCenter.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/foundation/Exceptions.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 
 namespace kx {
 

@@ -1,15 +1,15 @@
-#include "providers/KXDevice.h"
+#include "KXPublisher/providers/KXDevice.h"
 
 #include <array>
 #include <vector>
 
-#include "platform/AdvertisingIdentifierManager.h"
-#include "platform/DispatchQueue.h"
-#include "platform/Locale.h"
-#include "platform/Platform.h"
-#include "platform/SystemName.h"
-#include "platform/WebView.h"
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/AdvertisingIdentifierManager.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/Locale.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/SystemName.h"
+#include "KXPublisher/platform/WebView.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 #include "providers/Facts.h"
 
 namespace kx {

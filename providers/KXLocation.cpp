@@ -1,12 +1,12 @@
-#include "providers/KXLocation.h"
+#include "KXPublisher/providers/KXLocation.h"
 
 #include <utility>
 
-#include "platform/Application.h"
-#include "platform/DispatchQueue.h"
-#include "platform/LocationService.h"
-#include "platform/NotificationCenter.h"
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Application.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/LocationService.h"
+#include "KXPublisher/platform/NotificationCenter.h"
+#include "KXPublisher/platform/Platform.h"
 #include "providers/Facts.h"
 
 namespace kx {

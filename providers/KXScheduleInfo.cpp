@@ -1,4 +1,4 @@
-#include "providers/KXScheduleInfo.h"
+#include "KXPublisher/providers/KXScheduleInfo.h"
 
 #include <utility>
 

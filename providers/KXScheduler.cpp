@@ -1,12 +1,12 @@
-#include "providers/KXScheduler.h"
+#include "KXPublisher/providers/KXScheduler.h"
 
 #include <cstdint>
 #include <cstring>
 #include <utility>
 
-#include "platform/Platform.h"
-#include "platform/RunLoop.h"
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/RunLoop.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 
 namespace kx {
 

@@ -1,12 +1,12 @@
 #include "KXPublisher/KXConstants.h"
 
-#include "KXPublisher/KXPublisher.h"
-#include "providers/KXAsn.h"
-#include "providers/KXCarrier.h"
-#include "providers/KXConnection.h"
-#include "providers/KXDevice.h"
-#include "providers/KXLocation.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/KXPublisher.hpp"
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXCarrier.h"
+#include "KXPublisher/providers/KXConnection.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/providers/KXLocation.h"
+#include "KXPublisher/transport/KXNetworking.h"
 #include "transport/KXServicePaths.h"
 
 // What the library calls its constants inside is written down with the class that uses them; here they are

@@ -1,9 +1,9 @@
-#include "publisher/KXLogger.h"
+#include "KXPublisher/publisher/KXLogger.h"
 
 #include <utility>
 
-#include "platform/DispatchQueue.h"
-#include "platform/Platform.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/Platform.h"
 
 namespace kx {
 

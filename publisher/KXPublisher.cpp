@@ -1,19 +1,19 @@
-#include "KXPublisher/KXPublisher.h"
+#include "KXPublisher/KXPublisher.hpp"
 
 #include <atomic>
 
-#include "diagnostics/KXLog.h"
-#include "platform/Application.h"
-#include "platform/DispatchQueue.h"
-#include "platform/NotificationCenter.h"
-#include "platform/Platform.h"
-#include "platform/RunLoop.h"
-#include "providers/KXAsn.h"
-#include "providers/KXCarrier.h"
-#include "providers/KXConnection.h"
-#include "providers/KXDevice.h"
-#include "providers/KXLocation.h"
-#include "publisher/KXLogger.h"
+#include "KXPublisher/diagnostics/KXLog.h"
+#include "KXPublisher/platform/Application.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/NotificationCenter.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/RunLoop.h"
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXCarrier.h"
+#include "KXPublisher/providers/KXConnection.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/providers/KXLocation.h"
+#include "KXPublisher/publisher/KXLogger.h"
 
 namespace kx {
 

@@ -1,11 +1,11 @@
 #include <cstdint>
 
-#include "KXPublisher/KXPublisher.h"
-#include "platform/Clock.h"
-#include "platform/Platform.h"
-#include "platform/ProcessInfo.h"
-#include "providers/KXData.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/KXPublisher.hpp"
+#include "KXPublisher/platform/Clock.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/ProcessInfo.h"
+#include "KXPublisher/providers/KXData.h"
+#include "KXPublisher/transport/KXNetworking.h"
 
 namespace kx {
 

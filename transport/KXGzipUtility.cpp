@@ -1,8 +1,8 @@
-#include "transport/KXGzipUtility.h"
+#include "KXPublisher/transport/KXGzipUtility.h"
 
 #include <zlib.h>
 
-#include "diagnostics/KXLogError.h"
+#include "KXPublisher/diagnostics/KXLogError.h"
 
 namespace kx {
 

@@ -1,4 +1,4 @@
-#include "transport/KXNetworking.h"
+#include "KXPublisher/transport/KXNetworking.h"
 
 #include <utility>
 

@@ -1,15 +1,15 @@
 #include <algorithm>
 #include <utility>
 
-#include "diagnostics/KXLogError.h"
-#include "platform/Bundle.h"
-#include "platform/Clock.h"
-#include "platform/Device.h"
-#include "platform/Platform.h"
-#include "platform/RunLoop.h"
-#include "platform/foundation/Selector.h"
-#include "platform/foundation/StringFormat.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/diagnostics/KXLogError.h"
+#include "KXPublisher/platform/Bundle.h"
+#include "KXPublisher/platform/Clock.h"
+#include "KXPublisher/platform/Device.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/RunLoop.h"
+#include "KXPublisher/platform/foundation/Selector.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
+#include "KXPublisher/transport/KXNetworking.h"
 #include "transport/KXServicePaths.h"
 
 namespace kx {

@@ -1,9 +1,9 @@
 #include <string_view>
 
-#include "platform/InterfaceList.h"
-#include "platform/Platform.h"
-#include "platform/foundation/StringFormat.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/platform/InterfaceList.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
+#include "KXPublisher/transport/KXNetworking.h"
 
 namespace kx {
 

@@ -1,10 +1,10 @@
 #include <utility>
 
-#include "platform/Platform.h"
-#include "platform/foundation/JSONSerialization.h"
-#include "platform/foundation/StringFormat.h"
-#include "transport/KXGzipUtility.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/foundation/JSONSerialization.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
+#include "KXPublisher/transport/KXGzipUtility.h"
+#include "KXPublisher/transport/KXNetworking.h"
 #include "transport/KXServicePaths.h"
 
 namespace kx {

@@ -1,6 +1,6 @@
-#include "diagnostics/KXLogError.h"
-#include "platform/Platform.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/diagnostics/KXLogError.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/transport/KXNetworking.h"
 
 namespace kx {
 

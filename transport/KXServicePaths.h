@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/foundation/Export.h"
+#include "KXPublisher/platform/foundation/Export.h"
 
 namespace kx {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <KXPublisher/platform/linux/LinuxHost.h>
+
 #include <optional>
 #include <string>
-
-#include "platform/linux/LinuxHost.h"
 
 /// What the characters on standard input do.
 inline constexpr const char *commandHelp =

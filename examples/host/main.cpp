@@ -1,17 +1,17 @@
 // A host application in one file: a GLib application that reports its context to a collection service. What
 // it does with KXPublisher stands in `startReporting` and `runCommand`; the rest is any GLib application's.
 
-#include <KXPublisher/KXPublisher.h>
+#include <KXPublisher/platform/linux/LinuxHost.h>
 #include <gio/gio.h>
 #include <gio/gunixinputstream.h>
 #include <unistd.h>
 
+#include <KXPublisher/KXPublisher.hpp>
 #include <cmath>
 #include <iostream>
 #include <memory>
 
 #include "examples/host/Arguments.h"
-#include "platform/linux/LinuxHost.h"
 
 namespace {
 

@@ -1,7 +1,8 @@
 // The whole of what a host application writes.
-#include <KXPublisher/KXPublisher.h>
+#include <KXPublisher/platform/linux/LinuxHost.h>
 #include <gio/gio.h>
-#include <platform/linux/LinuxHost.h>
+
+#include <KXPublisher/KXPublisher.hpp>
 
 int main() {
   g_application_set_default(g_application_new("com.example.Host", G_APPLICATION_DEFAULT_FLAGS));

@@ -1,7 +1,7 @@
 // How a host developer tests with the library: on a whole device in memory, where a day takes a moment.
-#include <KXPublisher/KXPublisher.h>
-#include <platform/simulated/SimulatedPlatform.h>
+#include <KXPublisher/platform/simulated/SimulatedPlatform.h>
 
+#include <KXPublisher/KXPublisher.hpp>
 #include <cstdio>
 
 namespace {

@@ -1,111 +1,62 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+/* The door for Objective-C and Swift. In C++ it is KXPublisher.hpp, in C KXConstants.h. */
+#ifndef __OBJC__
+#error "KXPublisher.h is for Objective-C and Swift: hosts in C++ include <KXPublisher/KXPublisher.hpp>."
+#endif
 
-#include "platform/Timer.h"
-#include "platform/foundation/AtomicProperty.h"
-#include "platform/foundation/Object.h"
-#include "platform/foundation/Value.h"
+#import <Foundation/Foundation.h>
+#import <KXPublisher/KXPublisherConstants.h>
 
-namespace kx {
+NS_ASSUME_NONNULL_BEGIN
 
-namespace constants {
-inline constexpr double loggingFirstTimeDelay = 5.0;  // seconds
-inline constexpr double loggingTimeInterval = 600.0;  // seconds
-inline constexpr const char *kxPublisherSdkName = "KXPublisher iOS";
-inline constexpr const char *kxPublisherSdkVersion = "v1.0";
-inline constexpr const char *dataKeyPublisherSdkName = "sdkName";
-inline constexpr const char *dataKeyPublisherSdkVersion = "sdkVer";
-inline constexpr const char *dataKeyIpAddresses = "ips";
-inline constexpr const char *dataKeyEventId = "id";
-inline constexpr const char *dataKeyEventTime = "eventTime";
-}  // namespace constants
+/**
+ * Reports the context in which the host application runs to a collection service.
+ *
+ * The host makes one call, on its main thread while it starts; from then on everything happens by itself:
+ *
+ *     [KXPublisher sharedInstanceWithApiToken:@"the API token" hostname:@"collect.example.com"];
+ *     KXPublisher.sharedInstance(apiToken: "the API token", hostname: "collect.example.com")
+ *
+ * A report is made 5 s after that call, every 600 s in the foreground, on each entry into the background and
+ * 5 s after each return to the foreground. One without a usable advertising identifier is dropped, and one
+ * that cannot be delivered is lost. The library asks the user for nothing: it reports the location, say, only
+ * where the host has obtained the user's permission.
+ *
+ * The first call may come from another thread as well. But the system reports locations, and the user's
+ * answer about them, to the thread that made it: where that has no running run loop, like a dispatch queue's,
+ * the library never hears of them, and of a changed connection only from the next return to the foreground
+ * on.
+ *
+ * No failure reaches the host: nothing here raises, and all but `description` return at once. Everything may
+ * be called from any thread.
+ */
+__attribute__((visibility("default"))) API_AVAILABLE(ios(9.0)) @interface KXPublisher : NSObject
 
-class KXData;
-class KXLog;
-class KXLogger;
+/**
+ * The one publisher, made and started by the first call; later calls ignore their arguments.
+ *
+ * @param apiToken What the service knows the host by.
+ * @param hostname The service's host name; it may carry a port, "localhost:8443".
+ *
+ * Neither argument is validated: with an absent one nothing will ever be sent.
+ */
++ (KXPublisher *)sharedInstanceWithApiToken:(nullable NSString *)apiToken
+                                   hostname:(nullable NSString *)hostname
+    NS_SWIFT_NAME(sharedInstance(apiToken:hostname:));
 
-/// Reports the context in which the host application runs to a collection service.
-///
-/// The host makes one call, on its main thread while it starts; from then on everything happens by itself:
-///
-///     kx::KXPublisher::sharedInstanceWithApiToken("the API token", "collect.example.com");
-///
-/// The constants that a host reads are in KXConstants.h.
-///
-/// A report is made 5 s after that call, every 600 s in the foreground, on each entry into the background and
-/// 5 s after each return to the foreground. One without a usable advertising identifier is dropped, and one
-/// that cannot be delivered is lost. No failure reaches the host: nothing here throws, and all but `data` and
-/// `description` return at once. Everything may be called from any thread.
-class KX_EXPORT KXPublisher : public Object {
- public:
-  /// `sharedInstanceWithApiToken:hostname:`: the one publisher, made and started by the first call; later
-  /// calls ignore their arguments. `hostname` may carry a port, "localhost:8443". Neither argument is
-  /// validated: with an absent one nothing will ever be sent. A null pointer when there is no memory for a
-  /// publisher.
-  static std::shared_ptr<KXPublisher> sharedInstanceWithApiToken(
-      const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) noexcept;
-  /// The same for C strings; a null pointer stands for an absent argument.
-  static std::shared_ptr<KXPublisher> sharedInstanceWithApiToken(const char *apiToken,
-                                                                 const char *hostname) noexcept;
+/** Lets the library's log print every level, in the whole process. */
+- (void)enableDebugging;
 
-  /// `initWithApiToken:hostname:`: a publisher of its own, running. Hosts use the shared one.
-  static std::shared_ptr<KXPublisher> initWithApiToken(const std::optional<std::string> &apiToken,
-                                                       const std::optional<std::string> &hostname);
+/** Back to errors only; they stay on. */
+- (void)disableDebugging;
 
-  /// `dealloc`: stops the repeating report.
-  ~KXPublisher() override;
+/** A message of what is known now, as text, for debugging. It is made anew at each call. */
+@property(readonly, copy) NSString *description;
 
-  /// `enableDebugging`: lets the library's log print every level, in the whole process.
-  void enableDebugging() noexcept;
-  /// `disableDebugging`: back to errors only; they stay on.
-  void disableDebugging() noexcept;
++ (instancetype)new NS_UNAVAILABLE;
+- (instancetype)init NS_UNAVAILABLE;
 
-  /// `data`: a new message of what is known now: the providers' facts, later providers winning, under the
-  /// publisher's own keys "sdkName", "sdkVer", "ips", "id" (new at each call) and "eventTime" (milliseconds
-  /// since 1970, whole seconds).
-  Dictionary data() const;
+@end
 
-  /// `description`: such a message as text, for debugging; costs as much as `data`.
-  std::string description() const override;
-
-  /// `logData:`: what the report timers call: `logDataAsync:` with true.
-  void logData(const std::shared_ptr<Timer> &sender);
-
-  /// `logDataAsync:`: makes one message and, if its advertising identifier is present, not empty and not all
-  /// zeros, hands it to the logger; otherwise drops it without a line in the log.
-  void logDataAsync(bool async);
-
-  /// `dataProviders`: in the order in which their facts are merged.
-  std::vector<std::shared_ptr<KXData>> dataProviders() const { return dataProviders_.get(); }
-  /// `setDataProviders:`
-  void setDataProviders(std::vector<std::shared_ptr<KXData>> dataProviders) {
-    dataProviders_.set(std::move(dataProviders));
-  }
-  /// `kxLogger`: where messages go.
-  std::shared_ptr<KXLogger> kxLogger() const { return kxLogger_.get(); }
-  /// `logTimer`: the repeating report's timer; a null pointer in the background.
-  std::shared_ptr<Timer> logTimer() const { return logTimer_.get(); }
-  /// `kxLog`: the library's log.
-  std::shared_ptr<KXLog> kxLog() const { return kxLog_.get(); }
-
- private:
-  KXPublisher() = default;
-
-  void init(const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname);
-  void scheduleReports();
-  void observeApplication();
-  void applicationDidEnterBackground();
-  void applicationWillEnterForeground();
-
-  AtomicProperty<std::vector<std::shared_ptr<KXData>>> dataProviders_;
-  AtomicProperty<std::shared_ptr<KXLogger>> kxLogger_;
-  AtomicProperty<std::shared_ptr<Timer>> logTimer_;
-  AtomicProperty<std::shared_ptr<KXLog>> kxLog_;
-};
-
-}  // namespace kx
+NS_ASSUME_NONNULL_END

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/AdvertisingIdentifierManager.h"
+#include "KXPublisher/platform/AdvertisingIdentifierManager.h"
 
 namespace kx {
 

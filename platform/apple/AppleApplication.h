@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Application.h"
+#include "KXPublisher/platform/Application.h"
 
 namespace kx {
 

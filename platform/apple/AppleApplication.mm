@@ -4,8 +4,8 @@
 
 #include <utility>
 
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/CallbackBoundary.h"
 
 namespace kx {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Bundle.h"
+#include "KXPublisher/platform/Bundle.h"
 
 namespace kx {
 

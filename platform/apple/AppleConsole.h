@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Console.h"
+#include "KXPublisher/platform/Console.h"
 
 namespace kx {
 

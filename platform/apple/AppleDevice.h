@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Device.h"
+#include "KXPublisher/platform/Device.h"
 
 namespace kx {
 

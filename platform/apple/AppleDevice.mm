@@ -2,8 +2,8 @@
 
 #import <UIKit/UIKit.h>
 
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/CallbackBoundary.h"
 
 namespace kx {
 

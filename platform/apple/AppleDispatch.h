@@ -3,7 +3,7 @@
 #import <Foundation/Foundation.h>
 #include <dispatch/dispatch.h>
 
-#include "platform/DispatchQueue.h"
+#include "KXPublisher/platform/DispatchQueue.h"
 
 namespace kx {
 

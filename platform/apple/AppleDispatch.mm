@@ -3,7 +3,7 @@
 #include <memory>
 #include <utility>
 
-#include "platform/apple/CallbackBoundary.h"
+#include "platform/apple/AppleCallbackBoundary.h"
 
 namespace kx {
 

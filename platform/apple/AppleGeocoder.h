@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Geocoder.h"
+#include "KXPublisher/platform/Geocoder.h"
 
 namespace kx {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Locale.h"
+#include "KXPublisher/platform/Locale.h"
 
 namespace kx {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/LocationService.h"
+#include "KXPublisher/platform/LocationService.h"
 
 namespace kx {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/NotificationCenter.h"
+#include "KXPublisher/platform/NotificationCenter.h"
 
 @class KXNotificationObserver;
 

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <functional>
 
-#include "platform/Application.h"
+#include "KXPublisher/platform/Application.h"
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleObject.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/CallbackBoundary.h"
 
 namespace {
 

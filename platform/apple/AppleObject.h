@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "platform/foundation/Object.h"
+#include "KXPublisher/platform/foundation/Object.h"
 
 namespace kx {
 

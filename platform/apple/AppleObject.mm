@@ -3,8 +3,8 @@
 #include <map>
 #include <mutex>
 
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/CallbackBoundary.h"
 
 /// Stands for an object of the library's own.
 @interface KXObject : NSObject

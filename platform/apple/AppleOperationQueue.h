@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/OperationQueue.h"
+#include "KXPublisher/platform/OperationQueue.h"
 
 namespace kx {
 

@@ -2,7 +2,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "platform/apple/CallbackBoundary.h"
+#include "platform/apple/AppleCallbackBoundary.h"
 
 namespace kx {
 

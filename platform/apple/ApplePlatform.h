@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Platform.h"
 #include "platform/apple/AppleAdvertising.h"
 #include "platform/apple/AppleApplication.h"
 #include "platform/apple/AppleBundle.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/ProcessInfo.h"
+#include "KXPublisher/platform/ProcessInfo.h"
 
 namespace kx {
 

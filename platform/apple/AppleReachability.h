@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/NetworkReachability.h"
+#include "KXPublisher/platform/NetworkReachability.h"
 
 namespace kx {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleRunLoop.h"
-#include "platform/apple/CallbackBoundary.h"
 
 namespace kx {
 

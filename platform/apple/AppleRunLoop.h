@@ -3,7 +3,7 @@
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
 
-#include "platform/RunLoop.h"
+#include "KXPublisher/platform/RunLoop.h"
 
 namespace kx {
 

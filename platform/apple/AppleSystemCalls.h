@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/Clock.h"
-#include "platform/InterfaceList.h"
-#include "platform/SystemName.h"
+#include "KXPublisher/platform/Clock.h"
+#include "KXPublisher/platform/InterfaceList.h"
+#include "KXPublisher/platform/SystemName.h"
 
 // What the system itself answers, without a framework of its own.
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/Telephony.h"
+#include "KXPublisher/platform/Telephony.h"
 
 namespace kx {
 

@@ -5,8 +5,8 @@
 
 #include <utility>
 
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/CallbackBoundary.h"
 
 // Later systems keep the interfaces of the first ones, but warn of them.
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"

@@ -5,8 +5,8 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/Timer.h"
-#include "platform/foundation/Selector.h"
+#include "KXPublisher/platform/Timer.h"
+#include "KXPublisher/platform/foundation/Selector.h"
 
 namespace kx {
 

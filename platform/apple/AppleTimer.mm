@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleDispatch.h"
-#include "platform/apple/CallbackBoundary.h"
 
 /// The target of an NSTimer: hands each firing on.
 @interface KXTimerTarget : NSObject

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/URLSession.h"
+#include "KXPublisher/platform/URLSession.h"
 
 namespace kx {
 

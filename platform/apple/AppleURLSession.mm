@@ -5,8 +5,8 @@
 #include <atomic>
 #include <utility>
 
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/CallbackBoundary.h"
 
 namespace kx {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/WebView.h"
+#include "KXPublisher/platform/WebView.h"
 
 namespace kx {
 

@@ -1,17 +1,17 @@
-#import <KXPublisher/KXConstants.h>
+#import <KXPublisher/KXPublisherConstants.h>
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "../../include/KXPublisher/KXPublisher.h"  // the one for C++
+#include "KXPublisher/KXPublisher.hpp"  // the one for C++
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXCarrier.h"
+#include "KXPublisher/providers/KXConnection.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/providers/KXLocation.h"
+#include "KXPublisher/transport/KXNetworking.h"
 #include "platform/apple/AppleText.h"
-#include "providers/KXAsn.h"
-#include "providers/KXCarrier.h"
-#include "providers/KXConnection.h"
-#include "providers/KXDevice.h"
-#include "providers/KXLocation.h"
-#include "transport/KXNetworking.h"
 #include "transport/KXServicePaths.h"
 
 // What the library calls its constants inside is written down with the class that uses them. Here they are

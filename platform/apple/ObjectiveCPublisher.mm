@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "../../include/KXPublisher/KXPublisher.h"  // the one for C++
+#include "KXPublisher/KXPublisher.hpp"  // the one for C++
+#include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/CallbackBoundary.h"
 
 // The library's door for Objective-C and Swift, in front of the publisher itself.
 

@@ -1,6 +1,6 @@
-#include "platform/foundation/Error.h"
+#include "KXPublisher/platform/foundation/Error.h"
 
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 
 namespace kx {
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/JSONSerialization.h"
+#include "KXPublisher/platform/foundation/JSONSerialization.h"
 
 #include <rapidjson/writer.h>
 

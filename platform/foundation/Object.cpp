@@ -1,4 +1,4 @@
-#include "platform/foundation/Object.h"
+#include "KXPublisher/platform/foundation/Object.h"
 
 #include <cxxabi.h>
 

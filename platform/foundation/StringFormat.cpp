@@ -1,4 +1,4 @@
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,8 +1,8 @@
-#include "platform/foundation/Value.h"
+#include "KXPublisher/platform/foundation/Value.h"
 
 #include <algorithm>
 
-#include "platform/foundation/JSONSerialization.h"
+#include "KXPublisher/platform/foundation/JSONSerialization.h"
 
 namespace kx {
 

@@ -1,12 +1,12 @@
-#include "platform/linux/LinuxHost.h"
+#include "KXPublisher/platform/linux/LinuxHost.h"
 
 #include <memory>
 #include <mutex>
 #include <utility>
 
-#include "platform/linux/CallbackBoundary.h"
-#include "platform/linux/LinuxApplication.h"
 #include "platform/linux/LinuxPlatform.h"
+#include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/lifecycle/LinuxApplication.h"
 
 namespace kx {
 

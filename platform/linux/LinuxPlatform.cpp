@@ -1,7 +1,7 @@
 #include "platform/linux/LinuxPlatform.h"
 
-#include "platform/linux/CurlURLSession.h"
 #include "platform/linux/geocoding/LinuxGeocoder.h"
+#include "platform/linux/https/CurlURLSession.h"
 
 namespace kx {
 

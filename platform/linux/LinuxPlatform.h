@@ -2,24 +2,24 @@
 
 #include <memory>
 
-#include "platform/LocalNotificationCenter.h"
-#include "platform/MainOperationQueue.h"
-#include "platform/Platform.h"
-#include "platform/linux/LinuxAdvertising.h"
-#include "platform/linux/LinuxApplication.h"
-#include "platform/linux/LinuxBundle.h"
-#include "platform/linux/LinuxConsole.h"
-#include "platform/linux/LinuxDevice.h"
-#include "platform/linux/LinuxDispatch.h"
-#include "platform/linux/LinuxHost.h"
-#include "platform/linux/LinuxLocale.h"
-#include "platform/linux/LinuxRunLoop.h"
-#include "platform/linux/LinuxSystemCalls.h"
-#include "platform/linux/LinuxWebView.h"
+#include "KXPublisher/platform/LocalNotificationCenter.h"
+#include "KXPublisher/platform/MainOperationQueue.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/linux/LinuxHost.h"
 #include "platform/linux/bus/SystemBus.h"
+#include "platform/linux/console/LinuxConsole.h"
+#include "platform/linux/facts/LinuxAdvertising.h"
+#include "platform/linux/facts/LinuxBundle.h"
+#include "platform/linux/facts/LinuxDevice.h"
+#include "platform/linux/facts/LinuxLocale.h"
+#include "platform/linux/facts/LinuxSystemCalls.h"
+#include "platform/linux/facts/LinuxWebView.h"
+#include "platform/linux/lifecycle/LinuxApplication.h"
 #include "platform/linux/location/LinuxLocationService.h"
 #include "platform/linux/network/LinuxReachability.h"
 #include "platform/linux/telephony/LinuxTelephony.h"
+#include "platform/linux/threads/LinuxDispatch.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedApplication.h"
+#include "KXPublisher/platform/simulated/SimulatedApplication.h"
 
 #include <stdexcept>
 #include <utility>

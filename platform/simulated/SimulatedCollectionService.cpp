@@ -1,11 +1,11 @@
-#include "platform/simulated/SimulatedCollectionService.h"
+#include "KXPublisher/platform/simulated/SimulatedCollectionService.h"
 
 #include <zlib.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "platform/DispatchQueue.h"
+#include "KXPublisher/platform/DispatchQueue.h"
 
 namespace kx {
 

@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedDevice.h"
+#include "KXPublisher/platform/simulated/SimulatedDevice.h"
 
 #include <stdexcept>
 

@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedLocation.h"
+#include "KXPublisher/platform/simulated/SimulatedLocation.h"
 
 #include <utility>
 

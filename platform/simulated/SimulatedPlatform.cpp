@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedPlatform.h"
+#include "KXPublisher/platform/simulated/SimulatedPlatform.h"
 
 #include <stdexcept>
 #include <utility>

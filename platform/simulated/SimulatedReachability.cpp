@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedReachability.h"
+#include "KXPublisher/platform/simulated/SimulatedReachability.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedRunLoop.h"
+#include "KXPublisher/platform/simulated/SimulatedRunLoop.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedScheduler.h"
+#include "KXPublisher/platform/simulated/SimulatedScheduler.h"
 
 #include <vector>
 

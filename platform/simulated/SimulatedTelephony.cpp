@@ -1,4 +1,4 @@
-#include "platform/simulated/SimulatedTelephony.h"
+#include "KXPublisher/platform/simulated/SimulatedTelephony.h"
 
 #include <utility>
 

@@ -1,8 +1,8 @@
 #include <string>
 #include <vector>
 
-#include "diagnostics/KXLog.h"
-#include "diagnostics/KXLogError.h"
+#include "KXPublisher/diagnostics/KXLog.h"
+#include "KXPublisher/diagnostics/KXLogError.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

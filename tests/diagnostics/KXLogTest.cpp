@@ -1,9 +1,9 @@
 #include <string>
 #include <vector>
 
-#include "diagnostics/KXLog.h"
-#include "diagnostics/KXLogError.h"
-#include "platform/foundation/Exceptions.h"
+#include "KXPublisher/diagnostics/KXLog.h"
+#include "KXPublisher/diagnostics/KXLogError.h"
+#include "KXPublisher/platform/foundation/Exceptions.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

@@ -1,8 +1,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/LocalNotificationCenter.h"
-#include "platform/OperationQueue.h"
+#include "KXPublisher/platform/LocalNotificationCenter.h"
+#include "KXPublisher/platform/OperationQueue.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "platform/Platform.h"
-#include "platform/simulated/SimulatedPlatform.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/simulated/SimulatedPlatform.h"
 
 namespace kx {
 namespace {

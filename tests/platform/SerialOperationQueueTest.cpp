@@ -1,7 +1,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "platform/SerialOperationQueue.h"
+#include "KXPublisher/platform/SerialOperationQueue.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/URLSession.h"
+#include "KXPublisher/platform/URLSession.h"
 
 namespace kx {
 namespace {

@@ -1,4 +1,4 @@
-#include "providers/KXAsn.h"
+#include "KXPublisher/providers/KXAsn.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

@@ -1,4 +1,4 @@
-#include "providers/KXCarrier.h"
+#include "KXPublisher/providers/KXCarrier.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

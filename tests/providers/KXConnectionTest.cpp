@@ -1,6 +1,6 @@
 #include <vector>
 
-#include "providers/KXConnection.h"
+#include "KXPublisher/providers/KXConnection.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

@@ -1,7 +1,7 @@
 #include <vector>
 
-#include "platform/foundation/Exceptions.h"
-#include "providers/KXScheduler.h"
+#include "KXPublisher/platform/foundation/Exceptions.h"
+#include "KXPublisher/providers/KXScheduler.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/SimulatedTest.h"
 

@@ -2,13 +2,13 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/Exceptions.h"
-#include "providers/KXAsn.h"
-#include "providers/KXCarrier.h"
-#include "providers/KXConnection.h"
-#include "providers/KXData.h"
-#include "providers/KXDevice.h"
-#include "providers/KXLocation.h"
+#include "KXPublisher/platform/foundation/Exceptions.h"
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXCarrier.h"
+#include "KXPublisher/providers/KXConnection.h"
+#include "KXPublisher/providers/KXData.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/providers/KXLocation.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/SimulatedTest.h"
 

@@ -2,7 +2,7 @@
 #include <thread>
 #include <vector>
 
-#include "providers/KXDevice.h"
+#include "KXPublisher/providers/KXDevice.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

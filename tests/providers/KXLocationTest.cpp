@@ -1,6 +1,6 @@
 #include <cmath>
 
-#include "providers/KXLocation.h"
+#include "KXPublisher/providers/KXLocation.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

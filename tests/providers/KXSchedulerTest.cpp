@@ -3,7 +3,7 @@
 #include <limits>
 #include <vector>
 
-#include "providers/KXScheduler.h"
+#include "KXPublisher/providers/KXScheduler.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

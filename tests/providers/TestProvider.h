@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "providers/KXData.h"
+#include "KXPublisher/providers/KXData.h"
 
 namespace kx {
 

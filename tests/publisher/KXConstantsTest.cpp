@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "providers/KXConnection.h"
+#include "KXPublisher/providers/KXConnection.h"
 
 extern "C" {
 const char *ifaKeyAsCSeesIt(void);

@@ -1,4 +1,4 @@
-#include "publisher/KXLogger.h"
+#include "KXPublisher/publisher/KXLogger.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

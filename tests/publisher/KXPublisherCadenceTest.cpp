@@ -1,5 +1,4 @@
-#include <KXPublisher/KXPublisher.h>
-
+#include <KXPublisher/KXPublisher.hpp>
 #include <vector>
 
 #include "tests/support/SimulatedTest.h"

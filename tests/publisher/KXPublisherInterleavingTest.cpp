@@ -1,5 +1,4 @@
-#include <KXPublisher/KXPublisher.h>
-
+#include <KXPublisher/KXPublisher.hpp>
 #include <algorithm>
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -7,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "providers/KXData.h"
+#include "KXPublisher/providers/KXData.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

@@ -1,13 +1,12 @@
-#include <KXPublisher/KXPublisher.h>
-
+#include <KXPublisher/KXPublisher.hpp>
 #include <limits>
 #include <set>
 
-#include "providers/KXAsn.h"
-#include "providers/KXCarrier.h"
-#include "providers/KXConnection.h"
-#include "providers/KXDevice.h"
-#include "providers/KXLocation.h"
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXCarrier.h"
+#include "KXPublisher/providers/KXConnection.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/providers/KXLocation.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/SimulatedTest.h"
 

@@ -1,12 +1,11 @@
-#include <KXPublisher/KXPublisher.h>
-
+#include <KXPublisher/KXPublisher.hpp>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "diagnostics/KXLog.h"
-#include "diagnostics/KXLogError.h"
-#include "publisher/KXLogger.h"
+#include "KXPublisher/diagnostics/KXLog.h"
+#include "KXPublisher/diagnostics/KXLogError.h"
+#include "KXPublisher/publisher/KXLogger.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/SimulatedTest.h"
 

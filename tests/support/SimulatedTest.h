@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/simulated/SimulatedPlatform.h"
+#include "KXPublisher/platform/simulated/SimulatedPlatform.h"
 
 namespace kx {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "KXPublisher/transport/KXGzipUtility.h"
 #include "tests/support/SimulatedTest.h"
-#include "transport/KXGzipUtility.h"
 
 // zlib as the library finds it here: itself, unless a test has it fail, and counted.
 namespace {

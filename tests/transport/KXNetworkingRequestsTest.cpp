@@ -3,8 +3,8 @@
 #include <cmath>
 #include <string>
 
+#include "KXPublisher/transport/KXNetworking.h"
 #include "tests/support/SimulatedTest.h"
-#include "transport/KXNetworking.h"
 
 namespace kx {
 namespace {

@@ -1,5 +1,5 @@
+#include "KXPublisher/transport/KXNetworking.h"
 #include "tests/support/SimulatedTest.h"
-#include "transport/KXNetworking.h"
 
 namespace kx {
 namespace {

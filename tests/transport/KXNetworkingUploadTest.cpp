@@ -2,8 +2,8 @@
 #include <string>
 #include <vector>
 
+#include "KXPublisher/transport/KXNetworking.h"
 #include "tests/support/SimulatedTest.h"
-#include "transport/KXNetworking.h"
 
 namespace kx {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/linux/GLibPointers.h"
+#include "platform/linux/bus/GLibPointers.h"
 
 namespace kx::modem {
 

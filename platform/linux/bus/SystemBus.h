@@ -6,8 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "platform/linux/GLibPointers.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/bus/GLibPointers.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

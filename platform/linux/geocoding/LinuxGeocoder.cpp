@@ -3,7 +3,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/geocoding/PlaceTablePaths.h"
 #include "platform/linux/geocoding/TimeZoneOffset.h"
 

@@ -5,9 +5,9 @@
 #include <optional>
 #include <string>
 
-#include "platform/Clock.h"
-#include "platform/DispatchQueue.h"
-#include "platform/Geocoder.h"
+#include "KXPublisher/platform/Clock.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/Geocoder.h"
 #include "platform/linux/geocoding/MappedFile.h"
 #include "platform/linux/geocoding/PlaceTable.h"
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/foundation/Export.h"
+#include "KXPublisher/platform/foundation/Export.h"
 
 namespace kx {
 

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "platform/linux/SystemText.h"
+#include "platform/linux/facts/SystemText.h"
 #include "platform/linux/geocoding/PlaceTableFormat.h"
 
 namespace kx {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/LocationManager.h"
-#include "platform/foundation/Export.h"
+#include "KXPublisher/platform/LocationManager.h"
+#include "KXPublisher/platform/foundation/Export.h"
 
 namespace kx {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/Export.h"
+#include "KXPublisher/platform/foundation/Export.h"
 
 namespace kx {
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/foundation/Export.h"
+#include "KXPublisher/platform/foundation/Export.h"
 
 namespace kx {
 

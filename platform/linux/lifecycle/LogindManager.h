@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/foundation/Object.h"
-#include "platform/linux/GLibPointers.h"
+#include "KXPublisher/platform/foundation/Object.h"
+#include "platform/linux/bus/GLibPointers.h"
 
 namespace kx {
 

@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/console/CallbackBoundary.h"
 
 namespace kx {
 

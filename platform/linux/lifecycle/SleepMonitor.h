@@ -7,9 +7,9 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/GLibPointers.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/lifecycle/LogindManager.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

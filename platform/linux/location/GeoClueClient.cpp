@@ -3,7 +3,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/location/GeoClueLocation.h"
 
 namespace kx {

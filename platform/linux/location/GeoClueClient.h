@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/LocationManager.h"
-#include "platform/linux/GLibPointers.h"
+#include "KXPublisher/platform/LocationManager.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/location/OneShotTimer.h"
 
 namespace kx {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/LocationManager.h"
+#include "KXPublisher/platform/LocationManager.h"
 
 // What GeoClue says, in the words of the location manager.
 

@@ -5,9 +5,9 @@
 #include <mutex>
 #include <optional>
 
-#include "platform/LocationManager.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "KXPublisher/platform/LocationManager.h"
 #include "platform/linux/location/LocationTracking.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

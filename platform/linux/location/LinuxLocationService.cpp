@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/linux/SystemText.h"
+#include "platform/linux/facts/SystemText.h"
 #include "platform/linux/location/LinuxLocationManager.h"
 
 namespace kx {

@@ -4,11 +4,11 @@
 #include <optional>
 #include <string>
 
-#include "platform/LocationService.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "KXPublisher/platform/LocationService.h"
 #include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/location/LocationAuthorization.h"
 #include "platform/linux/location/LocationTracking.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

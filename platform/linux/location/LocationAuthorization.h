@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "platform/LocationManager.h"
+#include "KXPublisher/platform/LocationManager.h"
 
 namespace kx {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/location/GeoClueLocation.h"
 #include "platform/linux/location/LinuxLocationManager.h"
 

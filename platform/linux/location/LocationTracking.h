@@ -7,11 +7,11 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/GLibPointers.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/location/GeoClueClient.h"
 #include "platform/linux/location/LocationAuthorization.h"
 #include "platform/linux/location/OneShotTimer.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

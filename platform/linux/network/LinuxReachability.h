@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
-#include "platform/NetworkReachability.h"
-#include "platform/foundation/Export.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "KXPublisher/platform/NetworkReachability.h"
+#include "KXPublisher/platform/foundation/Export.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

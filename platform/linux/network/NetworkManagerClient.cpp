@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/console/CallbackBoundary.h"
 
 namespace kx {
 

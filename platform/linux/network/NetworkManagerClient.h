@@ -7,11 +7,11 @@
 #include <mutex>
 #include <vector>
 
-#include "platform/foundation/Object.h"
-#include "platform/linux/GLibPointers.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "KXPublisher/platform/foundation/Object.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/network/NetworkWatch.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

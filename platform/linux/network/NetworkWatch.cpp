@@ -10,7 +10,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/network/FileDescriptor.h"
 
 namespace kx {

@@ -3,10 +3,10 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/Telephony.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "KXPublisher/platform/Telephony.h"
 #include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/telephony/ModemManagerClient.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

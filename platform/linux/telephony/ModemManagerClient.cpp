@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "platform/linux/CallbackBoundary.h"
+#include "platform/linux/console/CallbackBoundary.h"
 
 namespace kx {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/GLibPointers.h"
-#include "platform/linux/LinuxRunLoop.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/telephony/ModemReading.h"
+#include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 

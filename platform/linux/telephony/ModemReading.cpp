@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
-#include "platform/linux/GLibPointers.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/telephony/RadioAccessTechnology.h"
 
 namespace kx {

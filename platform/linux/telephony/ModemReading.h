@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/foundation/Export.h"
+#include "KXPublisher/platform/foundation/Export.h"
 
 namespace kx {
 

@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/Application.h"
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Application.h"
+#include "KXPublisher/platform/Platform.h"
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 

@@ -9,16 +9,16 @@
 
 #include <thread>
 
-#include "platform/Bundle.h"
-#include "platform/Clock.h"
-#include "platform/Console.h"
-#include "platform/InterfaceList.h"
-#include "platform/Locale.h"
-#include "platform/Platform.h"
-#include "platform/ProcessInfo.h"
-#include "platform/WebView.h"
-#include "providers/KXAsn.h"
-#include "providers/KXDevice.h"
+#include "KXPublisher/platform/Bundle.h"
+#include "KXPublisher/platform/Clock.h"
+#include "KXPublisher/platform/Console.h"
+#include "KXPublisher/platform/InterfaceList.h"
+#include "KXPublisher/platform/Locale.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/ProcessInfo.h"
+#include "KXPublisher/platform/WebView.h"
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXDevice.h"
 #include "tests/platform/apple/harness/Facts.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 

@@ -10,9 +10,9 @@
 #include <thread>
 #include <utility>
 
-#include "platform/DispatchQueue.h"
-#include "platform/OperationQueue.h"
-#include "platform/Platform.h"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/OperationQueue.h"
+#include "KXPublisher/platform/Platform.h"
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 

@@ -6,9 +6,9 @@
 #include <memory>
 #include <vector>
 
-#include "platform/LocationService.h"
-#include "platform/Platform.h"
-#include "providers/KXLocation.h"
+#include "KXPublisher/platform/LocationService.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/providers/KXLocation.h"
 #include "tests/platform/apple/harness/Facts.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 

@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/Application.h"
-#include "platform/NotificationCenter.h"
-#include "platform/Platform.h"
+#include "KXPublisher/platform/Application.h"
+#include "KXPublisher/platform/NotificationCenter.h"
+#include "KXPublisher/platform/Platform.h"
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 

@@ -9,12 +9,12 @@
 #include <set>
 #include <thread>
 
-#include "providers/KXDevice.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/transport/KXNetworking.h"
 #include "tests/platform/apple/harness/Collector.h"
 #include "tests/platform/apple/harness/Facts.h"
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
-#include "transport/KXNetworking.h"
 
 namespace kx {
 namespace {

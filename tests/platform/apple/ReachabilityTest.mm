@@ -7,9 +7,9 @@
 #include <memory>
 #include <thread>
 
-#include "platform/NetworkReachability.h"
-#include "platform/Platform.h"
-#include "providers/KXConnection.h"
+#include "KXPublisher/platform/NetworkReachability.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/providers/KXConnection.h"
 #include "tests/platform/apple/harness/Facts.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 

@@ -4,9 +4,9 @@
 
 #include <atomic>
 
-#include "platform/Platform.h"
-#include "platform/Telephony.h"
-#include "providers/KXCarrier.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/Telephony.h"
+#include "KXPublisher/providers/KXCarrier.h"
 #include "tests/platform/apple/harness/Facts.h"
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"

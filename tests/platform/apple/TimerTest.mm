@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "platform/Platform.h"
-#include "platform/RunLoop.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/RunLoop.h"
 #include "tests/platform/apple/harness/StandIn.h"
 
 namespace kx {

@@ -8,8 +8,8 @@
 #include <future>
 #include <memory>
 
-#include "platform/Platform.h"
-#include "platform/URLSession.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/URLSession.h"
 #include "tests/platform/apple/harness/Collector.h"
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"

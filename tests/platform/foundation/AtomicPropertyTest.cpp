@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/foundation/AtomicProperty.h"
+#include "KXPublisher/platform/foundation/AtomicProperty.h"
 
 namespace kx {
 namespace {

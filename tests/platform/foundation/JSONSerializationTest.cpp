@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "platform/foundation/JSONSerialization.h"
+#include "KXPublisher/platform/foundation/JSONSerialization.h"
 
 namespace kx {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/foundation/MutableDictionary.h"
+#include "KXPublisher/platform/foundation/MutableDictionary.h"
 
 namespace kx {
 namespace {

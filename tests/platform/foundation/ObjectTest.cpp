@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "platform/foundation/Object.h"
+#include "KXPublisher/platform/foundation/Object.h"
 
 namespace kx {
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "platform/foundation/Selector.h"
+#include "KXPublisher/platform/foundation/Selector.h"
 
 namespace kx {
 namespace {

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
 
 namespace kx {
 namespace {

@@ -4,7 +4,7 @@
 #include <limits>
 #include <string>
 
-#include "platform/foundation/Value.h"
+#include "KXPublisher/platform/foundation/Value.h"
 
 namespace kx {
 namespace {

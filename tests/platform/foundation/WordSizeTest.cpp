@@ -6,9 +6,9 @@
 #include <limits>
 #include <string>
 
-#include "platform/foundation/JSONSerialization.h"
-#include "platform/foundation/StringFormat.h"
-#include "platform/foundation/Value.h"
+#include "KXPublisher/platform/foundation/JSONSerialization.h"
+#include "KXPublisher/platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/foundation/Value.h"
 
 // What must come out the same where a pointer and a long have 32 bits as where they have 64.
 

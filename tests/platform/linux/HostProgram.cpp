@@ -5,14 +5,14 @@
 #include <cstdio>
 #include <string>
 
-#include "KXPublisher/KXPublisher.h"
-#include "platform/DispatchQueue.h"
-#include "platform/Platform.h"
-#include "platform/linux/LinuxConsole.h"
-#include "platform/linux/LinuxHost.h"
+#include "KXPublisher/KXPublisher.hpp"
+#include "KXPublisher/platform/DispatchQueue.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/linux/LinuxHost.h"
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXDevice.h"
 #include "platform/linux/LinuxPlatform.h"
-#include "providers/KXAsn.h"
-#include "providers/KXDevice.h"
+#include "platform/linux/console/LinuxConsole.h"
 
 // A host for tests that need a process of their own. Its argument says what it does.
 

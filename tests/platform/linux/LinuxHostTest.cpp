@@ -8,16 +8,16 @@
 #include <thread>
 #include <vector>
 
-#include "platform/AdvertisingIdentifierManager.h"
-#include "platform/LocationService.h"
-#include "platform/NetworkReachability.h"
-#include "platform/NotificationCenter.h"
-#include "platform/Platform.h"
-#include "platform/Telephony.h"
-#include "platform/linux/LinuxHost.h"
+#include "KXPublisher/platform/AdvertisingIdentifierManager.h"
+#include "KXPublisher/platform/LocationService.h"
+#include "KXPublisher/platform/NetworkReachability.h"
+#include "KXPublisher/platform/NotificationCenter.h"
+#include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/Telephony.h"
+#include "KXPublisher/platform/linux/LinuxHost.h"
 #include "platform/linux/LinuxPlatform.h"
 #include "tests/platform/linux/MainLoop.h"
-#include "tests/platform/linux/ThreadFacts.h"
+#include "tests/platform/linux/threads/ThreadFacts.h"
 #include "tests/support/ChildProcess.h"
 
 namespace kx {

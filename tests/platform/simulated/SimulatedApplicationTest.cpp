@@ -1,7 +1,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "platform/simulated/SimulatedApplication.h"
+#include "KXPublisher/platform/simulated/SimulatedApplication.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

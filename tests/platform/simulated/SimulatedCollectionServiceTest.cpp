@@ -1,6 +1,6 @@
 #include <vector>
 
-#include "platform/simulated/SimulatedCollectionService.h"
+#include "KXPublisher/platform/simulated/SimulatedCollectionService.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

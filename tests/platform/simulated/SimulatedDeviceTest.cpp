@@ -1,6 +1,6 @@
 #include <stdexcept>
 
-#include "platform/simulated/SimulatedDevice.h"
+#include "KXPublisher/platform/simulated/SimulatedDevice.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

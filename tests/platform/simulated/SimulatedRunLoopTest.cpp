@@ -1,6 +1,6 @@
 #include <vector>
 
-#include "platform/simulated/SimulatedRunLoop.h"
+#include "KXPublisher/platform/simulated/SimulatedRunLoop.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/simulated/SimulatedScheduler.h"
+#include "KXPublisher/platform/simulated/SimulatedScheduler.h"
 
 namespace kx {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "providers/KXData.h"
+#include "KXPublisher/providers/KXData.h"
 #include "tests/platform/apple/harness/StandIn.h"
 
 namespace kx {

@@ -7,12 +7,12 @@
 #include <optional>
 #include <string>
 
-#include "diagnostics/KXLog.h"
-#include "include/KXPublisher/KXPublisher.h"  // the publisher's class in C++
-#include "providers/KXDevice.h"
-#include "providers/KXLocation.h"
-#include "publisher/KXLogger.h"
-#include "transport/KXNetworking.h"
+#include "KXPublisher/KXPublisher.hpp"  // the publisher's class in C++
+#include "KXPublisher/diagnostics/KXLog.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/providers/KXLocation.h"
+#include "KXPublisher/publisher/KXLogger.h"
+#include "KXPublisher/transport/KXNetworking.h"
 
 void startReporting();
 

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/linux/LinuxDispatch.h"
 #include "platform/linux/geocoding/LinuxGeocoder.h"
+#include "platform/linux/threads/LinuxDispatch.h"
 
 namespace kx {
 

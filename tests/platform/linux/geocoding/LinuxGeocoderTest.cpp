@@ -8,8 +8,8 @@
 #include <string>
 #include <thread>
 
-#include "platform/linux/LinuxWorkerPool.h"
 #include "platform/linux/geocoding/LinuxGeocoder.h"
+#include "platform/linux/threads/LinuxWorkerPool.h"
 #include "tests/platform/linux/geocoding/GeocoderFixture.h"
 #include "tests/platform/linux/geocoding/SmallTable.h"
 #include "tests/support/ChildProcess.h"

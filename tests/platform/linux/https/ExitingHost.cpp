@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/linux/CurlURLSession.h"
+#include "platform/linux/https/CurlURLSession.h"
 #include "tests/platform/linux/https/InterposedCalls.h"
 #include "tests/platform/linux/https/TestDispatch.h"
 

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/CurlURLSession.h"
+#include "platform/linux/https/CurlURLSession.h"
 #include "tests/platform/linux/https/TestDispatch.h"
 #include "tests/platform/linux/https/TestServer.h"
 #include "tests/support/ChildProcess.h"

@@ -7,7 +7,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/DispatchQueue.h"
+#include "KXPublisher/platform/DispatchQueue.h"
 
 namespace kx {
 

@@ -11,11 +11,11 @@
 #include <thread>
 #include <vector>
 
-#include "platform/LocalNotificationCenter.h"
-#include "platform/MainOperationQueue.h"
-#include "platform/linux/LinuxApplication.h"
-#include "platform/linux/LinuxDispatch.h"
+#include "KXPublisher/platform/LocalNotificationCenter.h"
+#include "KXPublisher/platform/MainOperationQueue.h"
 #include "platform/linux/bus/SystemBus.h"
+#include "platform/linux/lifecycle/LinuxApplication.h"
+#include "platform/linux/threads/LinuxDispatch.h"
 #include "tests/platform/linux/MainLoop.h"
 #include "tests/support/PrivateBus.h"
 

@@ -1,5 +1,5 @@
+#include "KXPublisher/providers/KXConnection.h"
 #include "platform/linux/LinuxPlatform.h"
-#include "providers/KXConnection.h"
 #include "tests/platform/linux/network/ReachabilityTest.h"
 
 namespace kx {

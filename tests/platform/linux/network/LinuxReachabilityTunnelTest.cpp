@@ -1,6 +1,6 @@
 #include <atomic>
 
-#include "platform/linux/GLibPointers.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "tests/platform/linux/network/ReachabilityTest.h"
 #include "tests/platform/linux/network/StandInNetworkManager.h"
 #include "tests/support/PrivateBus.h"

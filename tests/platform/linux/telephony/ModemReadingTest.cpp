@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/GLibPointers.h"
+#include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/telephony/ModemReading.h"
 
 namespace kx {

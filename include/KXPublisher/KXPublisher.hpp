@@ -1,0 +1,111 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "KXPublisher/platform/Timer.h"
+#include "KXPublisher/platform/foundation/AtomicProperty.h"
+#include "KXPublisher/platform/foundation/Object.h"
+#include "KXPublisher/platform/foundation/Value.h"
+
+namespace kx {
+
+namespace constants {
+inline constexpr double loggingFirstTimeDelay = 5.0;  // seconds
+inline constexpr double loggingTimeInterval = 600.0;  // seconds
+inline constexpr const char *kxPublisherSdkName = "KXPublisher iOS";
+inline constexpr const char *kxPublisherSdkVersion = "v1.0";
+inline constexpr const char *dataKeyPublisherSdkName = "sdkName";
+inline constexpr const char *dataKeyPublisherSdkVersion = "sdkVer";
+inline constexpr const char *dataKeyIpAddresses = "ips";
+inline constexpr const char *dataKeyEventId = "id";
+inline constexpr const char *dataKeyEventTime = "eventTime";
+}  // namespace constants
+
+class KXData;
+class KXLog;
+class KXLogger;
+
+/// Reports the context in which the host application runs to a collection service.
+///
+/// The host makes one call, on its main thread while it starts; from then on everything happens by itself:
+///
+///     kx::KXPublisher::sharedInstanceWithApiToken("the API token", "collect.example.com");
+///
+/// The constants that a host reads are in KXConstants.h.
+///
+/// A report is made 5 s after that call, every 600 s in the foreground, on each entry into the background and
+/// 5 s after each return to the foreground. One without a usable advertising identifier is dropped, and one
+/// that cannot be delivered is lost. No failure reaches the host: nothing here throws, and all but `data` and
+/// `description` return at once. Everything may be called from any thread.
+class KX_EXPORT KXPublisher : public Object {
+ public:
+  /// `sharedInstanceWithApiToken:hostname:`: the one publisher, made and started by the first call; later
+  /// calls ignore their arguments. `hostname` may carry a port, "localhost:8443". Neither argument is
+  /// validated: with an absent one nothing will ever be sent. A null pointer when there is no memory for a
+  /// publisher.
+  static std::shared_ptr<KXPublisher> sharedInstanceWithApiToken(
+      const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) noexcept;
+  /// The same for C strings; a null pointer stands for an absent argument.
+  static std::shared_ptr<KXPublisher> sharedInstanceWithApiToken(const char *apiToken,
+                                                                 const char *hostname) noexcept;
+
+  /// `initWithApiToken:hostname:`: a publisher of its own, running. Hosts use the shared one.
+  static std::shared_ptr<KXPublisher> initWithApiToken(const std::optional<std::string> &apiToken,
+                                                       const std::optional<std::string> &hostname);
+
+  /// `dealloc`: stops the repeating report.
+  ~KXPublisher() override;
+
+  /// `enableDebugging`: lets the library's log print every level, in the whole process.
+  void enableDebugging() noexcept;
+  /// `disableDebugging`: back to errors only; they stay on.
+  void disableDebugging() noexcept;
+
+  /// `data`: a new message of what is known now: the providers' facts, later providers winning, under the
+  /// publisher's own keys "sdkName", "sdkVer", "ips", "id" (new at each call) and "eventTime" (milliseconds
+  /// since 1970, whole seconds).
+  Dictionary data() const;
+
+  /// `description`: such a message as text, for debugging; costs as much as `data`.
+  std::string description() const override;
+
+  /// `logData:`: what the report timers call: `logDataAsync:` with true.
+  void logData(const std::shared_ptr<Timer> &sender);
+
+  /// `logDataAsync:`: makes one message and, if its advertising identifier is present, not empty and not all
+  /// zeros, hands it to the logger; otherwise drops it without a line in the log.
+  void logDataAsync(bool async);
+
+  /// `dataProviders`: in the order in which their facts are merged.
+  std::vector<std::shared_ptr<KXData>> dataProviders() const { return dataProviders_.get(); }
+  /// `setDataProviders:`
+  void setDataProviders(std::vector<std::shared_ptr<KXData>> dataProviders) {
+    dataProviders_.set(std::move(dataProviders));
+  }
+  /// `kxLogger`: where messages go.
+  std::shared_ptr<KXLogger> kxLogger() const { return kxLogger_.get(); }
+  /// `logTimer`: the repeating report's timer; a null pointer in the background.
+  std::shared_ptr<Timer> logTimer() const { return logTimer_.get(); }
+  /// `kxLog`: the library's log.
+  std::shared_ptr<KXLog> kxLog() const { return kxLog_.get(); }
+
+ private:
+  KXPublisher() = default;
+
+  void init(const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname);
+  void scheduleReports();
+  void observeApplication();
+  void applicationDidEnterBackground();
+  void applicationWillEnterForeground();
+
+  AtomicProperty<std::vector<std::shared_ptr<KXData>>> dataProviders_;
+  AtomicProperty<std::shared_ptr<KXLogger>> kxLogger_;
+  AtomicProperty<std::shared_ptr<Timer>> logTimer_;
+  AtomicProperty<std::shared_ptr<KXLog>> kxLog_;
+};
+
+}  // namespace kx

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "KXPublisher/platform/foundation/Export.h"
+#include "KXPublisher/platform/foundation/Value.h"
+
+namespace kx {
+
+/// Turns values into JSON text.
+class KX_EXPORT JSONSerialization {
+ public:
+  /// `dataWithJSONObject:options:error:` with options 0: compact JSON, members in the map's own order, a
+  /// slash written as a plain slash. Nothing when the top level is neither an array nor a map, a text (or
+  /// key) is not valid UTF-8, or a number is not finite.
+  static std::optional<std::string> dataWithJSONObject(const Value &object);
+
+  /// The same text for a person to read, whatever the value: any top level, invalid text as it is, numbers
+  /// that are not finite by name.
+  static std::string descriptionOf(const Value &value);
+};
+
+}  // namespace kx

@@ -1,9 +1,0 @@
-#include "platform/linux/LinuxConsole.h"
-
-namespace kx {
-
-void LinuxConsole::log(const std::string &line) {
-  g_log_structured(domain, level, "MESSAGE", "%s", line.c_str());
-}
-
-}  // namespace kx

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KXPublisher/platform/Bundle.h"
+#include "platform/linux/facts/Environment.h"
+
+namespace kx {
+
+/// The host application as it is installed: its GApplication's identifier names it, and the desktop entry of
+/// that name says what its executable is. A host without an identifier has no bundle.
+class KX_EXPORT LinuxBundle : public Bundle, public BundleService {
+ public:
+  explicit LinuxBundle(const std::optional<std::string> &identifier,
+                       Environment environment = Environment::ofProcess({"XDG_DATA_HOME", "HOME",
+                                                                         "XDG_DATA_DIRS"}));
+
+  /// The identifier of the process's default GApplication; absent when it has none, or no such application.
+  /// To be called on the main thread, or before any other thread uses GApplication: GLib guards it by
+  /// nothing.
+  static std::optional<std::string> hostIdentifier();
+
+  std::shared_ptr<Bundle> mainBundle() override;
+  /// Knows no other bundle than the host's.
+  std::shared_ptr<Bundle> bundleWithIdentifier(const std::optional<std::string> &requested) override;
+
+  std::optional<std::string> bundleIdentifier() override { return identifier_; }
+  /// "CFBundleExecutable" is the file name of the first word of Exec; the entry is read afresh.
+  std::optional<Value> objectForInfoDictionaryKey(const std::string &key) override;
+
+ private:
+  /// The "applications" directories of the XDG base directories, the most important one first.
+  std::vector<std::string> entryDirectories() const;
+  std::optional<std::string> desktopEntry() const;
+
+  const std::optional<std::string> identifier_;
+  const Environment environment_;
+};
+
+}  // namespace kx

@@ -1,0 +1,76 @@
+#include "platform/linux/facts/LinuxSystemCalls.h"
+
+#include <glib.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
+#include <sys/random.h>
+#include <sys/utsname.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+
+#include "platform/linux/facts/SystemText.h"
+
+namespace kx {
+
+double LinuxClock::timeIntervalSince1970() {
+  return static_cast<double>(g_get_real_time()) / 1e6;
+}
+
+std::optional<std::string> LinuxSystemName::machine() {
+  utsname names{};
+  ::uname(&names);
+  return validText(names.machine);
+}
+
+std::string LinuxProcessInfo::globallyUniqueString() {
+  // From the kernel: GLib's own generator goes on with the same sequence in both processes after a fork.
+  std::array<std::uint8_t, 16> bytes{};
+  if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    const std::unique_ptr<gchar, void (*)(gpointer)> text(g_uuid_string_random(), &g_free);
+    return text.get();
+  }
+  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0f) | 0x40);  // version 4: random
+  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3f) | 0x80);  // variant of RFC 4122
+  std::string text;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    constexpr const char *digits = "0123456789ABCDEF";
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += digits[bytes[i] >> 4];
+    text += digits[bytes[i] & 0x0f];
+  }
+  return text;
+}
+
+std::vector<InterfaceAddress> LinuxInterfaceList::getifaddrs() {
+  // Both records have these four bytes in the same place.
+  constexpr std::size_t offset = offsetof(sockaddr_in, sin_addr);
+  static_assert(offset == offsetof(sockaddr_in6, sin6_flowinfo));
+
+  ifaddrs *first = nullptr;
+  if (::getifaddrs(&first) != 0) return {};
+  const std::unique_ptr<ifaddrs, void (*)(ifaddrs *)> list(first, &::freeifaddrs);
+  std::vector<InterfaceAddress> addresses;
+  for (const ifaddrs *entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
+    auto name = entry->ifa_addr == nullptr ? std::nullopt : validText(entry->ifa_name);
+    if (!name) continue;
+    InterfaceAddress address;
+    address.name = *std::move(name);
+    if (entry->ifa_addr->sa_family == AF_INET) {
+      address.family = AddressFamily::inet;
+    } else if (entry->ifa_addr->sa_family == AF_INET6) {
+      address.family = AddressFamily::inet6;
+    }
+    if (address.family != AddressFamily::other) {
+      std::memcpy(address.bytesAfterPort.data(), reinterpret_cast<const char *>(entry->ifa_addr) + offset,
+                  address.bytesAfterPort.size());
+    }
+    addresses.push_back(std::move(address));
+  }
+  return addresses;
+}
+
+}  // namespace kx

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KXPublisher/platform/Clock.h"
+#include "KXPublisher/platform/InterfaceList.h"
+#include "KXPublisher/platform/ProcessInfo.h"
+#include "KXPublisher/platform/SystemName.h"
+
+// What the kernel answers in one call.
+
+namespace kx {
+
+class KX_EXPORT LinuxClock : public Clock {
+ public:
+  double timeIntervalSince1970() override;
+};
+
+class KX_EXPORT LinuxSystemName : public SystemName {
+ public:
+  std::optional<std::string> machine() override;
+};
+
+class KX_EXPORT LinuxProcessInfo : public ProcessInfo {
+ public:
+  /// A random UUID (version 4).
+  std::string globallyUniqueString() override;
+};
+
+class KX_EXPORT LinuxInterfaceList : public InterfaceList {
+ public:
+  std::vector<InterfaceAddress> getifaddrs() override;
+};
+
+}  // namespace kx

@@ -1,0 +1,122 @@
+#include "platform/linux/https/CurlProcess.h"
+
+#include <dlfcn.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+namespace kx {
+
+namespace {
+
+constexpr std::chrono::seconds longestWaitAtExit(1);
+
+/// Never destroyed: threads that have stopped still refer to it.
+struct State {
+  std::atomic<pid_t> process{0};  ///< whose the threads are
+  pthread_key_t threadEnd{};
+
+  std::mutex mutex;  ///< guards what follows
+  std::condition_variable stopped;
+  bool ending = false;
+  int threads = 0;  ///< that may use curl
+  std::vector<CURLM *> watched;
+};
+
+State &state() {
+  static State &state = *new State;
+  return state;
+}
+
+void threadHasStopped() {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  --state().threads;
+  state().stopped.notify_all();
+}
+
+void stopThreadsAtExit() {
+  // A forked child has the parent's state, but none of its threads.
+  if (state().process != getpid()) return;
+  std::unique_lock<std::mutex> lock(state().mutex);
+  state().ending = true;
+  for (CURLM *const multi : state().watched) curl_multi_wakeup(multi);
+  state().stopped.wait_for(lock, longestWaitAtExit, [] { return state().threads == 0; });
+}
+
+/// The destructor of a value that every thread has. Those of one thread run in rounds, and TLS has one too,
+/// in the first: this one waits for the second.
+void threadEnds(void *value) {
+  if (value == &state()) {
+    pthread_setspecific(state().threadEnd, &state().threadEnd);
+  } else {
+    threadHasStopped();
+  }
+}
+
+/// Has the threads stopped before TLS takes itself apart. OpenSSL does that in an exit handler of its own,
+/// which it registers in the middle of its initialisation, but runs first what was given to `OPENSSL_atexit`,
+/// the latest first. Looked up by name, because which TLS curl uses is curl's affair.
+bool stopThreadsBeforeTLS() {
+  using AtExit = int (*)(void (*)());
+  const auto atExit = reinterpret_cast<AtExit>(dlsym(RTLD_DEFAULT, "OPENSSL_atexit"));
+  return atExit == nullptr ? std::atexit(&stopThreadsAtExit) == 0 : atExit(&stopThreadsAtExit) == 1;
+}
+
+}  // namespace
+
+bool CurlProcess::threadBegins() {
+  static const bool prepared =
+      pthread_key_create(&state().threadEnd, &threadEnds) == 0 && std::atexit(&stopThreadsAtExit) == 0;
+  if (!prepared) return false;
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  if (state().ending) return false;
+  state().process = getpid();
+  ++state().threads;
+  return true;
+}
+
+void CurlProcess::threadFailed() {
+  threadHasStopped();
+}
+
+bool CurlProcess::isEnding() {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  return state().ending;
+}
+
+void CurlProcess::stopIfEnding() {
+  if (!isEnding()) return;
+  threadHasStopped();
+  while (true) pause();
+}
+
+CURLcode CurlProcess::initialise() {
+  pthread_setspecific(state().threadEnd, &state());
+  static const CURLcode result = [] {
+    // Before, for an exit while this goes on, and after, to come before what TLS itself registers on the way.
+    const bool safeBefore = stopThreadsBeforeTLS();
+    const CURLcode code = safeBefore ? curl_global_init(CURL_GLOBAL_DEFAULT) : CURLE_FAILED_INIT;
+    return stopThreadsBeforeTLS() ? code : CURLE_FAILED_INIT;
+  }();
+  return result;
+}
+
+void CurlProcess::watch(CURLM *multi) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  state().watched.push_back(multi);
+}
+
+void CurlProcess::unwatch(CURLM *multi) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  auto &watched = state().watched;
+  watched.erase(std::remove(watched.begin(), watched.end(), multi), watched.end());
+}
+
+}  // namespace kx
