@@ -6,7 +6,7 @@
 
 namespace kx {
 
-void SerialOperationQueue::addOperation(Block operation) {
+void SerialOperationQueue::addOperation(WorkItem operation) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     waiting_.push_back(std::move(operation));
@@ -16,7 +16,7 @@ void SerialOperationQueue::addOperation(Block operation) {
 }
 
 void SerialOperationQueue::cancelAllOperations() {
-  std::deque<Block> cancelled;  // outlives the lock: what the operations hold is released without it
+  std::deque<WorkItem> cancelled;  // outlives the lock: what the operations hold is released without it
   const std::lock_guard<std::mutex> lock(mutex_);
   cancelled.swap(waiting_);
 }
@@ -29,7 +29,7 @@ void SerialOperationQueue::submit() {
 }
 
 void SerialOperationQueue::runNextOperation() {
-  Block operation;
+  WorkItem operation;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (waiting_.empty()) {  // cancelled since

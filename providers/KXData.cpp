@@ -110,7 +110,7 @@ void KXData::resetData() {
 void KXData::replaceData(std::function<std::shared_ptr<MutableDictionary>()> next) {
   const auto queue = computeDataOperationQueue();
   if (queue == nullptr) return;
-  Block operation = [provider = strong(*this), next = std::move(next)] {
+  WorkItem operation = [provider = strong(*this), next = std::move(next)] {
     // Emptied before it is replaced, so that whoever still holds the old map sees it end.
     if (const auto previous = provider->data()) previous->removeAllObjects();
     provider->data_.set(next());
@@ -139,7 +139,7 @@ void KXData::updateMonitoring() {
   }
 }
 
-void KXData::updateDataWithTimer(const std::shared_ptr<Timer> & /*timer*/) {
+void KXData::updateDataWithTimer(const std::shared_ptr<RunLoopTimer> & /*timer*/) {
   updateData();
 }
 

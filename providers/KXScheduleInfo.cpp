@@ -4,7 +4,7 @@
 
 namespace kx {
 
-KXScheduleInfo::KXScheduleInfo(std::shared_ptr<Timer> timer, std::shared_ptr<Object> forTarget,
+KXScheduleInfo::KXScheduleInfo(std::shared_ptr<RunLoopTimer> timer, std::shared_ptr<Object> forTarget,
                                Selector selector, double withTimeInterval) {
   setTimer(std::move(timer));
   setTarget(std::move(forTarget));

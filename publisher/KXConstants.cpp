@@ -77,10 +77,10 @@ std::optional<std::string> current(const char *path) {
 
 }  // namespace
 
-std::optional<std::string> kxPublisherApiPathGetToken() {
+std::optional<std::string> apiPathGetToken() {
   return current(::kxPublisherApiPathGetToken);
 }
-std::optional<std::string> kxPublisherFeedPathLogData() {
+std::optional<std::string> feedPathLogData() {
   return current(::kxPublisherFeedPathLogData);
 }
 

@@ -129,9 +129,9 @@ void KXPublisher::applicationDidEnterBackground() {
 
   // Shared by the worker and the expiration handler: whoever comes first ends the task, the other one ends
   // `UIBackgroundTaskInvalid`, which is harmless.
-  const auto task = std::make_shared<std::atomic<BackgroundTaskIdentifier>>(UIBackgroundTaskInvalid);
+  const auto task = std::make_shared<std::atomic<BackgroundTaskIdentifier>>(invalidBackgroundTask);
   const auto endTask = [application, task] {
-    application->endBackgroundTask(task->exchange(UIBackgroundTaskInvalid));
+    application->endBackgroundTask(task->exchange(invalidBackgroundTask));
   };
   *task = application->beginBackgroundTaskWithName(backgroundTaskName, endTask);
   platform.dispatch()
@@ -152,7 +152,7 @@ void KXPublisher::applicationWillEnterForeground() {
   scheduleReports();
 }
 
-void KXPublisher::logData(const std::shared_ptr<Timer> & /*sender*/) {
+void KXPublisher::logData(const std::shared_ptr<RunLoopTimer> & /*sender*/) {
   logDataAsync(true);
 }
 

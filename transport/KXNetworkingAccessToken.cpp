@@ -66,7 +66,7 @@ void KXNetworking::getAccessTokenWithCompletionHandler(AccessTokenCompletionHand
   const auto document = loginDocument();
   const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
   const auto task = apiUploadTaskForPath(
-      kxPublisherApiPathGetToken(), hostname(), document, session,
+      apiPathGetToken(), hostname(), document, session,
       [completionHandler = std::move(completionHandler)](const std::shared_ptr<URLResponse> &response,
                                                          const std::optional<Error> &error) {
         completionHandler(accessTokenFrom(response, error));
@@ -78,7 +78,7 @@ void KXNetworking::getAccessTokenWithCompletionHandler(AccessTokenCompletionHand
 void KXNetworking::updateAccessToken(const std::shared_ptr<Object> & /*sender*/) {
   // The time of the call, not of the decision: a token that arrives in between makes this request stale.
   const double requestTime = Platform::current().clock().timeIntervalSince1970();
-  Block decision = [networking = strong(*this), requestTime] {
+  WorkItem decision = [networking = strong(*this), requestTime] {
     networking->decideAccessTokenRefresh(requestTime);
   };
   accessTokenOperationQueue_->cancelAllOperations();

@@ -57,7 +57,7 @@ std::shared_ptr<URLSessionUploadTask> KXNetworking::feedUploadTaskForData(
     const std::optional<Data> &data, const std::optional<std::string> &hostname,
     const std::optional<std::string> &accessToken, const std::shared_ptr<URLSession> &session,
     URLSession::CompletionHandler completionHandler) {
-  const auto path = kxPublisherFeedPathLogData();
+  const auto path = feedPathLogData();
   if (session == nullptr || !accessToken || !data || !path) return nullptr;
   auto url = urlForApiPath(path, hostname);
   if (!url) return nullptr;

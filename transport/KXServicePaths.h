@@ -12,9 +12,9 @@ namespace kx {
 // the host may set a variable, or clear it, only while nothing of the library runs.
 
 /// `kxPublisherApiPathGetToken`: the path of the login endpoint; absent when the host has cleared it.
-KX_EXPORT std::optional<std::string> kxPublisherApiPathGetToken();
+KX_EXPORT std::optional<std::string> apiPathGetToken();
 
 /// `kxPublisherFeedPathLogData`: the path of the message endpoint; absent when the host has cleared it.
-KX_EXPORT std::optional<std::string> kxPublisherFeedPathLogData();
+KX_EXPORT std::optional<std::string> feedPathLogData();
 
 }  // namespace kx

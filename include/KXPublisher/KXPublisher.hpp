@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "KXPublisher/platform/Timer.h"
+#include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
 #include "KXPublisher/platform/foundation/Object.h"
 #include "KXPublisher/platform/foundation/Value.h"
@@ -74,7 +74,7 @@ class KX_EXPORT KXPublisher : public Object {
   std::string description() const override;
 
   /// `logData:`: what the report timers call: `logDataAsync:` with true.
-  void logData(const std::shared_ptr<Timer> &sender);
+  void logData(const std::shared_ptr<RunLoopTimer> &sender);
 
   /// `logDataAsync:`: makes one message and, if its advertising identifier is present, not empty and not all
   /// zeros, hands it to the logger; otherwise drops it without a line in the log.
@@ -89,7 +89,7 @@ class KX_EXPORT KXPublisher : public Object {
   /// `kxLogger`: where messages go.
   std::shared_ptr<KXLogger> kxLogger() const { return kxLogger_.get(); }
   /// `logTimer`: the repeating report's timer; a null pointer in the background.
-  std::shared_ptr<Timer> logTimer() const { return logTimer_.get(); }
+  std::shared_ptr<RunLoopTimer> logTimer() const { return logTimer_.get(); }
   /// `kxLog`: the library's log.
   std::shared_ptr<KXLog> kxLog() const { return kxLog_.get(); }
 
@@ -104,7 +104,7 @@ class KX_EXPORT KXPublisher : public Object {
 
   AtomicProperty<std::vector<std::shared_ptr<KXData>>> dataProviders_;
   AtomicProperty<std::shared_ptr<KXLogger>> kxLogger_;
-  AtomicProperty<std::shared_ptr<Timer>> logTimer_;
+  AtomicProperty<std::shared_ptr<RunLoopTimer>> logTimer_;
   AtomicProperty<std::shared_ptr<KXLog>> kxLog_;
 };
 

@@ -20,11 +20,11 @@ BackgroundTaskIdentifier AppleApplication::beginBackgroundTaskWithName(
                                                    expirationHandler:^{
                                                      runAtBoundary(expirationHandler);
                                                    }];
-  return task == ::UIBackgroundTaskInvalid ? UIBackgroundTaskInvalid : task;
+  return task == ::UIBackgroundTaskInvalid ? invalidBackgroundTask : task;
 }
 
 void AppleApplication::endBackgroundTask(BackgroundTaskIdentifier identifier) {
-  const UIBackgroundTaskIdentifier task = identifier == UIBackgroundTaskInvalid
+  const UIBackgroundTaskIdentifier task = identifier == invalidBackgroundTask
                                               ? ::UIBackgroundTaskInvalid
                                               : static_cast<UIBackgroundTaskIdentifier>(identifier);
   [[UIApplication sharedApplication] endBackgroundTask:task];

@@ -9,15 +9,15 @@ namespace kx {
 
 /// Runs `block` at once when called on the main thread, otherwise soon, on the main thread. For what may be
 /// used on that thread only.
-void performOnMainThread(Block block);
+void performOnMainThread(WorkItem block);
 
 /// A queue of libdispatch. What a task throws ends with it.
 class KX_EXPORT AppleDispatchQueue : public DispatchQueue {
  public:
   explicit AppleDispatchQueue(dispatch_queue_t _Nonnull queue) : queue_(queue) {}
 
-  void async(Block task) override;
-  void sync(Block task) override;
+  void async(WorkItem task) override;
+  void sync(WorkItem task) override;
 
  private:
   const dispatch_queue_t _Nonnull queue_;

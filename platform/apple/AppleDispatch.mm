@@ -11,33 +11,33 @@ namespace {
 
 void runOwnedTask(void *context) {
   runAtBoundary([context] {
-    const std::unique_ptr<Block> task(static_cast<Block *>(context));
+    const std::unique_ptr<WorkItem> task(static_cast<WorkItem *>(context));
     (*task)();
   });
 }
 
 void runCallersTask(void *context) {
   runAtBoundary([context] {
-    const Block task = std::move(*static_cast<Block *>(context));
+    const WorkItem task = std::move(*static_cast<WorkItem *>(context));
     task();
   });
 }
 
 }  // namespace
 
-void performOnMainThread(Block block) {
+void performOnMainThread(WorkItem block) {
   if ([NSThread isMainThread]) {
     block();
   } else {
-    dispatch_async_f(dispatch_get_main_queue(), new Block(std::move(block)), &runOwnedTask);
+    dispatch_async_f(dispatch_get_main_queue(), new WorkItem(std::move(block)), &runOwnedTask);
   }
 }
 
-void AppleDispatchQueue::async(Block task) {
-  dispatch_async_f(queue_, new Block(std::move(task)), &runOwnedTask);
+void AppleDispatchQueue::async(WorkItem task) {
+  dispatch_async_f(queue_, new WorkItem(std::move(task)), &runOwnedTask);
 }
 
-void AppleDispatchQueue::sync(Block task) {
+void AppleDispatchQueue::sync(WorkItem task) {
   dispatch_sync_f(queue_, &task, &runCallersTask);
 }
 

@@ -7,7 +7,7 @@ namespace kx {
 /// `mainQueue` of NSOperationQueue.
 class KX_EXPORT AppleMainOperationQueue : public OperationQueue {
  public:
-  void addOperation(Block operation) override;
+  void addOperation(WorkItem operation) override;
 };
 
 }  // namespace kx

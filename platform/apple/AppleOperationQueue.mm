@@ -6,7 +6,7 @@
 
 namespace kx {
 
-void AppleMainOperationQueue::addOperation(Block operation) {
+void AppleMainOperationQueue::addOperation(WorkItem operation) {
   NSBlockOperation *const blockOperation = [NSBlockOperation blockOperationWithBlock:^{
     runAtBoundary(operation);
   }];

@@ -20,7 +20,7 @@ class KX_EXPORT AppleRunLoop : public RunLoop {
 
   /// An NSRunLoop is for its own thread only: called on another one for the main run loop, this leaves the
   /// work to the main thread. The timer counts from its making all the same.
-  void addTimer(const std::shared_ptr<Timer> &timer, RunLoopMode mode) override;
+  void addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode mode) override;
 
  private:
   NSRunLoop *const _Nonnull runLoop_;
@@ -34,8 +34,9 @@ class KX_EXPORT AppleRunLoopService : public RunLoopService {
 
   std::shared_ptr<RunLoop> mainRunLoop() override { return main_; }
   std::shared_ptr<RunLoop> currentRunLoop() override;
-  std::shared_ptr<Timer> timerWithTimeInterval(double timeInterval, const std::shared_ptr<Object> &target,
-                                               Selector selector, bool repeats) override;
+  std::shared_ptr<RunLoopTimer> timerWithTimeInterval(double timeInterval,
+                                                      const std::shared_ptr<Object> &target,
+                                                      Selector selector, bool repeats) override;
 
  private:
   const std::shared_ptr<AppleRunLoop> main_;

@@ -20,7 +20,7 @@ AppleRunLoop::~AppleRunLoop() {
   CFRelease(cfRunLoop_);
 }
 
-void AppleRunLoop::addTimer(const std::shared_ptr<Timer> &timer, RunLoopMode mode) {
+void AppleRunLoop::addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode mode) {
   auto appleTimer = std::dynamic_pointer_cast<AppleTimer>(timer);
   if (appleTimer == nullptr) return;
   NSRunLoop *const runLoop = runLoop_;
@@ -42,9 +42,8 @@ std::shared_ptr<RunLoop> AppleRunLoopService::currentRunLoop() {
   return std::make_shared<AppleRunLoop>([NSRunLoop currentRunLoop], current);
 }
 
-std::shared_ptr<Timer> AppleRunLoopService::timerWithTimeInterval(double timeInterval,
-                                                                  const std::shared_ptr<Object> &target,
-                                                                  Selector selector, bool repeats) {
+std::shared_ptr<RunLoopTimer> AppleRunLoopService::timerWithTimeInterval(
+    double timeInterval, const std::shared_ptr<Object> &target, Selector selector, bool repeats) {
   return AppleTimer::make(timeInterval, target, selector, repeats);
 }
 

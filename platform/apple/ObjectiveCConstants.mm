@@ -83,10 +83,10 @@ KX_TEXT(dataKeyAsnName, "asn")
 
 namespace kx {
 
-std::optional<std::string> kxPublisherApiPathGetToken() {
+std::optional<std::string> apiPathGetToken() {
   return textOf(::kxPublisherApiPathGetToken);
 }
-std::optional<std::string> kxPublisherFeedPathLogData() {
+std::optional<std::string> feedPathLogData() {
   return textOf(::kxPublisherFeedPathLogData);
 }
 

@@ -34,7 +34,7 @@ BackgroundTaskIdentifier SimulatedApplication::beginBackgroundTaskWithName(
 
 void SimulatedApplication::endBackgroundTask(BackgroundTaskIdentifier identifier) {
   endedIdentifiers.push_back(identifier);
-  if (identifier == UIBackgroundTaskInvalid || identifier > backgroundTasks.size()) return;
+  if (identifier == invalidBackgroundTask || identifier > backgroundTasks.size()) return;
   backgroundTasks[identifier - 1].ended = true;
   backgroundTasks[identifier - 1].expirationHandler = nullptr;
 }

@@ -115,14 +115,14 @@ std::vector<SimulatedRequest> SimulatedCollectionService::requestsFor(const std:
 
 class SimulatedURLSessionService::Task : public URLSessionUploadTask {
  public:
-  explicit Task(Block start) : start_(std::move(start)) {}
+  explicit Task(WorkItem start) : start_(std::move(start)) {}
 
   void resume() override {
-    if (const Block start = std::exchange(start_, nullptr)) start();
+    if (const WorkItem start = std::exchange(start_, nullptr)) start();
   }
 
  private:
-  Block start_;
+  WorkItem start_;
 };
 
 class SimulatedURLSessionService::Session : public URLSession {

@@ -12,7 +12,7 @@ constexpr double shortestTimeInterval = 0.0001;  // seconds
 
 }  // namespace
 
-class SimulatedRunLoopService::SimulatedTimer : public Timer {
+class SimulatedRunLoopService::SimulatedTimer : public RunLoopTimer {
  public:
   SimulatedTimer(SimulatedScheduler &scheduler, double timeInterval, std::shared_ptr<Object> target,
                  Selector selector, bool repeats)
@@ -65,7 +65,7 @@ class SimulatedRunLoopService::Loop : public RunLoop {
  public:
   explicit Loop(bool runs) : runs_(runs) {}
 
-  void addTimer(const std::shared_ptr<Timer> &timer, RunLoopMode /*mode*/) override {
+  void addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode /*mode*/) override {
     const auto simulated = std::dynamic_pointer_cast<SimulatedTimer>(timer);
     if (simulated != nullptr && runs_) simulated->install();
   }
@@ -81,9 +81,8 @@ std::shared_ptr<RunLoop> SimulatedRunLoopService::currentRunLoop() {
   return scheduler_.isMainThread() ? main_ : worker_;
 }
 
-std::shared_ptr<Timer> SimulatedRunLoopService::timerWithTimeInterval(double timeInterval,
-                                                                      const std::shared_ptr<Object> &target,
-                                                                      Selector selector, bool repeats) {
+std::shared_ptr<RunLoopTimer> SimulatedRunLoopService::timerWithTimeInterval(
+    double timeInterval, const std::shared_ptr<Object> &target, Selector selector, bool repeats) {
   return std::make_shared<SimulatedTimer>(scheduler_, timeInterval, target, selector, repeats);
 }
 

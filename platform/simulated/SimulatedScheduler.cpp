@@ -40,15 +40,15 @@ DispatchQueue &SimulatedScheduler::globalQueue(DispatchQueuePriority priority) {
   return background_;
 }
 
-void SimulatedScheduler::Queue::async(Block task) {
+void SimulatedScheduler::Queue::async(WorkItem task) {
   scheduler_.submit(*this, std::move(task));
 }
 
-void SimulatedScheduler::Queue::sync(Block task) {
+void SimulatedScheduler::Queue::sync(WorkItem task) {
   scheduler_.submitAndWait(*this, task);
 }
 
-void SimulatedScheduler::submit(Queue &queue, Block work) {
+void SimulatedScheduler::submit(Queue &queue, WorkItem work) {
   ready_.push_back({&queue, std::move(work)});
   if (&queue == &background_ && backgroundTasksRunAtOnce_) {
     run(std::prev(ready_.end()));
@@ -69,7 +69,7 @@ void SimulatedScheduler::preempt() {
   }
 }
 
-void SimulatedScheduler::submitAndWait(Queue &queue, const Block &work) {
+void SimulatedScheduler::submitAndWait(Queue &queue, const WorkItem &work) {
   if (&queue == &main_ && onMainThread_) {
     throw SimulatedDeadlock("the main thread waits for the main queue, and so for itself");
   }
@@ -140,7 +140,7 @@ void SimulatedScheduler::advance(double seconds) {
   tasksAtThisTime_ = 0;
 }
 
-void SimulatedScheduler::after(double delay, DispatchQueue &queue, Block task) {
+void SimulatedScheduler::after(double delay, DispatchQueue &queue, WorkItem task) {
   later_.emplace(uptime_ + delay, Task{static_cast<Queue *>(&queue), std::move(task)});
 }
 

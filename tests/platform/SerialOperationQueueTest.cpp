@@ -12,7 +12,7 @@ class SerialOperationQueueTest : public SimulatedTest {
   std::shared_ptr<SerialOperationQueue> queue = std::make_shared<SerialOperationQueue>();
   std::vector<int> ran;
 
-  Block operation(int number) {
+  WorkItem operation(int number) {
     return [this, number] { ran.push_back(number); };
   }
 };

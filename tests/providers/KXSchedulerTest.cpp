@@ -11,15 +11,15 @@ namespace {
 
 class Target : public Object {
  public:
-  void tick(const std::shared_ptr<Timer> &timer) {
+  void tick(const std::shared_ptr<RunLoopTimer> &timer) {
     ++ticks;
     lastTimer = timer;
   }
-  void tock(const std::shared_ptr<Timer> &) { ++tocks; }
+  void tock(const std::shared_ptr<RunLoopTimer> &) { ++tocks; }
 
   int ticks = 0;
   int tocks = 0;
-  std::shared_ptr<Timer> lastTimer;
+  std::shared_ptr<RunLoopTimer> lastTimer;
 };
 
 class Namesake : public Target {
@@ -35,7 +35,9 @@ class KXSchedulerTest : public SimulatedTest {
   std::shared_ptr<KXScheduler> scheduler = KXScheduler::sharedInstance();
   std::shared_ptr<Target> target = std::make_shared<Target>();
 
-  std::shared_ptr<Timer> timer() const { return scheduler->scheduleInfoForTarget(target, tick)->timer(); }
+  std::shared_ptr<RunLoopTimer> timer() const {
+    return scheduler->scheduleInfoForTarget(target, tick)->timer();
+  }
 };
 
 TEST_F(KXSchedulerTest, IsOneInAProcess) {

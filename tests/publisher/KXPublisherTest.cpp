@@ -190,8 +190,7 @@ TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheTimeRunsOutAndTheWorkerEndsN
   application.expireBackgroundTasks();
   EXPECT_TRUE(application.backgroundTasks[0].ended);
   device.runReadyTasks();
-  EXPECT_EQ(application.endedIdentifiers,
-            (std::vector<BackgroundTaskIdentifier>{1, UIBackgroundTaskInvalid}));
+  EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1, invalidBackgroundTask}));
   EXPECT_EQ(sent(), 2u);
 }
 
@@ -205,8 +204,7 @@ TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheWorkerIsDoneAndALateExpirati
   device.runReadyTasks();
   EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1}));
   expirationHandler();
-  EXPECT_EQ(application.endedIdentifiers,
-            (std::vector<BackgroundTaskIdentifier>{1, UIBackgroundTaskInvalid}));
+  EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1, invalidBackgroundTask}));
   EXPECT_EQ(sent(), 2u);
 }
 

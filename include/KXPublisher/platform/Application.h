@@ -18,7 +18,7 @@ enum class BackgroundRefreshStatus { restricted = 0, denied = 1, available = 2 }
 
 /// A background task, as the application knows it (UIBackgroundTaskIdentifier).
 using BackgroundTaskIdentifier = unsigned long;
-inline constexpr BackgroundTaskIdentifier UIBackgroundTaskInvalid = 0;
+inline constexpr BackgroundTaskIdentifier invalidBackgroundTask = 0;
 
 /// The host application (the shared UIApplication object).
 class KX_EXPORT Application : public Object {

@@ -7,7 +7,7 @@
 namespace kx {
 
 /// A piece of work, run once.
-using Block = std::function<void()>;
+using WorkItem = std::function<void()>;
 
 /// The priorities of the global queues, highest first.
 enum class DispatchQueuePriority { high, standard, low, background };
@@ -19,11 +19,11 @@ class KX_EXPORT DispatchQueue {
   virtual ~DispatchQueue() = default;
 
   /// `dispatch_async`: adds a task and returns at once. Tasks start in the order in which they were added.
-  virtual void async(Block task) = 0;
+  virtual void async(WorkItem task) = 0;
 
   /// `dispatch_sync`: adds a task and waits until it has run. On the main queue this must never be called on
   /// the main thread, which would wait for itself.
-  virtual void sync(Block task) = 0;
+  virtual void sync(WorkItem task) = 0;
 };
 
 /// The device's queues. May be used from any thread; the queues live as long as the process.

@@ -13,7 +13,7 @@ class KX_EXPORT MainOperationQueue : public OperationQueue {
  public:
   explicit MainOperationQueue(Dispatch &dispatch) : dispatch_(dispatch) {}
 
-  void addOperation(Block operation) override { dispatch_.mainQueue().async(std::move(operation)); }
+  void addOperation(WorkItem operation) override { dispatch_.mainQueue().async(std::move(operation)); }
 
  private:
   Dispatch &dispatch_;

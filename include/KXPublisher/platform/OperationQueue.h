@@ -9,7 +9,7 @@ namespace kx {
 class KX_EXPORT OperationQueue : public Object {
  public:
   /// `addOperation:` with a block operation: adds it and returns; operations start in the order of adding.
-  virtual void addOperation(Block operation) = 0;
+  virtual void addOperation(WorkItem operation) = 0;
 };
 
 }  // namespace kx

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "KXPublisher/platform/Timer.h"
+#include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/foundation/Object.h"
 #include "KXPublisher/platform/foundation/Selector.h"
 
@@ -17,7 +17,7 @@ class KX_EXPORT RunLoop : public Object {
  public:
   /// `addTimer:forMode:`: installs a timer; from now on it fires, on this loop's thread. May be called from
   /// any thread. An invalid timer, or one that another platform made, is ignored.
-  virtual void addTimer(const std::shared_ptr<Timer> &timer, RunLoopMode mode) = 0;
+  virtual void addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode mode) = 0;
 };
 
 /// The device's run loops and the making of timers. May be used from any thread.
@@ -36,9 +36,9 @@ class KX_EXPORT RunLoopService {
   /// seconds (0.1 ms, if it is not positive) and counts from now; a repeating timer is due at now + k x
   /// `timeInterval`, however late it fires, and does not make up for firings that it missed. Neither a change
   /// of the clock nor the time that the device sleeps counts.
-  virtual std::shared_ptr<Timer> timerWithTimeInterval(double timeInterval,
-                                                       const std::shared_ptr<Object> &target,
-                                                       Selector selector, bool repeats) = 0;
+  virtual std::shared_ptr<RunLoopTimer> timerWithTimeInterval(double timeInterval,
+                                                              const std::shared_ptr<Object> &target,
+                                                              Selector selector, bool repeats) = 0;
 };
 
 }  // namespace kx

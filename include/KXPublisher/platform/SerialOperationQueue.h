@@ -14,7 +14,7 @@ namespace kx {
 /// Always held by a `std::shared_ptr`; operations that wait or run keep it alive.
 class KX_EXPORT SerialOperationQueue : public OperationQueue {
  public:
-  void addOperation(Block operation) override;
+  void addOperation(WorkItem operation) override;
 
   /// `cancelAllOperations`: operations that have not started yet never run; one that runs finishes.
   void cancelAllOperations();
@@ -24,7 +24,7 @@ class KX_EXPORT SerialOperationQueue : public OperationQueue {
   void runNextOperation();
 
   std::mutex mutex_;
-  std::deque<Block> waiting_;
+  std::deque<WorkItem> waiting_;
   bool submitted_ = false;  ///< a worker runs an operation, or is asked to
 };
 

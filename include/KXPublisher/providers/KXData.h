@@ -3,8 +3,8 @@
 #include <atomic>
 #include <memory>
 
+#include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/SerialOperationQueue.h"
-#include "KXPublisher/platform/Timer.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
 #include "KXPublisher/platform/foundation/MutableDictionary.h"
 #include "KXPublisher/platform/foundation/Object.h"
@@ -68,7 +68,7 @@ class KX_EXPORT KXData : public Object {
   /// empties the data.
   void updateMonitoring();
   /// `updateDataWithTimer:`: what the timer calls, on the main thread; calls `updateData`.
-  void updateDataWithTimer(const std::shared_ptr<Timer> &timer);
+  void updateDataWithTimer(const std::shared_ptr<RunLoopTimer> &timer);
 
   /// `computeDataOperationQueue`: a null pointer while the provider is being built.
   std::shared_ptr<SerialOperationQueue> computeDataOperationQueue() const {

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <memory>
 
-#include "KXPublisher/platform/Timer.h"
+#include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
 #include "KXPublisher/platform/foundation/Object.h"
 #include "KXPublisher/platform/foundation/Selector.h"
@@ -15,14 +15,14 @@ namespace kx {
 class KX_EXPORT KXScheduleInfo : public Object {
  public:
   /// `initWithTimer:forTarget:selector:withTimeInterval:`
-  KXScheduleInfo(std::shared_ptr<Timer> timer, std::shared_ptr<Object> forTarget, Selector selector,
+  KXScheduleInfo(std::shared_ptr<RunLoopTimer> timer, std::shared_ptr<Object> forTarget, Selector selector,
                  double withTimeInterval);
   /// `dealloc`: invalidates the timer.
   ~KXScheduleInfo() override;
 
   /// `timer`: the timer that is installed for the pair; invalid while the pair is paused.
-  std::shared_ptr<Timer> timer() const { return timer_.get(); }
-  void setTimer(std::shared_ptr<Timer> timer) { timer_.set(std::move(timer)); }
+  std::shared_ptr<RunLoopTimer> timer() const { return timer_.get(); }
+  void setTimer(std::shared_ptr<RunLoopTimer> timer) { timer_.set(std::move(timer)); }
 
   /// `target`: the object that the timer calls. The record keeps it alive.
   std::shared_ptr<Object> target() const { return target_.get(); }
@@ -37,7 +37,7 @@ class KX_EXPORT KXScheduleInfo : public Object {
   void setTimeInterval(double timeInterval) { timeInterval_ = timeInterval; }
 
  private:
-  AtomicProperty<std::shared_ptr<Timer>> timer_;
+  AtomicProperty<std::shared_ptr<RunLoopTimer>> timer_;
   AtomicProperty<std::shared_ptr<Object>> target_;
   AtomicProperty<Selector> selector_;
   std::atomic<double> timeInterval_{0.0};

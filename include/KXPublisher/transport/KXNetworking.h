@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/SerialOperationQueue.h"
-#include "KXPublisher/platform/Timer.h"
 #include "KXPublisher/platform/URLSession.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
 #include "KXPublisher/platform/foundation/Data.h"
@@ -116,7 +116,7 @@ class KX_EXPORT KXNetworking : public Object {
   double lastAccessTokenRequestTimeInterval() const { return lastAccessTokenRequestTimeInterval_; }
   /// `accessTokenRequestTimer`: the latest retry timer, valid while it waits; a null pointer before the
   /// first.
-  std::shared_ptr<Timer> accessTokenRequestTimer() const { return accessTokenRequestTimer_.get(); }
+  std::shared_ptr<RunLoopTimer> accessTokenRequestTimer() const { return accessTokenRequestTimer_.get(); }
   /// `accessTokenWaitingResponse`: whether a login is outstanding.
   bool accessTokenWaitingResponse() const { return accessTokenWaitingResponse_; }
 
@@ -134,7 +134,7 @@ class KX_EXPORT KXNetworking : public Object {
   AtomicProperty<std::optional<std::string>> hostname_;
   const std::shared_ptr<SerialOperationQueue> accessTokenOperationQueue_;
   AtomicProperty<std::optional<std::string>> accessToken_;
-  AtomicProperty<std::shared_ptr<Timer>> accessTokenRequestTimer_;
+  AtomicProperty<std::shared_ptr<RunLoopTimer>> accessTokenRequestTimer_;
 
   // Plain numbers, guarded by the order in which they are written: waiting is set before a login starts and
   // cleared only after the token, its time and the delay are stored.

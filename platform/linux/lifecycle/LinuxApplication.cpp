@@ -109,11 +109,11 @@ const char *LinuxApplication::nextTransition() {
 
 BackgroundTaskIdentifier LinuxApplication::beginBackgroundTaskWithName(
     const std::string & /*name*/, std::function<void()> expirationHandler) {
-  BackgroundTaskIdentifier identifier = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier identifier = invalidBackgroundTask;
   bool isReason = false;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (!canDelaySleep_) return UIBackgroundTaskInvalid;
+    if (!canDelaySleep_) return invalidBackgroundTask;
     identifier = ++lastBackgroundTask_;
     isReason = isInBackground_ && backgroundTasks_.empty();
     backgroundTasks_.emplace(identifier, std::move(expirationHandler));

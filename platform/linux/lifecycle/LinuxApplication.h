@@ -78,7 +78,7 @@ class KX_EXPORT LinuxApplication : public Application {
   bool canDelaySleep_ = true;             ///< false once an announced sleep is delayed no longer
   bool isInBackground_ = false;           ///< after the transitions that wait
   std::deque<const char *> transitions_;  ///< the notifications that have not been posted yet
-  BackgroundTaskIdentifier lastBackgroundTask_ = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier lastBackgroundTask_ = invalidBackgroundTask;
   std::map<BackgroundTaskIdentifier, std::function<void()>> backgroundTasks_;  ///< their expiration handlers
 };
 

@@ -10,7 +10,7 @@ namespace {
 
 /// Hands a task to `submit`, which has another thread run it, and waits until it has run, however it ended.
 template <class Submit>
-void submitAndWait(Block task, Submit &&submit) {
+void submitAndWait(WorkItem task, Submit &&submit) {
   struct Waiting {
     std::mutex mutex;
     std::condition_variable changed;
@@ -51,19 +51,19 @@ DispatchQueue &LinuxDispatch::globalQueue(DispatchQueuePriority priority) {
   return background_;
 }
 
-void LinuxDispatch::MainQueue::async(Block task) {
+void LinuxDispatch::MainQueue::async(WorkItem task) {
   loop_.perform(std::move(task));
 }
 
-void LinuxDispatch::MainQueue::sync(Block task) {
+void LinuxDispatch::MainQueue::sync(WorkItem task) {
   if (loop_.runsOnCurrentThread()) {
     task();
   } else {
-    submitAndWait(std::move(task), [this](Block waitedFor) { loop_.perform(std::move(waitedFor)); });
+    submitAndWait(std::move(task), [this](WorkItem waitedFor) { loop_.perform(std::move(waitedFor)); });
   }
 }
 
-void LinuxDispatch::GlobalQueue::async(Block task) {
+void LinuxDispatch::GlobalQueue::async(WorkItem task) {
   LinuxWorkerPool &pool = dispatch_.pool_;
   if (priority_ == DispatchQueuePriority::background && !dispatch_.mainRunLoop_->runsOnAnotherThread()) {
     dispatch_.mainRunLoop_->perform([&pool, task = std::move(task)]() mutable {
@@ -74,12 +74,12 @@ void LinuxDispatch::GlobalQueue::async(Block task) {
   }
 }
 
-void LinuxDispatch::GlobalQueue::sync(Block task) {
+void LinuxDispatch::GlobalQueue::sync(WorkItem task) {
   if (LinuxWorkerPool::isWorker(priority_)) {
     task();
   } else {
     submitAndWait(std::move(task),
-                  [this](Block waitedFor) { dispatch_.pool_.submit(priority_, std::move(waitedFor)); });
+                  [this](WorkItem waitedFor) { dispatch_.pool_.submit(priority_, std::move(waitedFor)); });
   }
 }
 

@@ -33,8 +33,8 @@ class KX_EXPORT LinuxDispatch : public Dispatch {
   class MainQueue : public DispatchQueue {
    public:
     explicit MainQueue(LinuxRunLoop &loop) : loop_(loop) {}
-    void async(Block task) override;
-    void sync(Block task) override;
+    void async(WorkItem task) override;
+    void sync(WorkItem task) override;
 
    private:
     LinuxRunLoop &loop_;
@@ -43,8 +43,8 @@ class KX_EXPORT LinuxDispatch : public Dispatch {
    public:
     GlobalQueue(LinuxDispatch &dispatch, DispatchQueuePriority priority)
         : dispatch_(dispatch), priority_(priority) {}
-    void async(Block task) override;
-    void sync(Block task) override;
+    void async(WorkItem task) override;
+    void sync(WorkItem task) override;
 
    private:
     LinuxDispatch &dispatch_;

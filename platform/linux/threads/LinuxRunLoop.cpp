@@ -25,7 +25,7 @@ std::mutex mutex;
 
 }  // namespace
 
-class LinuxTimer : public Timer {
+class LinuxTimer : public RunLoopTimer {
  public:
   LinuxTimer(double timeInterval, std::shared_ptr<Object> target, Selector selector, bool repeats)
       : created_(g_get_monotonic_time()),
@@ -116,7 +116,7 @@ bool LinuxRunLoop::runsOnAnotherThread() const {
   return thread != std::thread::id() && thread != std::this_thread::get_id();
 }
 
-void LinuxRunLoop::perform(Block block) {
+void LinuxRunLoop::perform(WorkItem block) {
   {
     const std::lock_guard<std::mutex> lock(mutex);
     tasks_.push_back(std::move(block));
@@ -124,7 +124,7 @@ void LinuxRunLoop::perform(Block block) {
   g_main_context_wakeup(context_);
 }
 
-void LinuxRunLoop::addTimer(const std::shared_ptr<Timer> &timer, RunLoopMode /*mode*/) {
+void LinuxRunLoop::addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode /*mode*/) {
   const auto linuxTimer = std::dynamic_pointer_cast<LinuxTimer>(timer);
   if (linuxTimer == nullptr) return;
   {
@@ -172,12 +172,12 @@ int LinuxRunLoop::untilNextDue() {
 
 void LinuxRunLoop::runTasks() {
   // Those that are there now: tasks that submit tasks must not keep the loop from its other sources.
-  std::deque<Block> tasks;
+  std::deque<WorkItem> tasks;
   {
     const std::lock_guard<std::mutex> lock(mutex);
     tasks.swap(tasks_);
   }
-  for (Block &task : tasks) {
+  for (WorkItem &task : tasks) {
     runAtBoundary([&task] { std::exchange(task, nullptr)(); });
   }
 }
@@ -214,9 +214,8 @@ std::shared_ptr<RunLoop> LinuxRunLoopService::currentRunLoop() {
   return loop;
 }
 
-std::shared_ptr<Timer> LinuxRunLoopService::timerWithTimeInterval(double timeInterval,
-                                                                  const std::shared_ptr<Object> &target,
-                                                                  Selector selector, bool repeats) {
+std::shared_ptr<RunLoopTimer> LinuxRunLoopService::timerWithTimeInterval(
+    double timeInterval, const std::shared_ptr<Object> &target, Selector selector, bool repeats) {
   return std::make_shared<LinuxTimer>(timeInterval, target, selector, repeats);
 }
 

@@ -40,9 +40,9 @@ class KX_EXPORT LinuxRunLoop : public RunLoop {
 
   /// `CFRunLoopPerformBlock`: has `block` run on the loop's thread, after those that were handed over
   /// earlier. May be called from any thread.
-  void perform(Block block);
+  void perform(WorkItem block);
 
-  void addTimer(const std::shared_ptr<Timer> &timer, RunLoopMode mode) override;
+  void addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode mode) override;
 
  private:
   friend class LinuxTimer;
@@ -64,7 +64,7 @@ class KX_EXPORT LinuxRunLoop : public RunLoop {
 
   GMainContext *const context_;
   std::atomic<std::thread::id> thread_{};  ///< that has run the loop last; none before it first runs
-  std::deque<Block> tasks_;
+  std::deque<WorkItem> tasks_;
   Timers timers_;
 };
 
@@ -79,8 +79,9 @@ class KX_EXPORT LinuxRunLoopService : public RunLoopService {
   /// The loop of the context that is the calling thread's default by GLib's rule, as for all of GIO's
   /// asynchronous operations: a thread that has pushed no context of its own has the main run loop.
   std::shared_ptr<RunLoop> currentRunLoop() override;
-  std::shared_ptr<Timer> timerWithTimeInterval(double timeInterval, const std::shared_ptr<Object> &target,
-                                               Selector selector, bool repeats) override;
+  std::shared_ptr<RunLoopTimer> timerWithTimeInterval(double timeInterval,
+                                                      const std::shared_ptr<Object> &target,
+                                                      Selector selector, bool repeats) override;
 
   /// The main run loop as what it is here.
   const std::shared_ptr<LinuxRunLoop> &linuxMainRunLoop() const { return main_; }

@@ -51,7 +51,7 @@ bool LinuxWorkerPool::needsThread(const Lane &lane) {
   return !lane.waiting.empty() && !lane.starting && !lane.refused && lane.threads < maximumThreads;
 }
 
-void LinuxWorkerPool::submit(DispatchQueuePriority priority, Block task) {
+void LinuxWorkerPool::submit(DispatchQueuePriority priority, WorkItem task) {
   bool needsThread = false;
   bool needsLauncher = false;
   {
@@ -121,7 +121,7 @@ void LinuxWorkerPool::work(Lane &lane) {
   std::unique_lock<std::mutex> lock(mutex_);
   lane.starting = false;
   while (!lane.waiting.empty()) {
-    Block task = std::move(lane.waiting.front());
+    WorkItem task = std::move(lane.waiting.front());
     lane.waiting.pop_front();
     const bool another = needsThread(lane);
     lock.unlock();

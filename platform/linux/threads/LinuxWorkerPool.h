@@ -35,7 +35,7 @@ class KX_EXPORT LinuxWorkerPool {
 
   /// Has `task` run on a worker of that priority, in the order of submission. What it throws is reported on
   /// the console. When no thread can be made the task waits for the next submission.
-  void submit(DispatchQueuePriority priority, Block task);
+  void submit(DispatchQueuePriority priority, WorkItem task);
 
   /// Whether the calling thread is a worker of that priority.
   static bool isWorker(DispatchQueuePriority priority);
@@ -46,7 +46,7 @@ class KX_EXPORT LinuxWorkerPool {
     LinuxWorkerPool *pool;
     const char *threadName;  ///< 15 characters at most
     int niceIncrement;
-    std::deque<Block> waiting;
+    std::deque<WorkItem> waiting;
     unsigned threads = 0;
     bool starting = false;  ///< one of them has not come to its first task
     bool refused = false;   ///< the last one could not be made; not tried again before the next submission

@@ -38,7 +38,7 @@ TEST(AppleApplication, BeginsAndEndsBackgroundTasksByTheirIdentifiers) {
 }
 
 TEST(AppleApplication, ABackgroundTaskThatRunsOutOfTimeIsTold) {
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   int expirations = 0;
   task = application().beginBackgroundTaskWithName("task", [&] {
     ++expirations;
@@ -64,9 +64,9 @@ TEST(AppleApplication, ReleasesWhatTheExpirationHandlerHoldsWithTheTask) {
 
 TEST(AppleApplication, ATaskThatIsNotGrantedIsInvalid) {
   standin::application().grantsBackgroundTasks = false;
-  EXPECT_EQ(application().beginBackgroundTaskWithName("task", [] {}), UIBackgroundTaskInvalid);
+  EXPECT_EQ(application().beginBackgroundTaskWithName("task", [] {}), invalidBackgroundTask);
   EXPECT_THAT(standin::begunBackgroundTasks(), IsEmpty());
-  application().endBackgroundTask(UIBackgroundTaskInvalid);
+  application().endBackgroundTask(invalidBackgroundTask);
   EXPECT_THAT(standin::endedBackgroundTasks(), ElementsAre(::UIBackgroundTaskInvalid));
 }
 

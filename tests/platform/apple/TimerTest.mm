@@ -17,7 +17,7 @@ namespace {
 /// A target for timers.
 class TimerTarget : public Object {
  public:
-  void fire(const std::shared_ptr<Timer> &timer) {
+  void fire(const std::shared_ptr<RunLoopTimer> &timer) {
     wasValid = timer != nullptr && timer->isValid();
     ++firings;
     if (throws) throw std::runtime_error("thrown by an action");
@@ -30,12 +30,13 @@ class TimerTarget : public Object {
   bool throws = false;
 };
 
-std::shared_ptr<Timer> timerFor(const std::shared_ptr<Object> &target, double seconds, bool repeats = false) {
+std::shared_ptr<RunLoopTimer> timerFor(const std::shared_ptr<Object> &target, double seconds,
+                                       bool repeats = false) {
   return Platform::current().runLoops().timerWithTimeInterval(seconds, target, TimerTarget::selector(),
                                                               repeats);
 }
 
-void install(const std::shared_ptr<Timer> &timer, RunLoopMode mode = RunLoopMode::commonModes) {
+void install(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode mode = RunLoopMode::commonModes) {
   Platform::current().runLoops().mainRunLoop()->addTimer(timer, mode);
 }
 

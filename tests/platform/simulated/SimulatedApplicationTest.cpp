@@ -29,7 +29,7 @@ TEST_F(SimulatedApplicationTest, AnnouncesItsTransitionsAsTheSharedApplication) 
 
 TEST_F(SimulatedApplicationTest, RecordsBackgroundTasks) {
   const auto identifier = application.beginBackgroundTaskWithName("name", [] {});
-  EXPECT_NE(identifier, UIBackgroundTaskInvalid);
+  EXPECT_NE(identifier, invalidBackgroundTask);
   EXPECT_FALSE(application.backgroundTasks.front().ended);
   application.endBackgroundTask(identifier);
   EXPECT_TRUE(application.backgroundTasks.front().ended);
@@ -47,10 +47,9 @@ TEST_F(SimulatedApplicationTest, ExpiresOnlyTasksThatHaveNotEnded) {
 }
 
 TEST_F(SimulatedApplicationTest, EndsAnInvalidTaskWithoutHarm) {
-  application.endBackgroundTask(UIBackgroundTaskInvalid);
+  application.endBackgroundTask(invalidBackgroundTask);
   application.endBackgroundTask(17);
-  EXPECT_EQ(application.endedIdentifiers,
-            (std::vector<BackgroundTaskIdentifier>{UIBackgroundTaskInvalid, 17}));
+  EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{invalidBackgroundTask, 17}));
 }
 
 TEST_F(SimulatedApplicationTest, TellsTheRefreshStatusOnTheMainThreadOnly) {

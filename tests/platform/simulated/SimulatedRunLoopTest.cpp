@@ -10,7 +10,7 @@ class Target : public Object {
  public:
   explicit Target(SimulatedPlatform &device) : device_(device) {}
 
-  void fire(const std::shared_ptr<Timer> &timer) {
+  void fire(const std::shared_ptr<RunLoopTimer> &timer) {
     times.push_back(device_.scheduler.uptime());
     onMainThread = device_.scheduler.isMainThread();
     validInAction = timer->isValid();
@@ -28,11 +28,11 @@ class SimulatedRunLoopTest : public SimulatedTest {
  protected:
   std::shared_ptr<Target> target = std::make_shared<Target>(device);
 
-  std::shared_ptr<Timer> make(double interval, bool repeats) {
+  std::shared_ptr<RunLoopTimer> make(double interval, bool repeats) {
     return device.runLoopService.timerWithTimeInterval(interval, target, Selector::of<&Target::fire>("fire:"),
                                                        repeats);
   }
-  std::shared_ptr<Timer> install(double interval, bool repeats) {
+  std::shared_ptr<RunLoopTimer> install(double interval, bool repeats) {
     const auto timer = make(interval, repeats);
     device.runLoopService.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);
     return timer;

@@ -14,8 +14,9 @@ class KX_EXPORT SimulatedRunLoopService : public RunLoopService {
 
   std::shared_ptr<RunLoop> mainRunLoop() override { return main_; }
   std::shared_ptr<RunLoop> currentRunLoop() override;
-  std::shared_ptr<Timer> timerWithTimeInterval(double timeInterval, const std::shared_ptr<Object> &target,
-                                               Selector selector, bool repeats) override;
+  std::shared_ptr<RunLoopTimer> timerWithTimeInterval(double timeInterval,
+                                                      const std::shared_ptr<Object> &target,
+                                                      Selector selector, bool repeats) override;
 
  private:
   class Loop;

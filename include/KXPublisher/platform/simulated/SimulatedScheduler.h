@@ -38,7 +38,7 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   double uptime() const { return uptime_; }
 
   /// Has a task become ready on that queue in `delay` seconds.
-  void after(double delay, DispatchQueue &queue, Block task);
+  void after(double delay, DispatchQueue &queue, WorkItem task);
 
   /// From now on every task submitted to the global queue of background priority runs before the submission
   /// returns: the extreme case of a quick worker thread.
@@ -52,20 +52,20 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   class Queue : public DispatchQueue {
    public:
     explicit Queue(SimulatedScheduler &scheduler) : scheduler_(scheduler) {}
-    void async(Block task) override;
-    void sync(Block task) override;
+    void async(WorkItem task) override;
+    void sync(WorkItem task) override;
 
    private:
     SimulatedScheduler &scheduler_;
   };
   struct Task {
     Queue *queue;
-    Block work;
+    WorkItem work;
   };
   using Tasks = std::deque<Task>;
 
-  void submit(Queue &queue, Block work);
-  void submitAndWait(Queue &queue, const Block &work);
+  void submit(Queue &queue, WorkItem work);
+  void submitAndWait(Queue &queue, const WorkItem &work);
   /// Runs one ready task of those that may run; false when there is none.
   bool runOne();
   void run(const Tasks::iterator &task);

@@ -28,14 +28,14 @@ class TestDispatch : public Dispatch {
  private:
   class Worker : public DispatchQueue {
    public:
-    void async(Block task) override {
+    void async(WorkItem task) override {
       {
         const std::lock_guard<std::mutex> lock(mutex_);
         tasks_.push_back(std::move(task));
       }
       changed_.notify_one();
     }
-    void sync(Block) override { throw std::logic_error("nobody waits for an answer"); }
+    void sync(WorkItem) override { throw std::logic_error("nobody waits for an answer"); }
 
     std::thread::id thread() const { return thread_.get_id(); }
     /// Runs what is there and ends the thread.
@@ -54,7 +54,7 @@ class TestDispatch : public Dispatch {
       while (true) {
         changed_.wait(lock, [this] { return ending_ || !tasks_.empty(); });
         if (tasks_.empty()) return;
-        Block task = std::move(tasks_.front());
+        WorkItem task = std::move(tasks_.front());
         tasks_.pop_front();
         lock.unlock();
         std::exchange(task, nullptr)();
@@ -64,7 +64,7 @@ class TestDispatch : public Dispatch {
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<Block> tasks_;
+    std::deque<WorkItem> tasks_;
     bool ending_ = false;
     std::thread thread_{[this] { run(); }};
   };

@@ -143,12 +143,12 @@ TEST_F(LinuxApplicationTest, GrantsEachBackgroundTaskAnIdentifierOfItsOwn) {
     identifiers.insert(application->beginBackgroundTaskWithName("task", [] { FAIL() << "no task expires"; }));
   }
   EXPECT_EQ(identifiers.size(), 100U);
-  EXPECT_EQ(identifiers.count(UIBackgroundTaskInvalid), 0U);
+  EXPECT_EQ(identifiers.count(invalidBackgroundTask), 0U);
 }
 
 TEST_F(LinuxApplicationTest, EndingABackgroundTaskIsHarmlessHoweverOften) {
   const auto identifier = application->beginBackgroundTaskWithName("task", nullptr);
-  for (const auto ended : {identifier, identifier, UIBackgroundTaskInvalid, identifier + 1000}) {
+  for (const auto ended : {identifier, identifier, invalidBackgroundTask, identifier + 1000}) {
     EXPECT_NO_THROW(application->endBackgroundTask(ended));
   }
   EXPECT_NE(application->beginBackgroundTaskWithName("task", nullptr), identifier);

@@ -57,7 +57,7 @@ TEST_F(LogindTemplateTest, SleepIsDelayedInTheApplicationsName) {
 
 TEST_F(LogindTemplateTest, ATaskDelaysSleepUntilItEnds) {
   ASSERT_TRUE(comesToHoldLock(true));
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   onBackground([&] { task = application->beginBackgroundTaskWithName("task", nullptr); });
   prepareForSleep(true);
   ASSERT_TRUE(loopUntil([&] { return posted.size() == 1; }));

@@ -40,7 +40,7 @@ class LogindTroubleTest : public LifecycleTest {
   }
   void expectTasksAreGranted() {
     const auto task = application->beginBackgroundTaskWithName("task", [] { FAIL() << "expired"; });
-    EXPECT_NE(task, UIBackgroundTaskInvalid);
+    EXPECT_NE(task, invalidBackgroundTask);
     application->endBackgroundTask(task);
   }
   std::ptrdiff_t openDescriptors() {
@@ -90,11 +90,11 @@ TEST_F(LogindTroubleTest, WhenLogindGoesTheSystemCountsAsAwakeAndTheLockIsGivenU
   const auto descriptors = openDescriptors();
   start();
   ASSERT_TRUE(comesToHold(1));
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   onBackground([&] { task = application->beginBackgroundTaskWithName("task", nullptr); });
   logind->prepareForSleep(true);
   ASSERT_TRUE(comesTo(1));
-  EXPECT_NE(task, UIBackgroundTaskInvalid);
+  EXPECT_NE(task, invalidBackgroundTask);
   logind.reset();
   ASSERT_TRUE(comesTo(2));
   EXPECT_THAT(posted, ElementsAre(background, foreground));

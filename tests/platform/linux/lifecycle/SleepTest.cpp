@@ -99,10 +99,10 @@ TEST_F(SleepTest, AwakeAgainItDelaysTheNextSleep) {
 }
 
 TEST_F(SleepTest, ATaskThatAnObserverBeginsDelaysSleepUntilItEnds) {
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   onBackground([&] { task = application->beginBackgroundTaskWithName("task", [] { FAIL() << "expired"; }); });
   announceSleep();
-  ASSERT_NE(task, UIBackgroundTaskInvalid);
+  ASSERT_NE(task, invalidBackgroundTask);
   loopFor(milliseconds(100));
   EXPECT_EQ(logind.heldLocks(), 1U);
   std::thread([&] { application->endBackgroundTask(task); }).join();
@@ -124,18 +124,18 @@ TEST_F(SleepTest, TheLastOfSeveralTasksLetsTheSystemSleep) {
 }
 
 TEST_F(SleepTest, WhileSleepIsDelayedAnotherTaskMayBeginAndLaterNone) {
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   onBackground([&] { task = application->beginBackgroundTaskWithName("task", nullptr); });
   announceSleep();
   const auto another = application->beginBackgroundTaskWithName("another", nullptr);
-  EXPECT_NE(another, UIBackgroundTaskInvalid);
+  EXPECT_NE(another, invalidBackgroundTask);
   application->endBackgroundTask(task);
   application->endBackgroundTask(another);
   ASSERT_TRUE(comesToHold(0));
-  EXPECT_EQ(application->beginBackgroundTaskWithName("late", nullptr), UIBackgroundTaskInvalid);
+  EXPECT_EQ(application->beginBackgroundTaskWithName("late", nullptr), invalidBackgroundTask);
   logind.prepareForSleep(false);
   ASSERT_TRUE(comesTo(2));
-  EXPECT_NE(application->beginBackgroundTaskWithName("awake", nullptr), UIBackgroundTaskInvalid);
+  EXPECT_NE(application->beginBackgroundTaskWithName("awake", nullptr), invalidBackgroundTask);
 }
 
 TEST_F(SleepTest, AnObserverThatThrowsDoesNotDelaySleep) {
@@ -195,12 +195,12 @@ TEST_F(SleepTest, SleepAnnouncedTwiceIsOneTransition) {
 }
 
 TEST_F(SleepTest, TheHostsTransitionOnAnotherThreadIsToldBeforeTheSleepLetsGo) {
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   onBackground([&] { task = application->beginBackgroundTaskWithName("task", nullptr); });
   std::thread([this] { application->didEnterBackground(); }).join();
   logind.prepareForSleep(true);
   ASSERT_TRUE(comesTo(1));
-  EXPECT_NE(task, UIBackgroundTaskInvalid);
+  EXPECT_NE(task, invalidBackgroundTask);
   loopFor(milliseconds(100));
   EXPECT_EQ(logind.heldLocks(), 1U);
   application->endBackgroundTask(task);
@@ -210,7 +210,7 @@ TEST_F(SleepTest, TheHostsTransitionOnAnotherThreadIsToldBeforeTheSleepLetsGo) {
 TEST_F(SleepTest, InTheBackgroundOnlyATaskDelaysSleep) {
   application->didEnterBackground();
   EXPECT_TRUE(comesToHold(0));
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   std::thread([&] { task = application->beginBackgroundTaskWithName("task", nullptr); }).join();
   EXPECT_TRUE(comesToHold(1));
   logind.prepareForSleep(true);
@@ -222,7 +222,7 @@ TEST_F(SleepTest, InTheBackgroundOnlyATaskDelaysSleep) {
 }
 
 TEST_F(SleepTest, TheTaskOfTheHostsOwnTransitionKeepsTheLockOfTheForeground) {
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   onBackground([&] { task = application->beginBackgroundTaskWithName("task", nullptr); });
   application->didEnterBackground();
   loopFor(milliseconds(100));
@@ -271,7 +271,7 @@ TEST_F(ExpirationTest, EveryTaskExpiresWhateverTheOthersHandlersDo) {
       refused = application->beginBackgroundTaskWithName("another", nullptr);
       ++expirations;
     });
-    const auto task = std::make_shared<BackgroundTaskIdentifier>(UIBackgroundTaskInvalid);
+    const auto task = std::make_shared<BackgroundTaskIdentifier>(invalidBackgroundTask);
     *task = application->beginBackgroundTaskWithName("ends itself", [this, task, &expirations] {
       application->endBackgroundTask(*task);
       ++expirations;
@@ -280,7 +280,7 @@ TEST_F(ExpirationTest, EveryTaskExpiresWhateverTheOthersHandlersDo) {
   announceSleep();
   EXPECT_TRUE(comesToHold(0));
   EXPECT_EQ(expirations, 2);
-  EXPECT_EQ(refused, UIBackgroundTaskInvalid);
+  EXPECT_EQ(refused, invalidBackgroundTask);
   EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("a handler's reason"));
 }
 
@@ -293,7 +293,7 @@ TEST_F(SleepTest, ATaskExpiresASecondBeforeTheDelayIsOver) {
 }
 
 TEST_F(SleepTest, ATaskThatEndsInTimeDoesNotExpire) {
-  BackgroundTaskIdentifier task = UIBackgroundTaskInvalid;
+  BackgroundTaskIdentifier task = invalidBackgroundTask;
   onBackground([&] { task = application->beginBackgroundTaskWithName("task", nullptr); });
   announceSleep();
   application->endBackgroundTask(task);

@@ -206,7 +206,7 @@ TEST_F(LinuxReachabilityChangesTest, TheLoopSleepsForGoodWhileNothingChanges) {
 
 TEST_F(LinuxReachabilityChangesTest, AHandleIsNotScheduledOnALoopOfAnotherKind) {
   class OtherRunLoop : public RunLoop {
-    void addTimer(const std::shared_ptr<Timer> & /*timer*/, RunLoopMode /*mode*/) override {}
+    void addTimer(const std::shared_ptr<RunLoopTimer> & /*timer*/, RunLoopMode /*mode*/) override {}
   };
   const auto schedule = [this](const std::shared_ptr<RunLoop> &loop) {
     return service->scheduleWithRunLoop(anywhere, loop, RunLoopMode::defaultMode);

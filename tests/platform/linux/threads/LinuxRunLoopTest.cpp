@@ -18,7 +18,7 @@ namespace {
 /// Counts, and remembers the thread that it was last called on.
 class Target : public Object {
  public:
-  void fire(const std::shared_ptr<Timer> &timer) {
+  void fire(const std::shared_ptr<RunLoopTimer> &timer) {
     thread = std::this_thread::get_id();
     wasValid = timer->isValid();
     ++fired;
@@ -31,12 +31,12 @@ class Target : public Object {
 
 class LinuxRunLoopTest : public testing::Test {
  protected:
-  std::shared_ptr<Timer> timer(double timeInterval, const std::shared_ptr<Object> &target,
-                               bool repeats = false) {
+  std::shared_ptr<RunLoopTimer> timer(double timeInterval, const std::shared_ptr<Object> &target,
+                                      bool repeats = false) {
     return runLoops.timerWithTimeInterval(timeInterval, target, Selector::of<&Target::fire>("fire:"),
                                           repeats);
   }
-  void install(const std::shared_ptr<Timer> &timer) {
+  void install(const std::shared_ptr<RunLoopTimer> &timer) {
     runLoops.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);
   }
 
@@ -269,7 +269,7 @@ TEST_F(LinuxRunLoopTest, ALoopThatWaitsForATimerForgetsItAsSoonAsItIsInvalid) {
 TEST_F(LinuxRunLoopTest, AnActionThatThrowsIsReportedAndItsTimerGoesOn) {
   class Thrower : public Object {
    public:
-    void fire(const std::shared_ptr<Timer> & /*timer*/) {
+    void fire(const std::shared_ptr<RunLoopTimer> & /*timer*/) {
       ++fired;
       throw std::runtime_error("an action's reason");
     }

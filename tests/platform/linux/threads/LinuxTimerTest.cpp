@@ -22,13 +22,13 @@ class Target : public Object {
  public:
   explicit Target(const VirtualTime &time) : time_(time) {}
 
-  void fire(const std::shared_ptr<Timer> &timer) {
+  void fire(const std::shared_ptr<RunLoopTimer> &timer) {
     times.push_back(time_.now());
     if (action) action(timer);
   }
 
   std::vector<double> times;
-  std::function<void(const std::shared_ptr<Timer> &)> action;
+  std::function<void(const std::shared_ptr<RunLoopTimer> &)> action;
 
  private:
   const VirtualTime &time_;
@@ -36,11 +36,11 @@ class Target : public Object {
 
 class LinuxTimerTest : public testing::Test {
  protected:
-  std::shared_ptr<Timer> timer(double timeInterval, bool repeats) {
+  std::shared_ptr<RunLoopTimer> timer(double timeInterval, bool repeats) {
     return runLoops.timerWithTimeInterval(timeInterval, target, Selector::of<&Target::fire>("fire:"),
                                           repeats);
   }
-  std::shared_ptr<Timer> install(const std::shared_ptr<Timer> &timer) {
+  std::shared_ptr<RunLoopTimer> install(const std::shared_ptr<RunLoopTimer> &timer) {
     runLoops.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);
     return timer;
   }
@@ -66,7 +66,7 @@ TEST_F(LinuxTimerTest, AOneShotTimerFiresOnceAndIsInvalidInItsAction) {
 }
 
 TEST_F(LinuxTimerTest, ATimerFiresWithItselfAsTheArgument) {
-  std::shared_ptr<Timer> fired;
+  std::shared_ptr<RunLoopTimer> fired;
   target->action = [&fired](const auto &timer) { fired = timer; };
   const auto oneShot = install(timer(5, false));
   time.run(5);
@@ -140,7 +140,7 @@ TEST_F(LinuxTimerTest, TimersFireInTheOrderInWhichTheyAreDue) {
   install(timer(1, false));
   install(timer(2, false));
   time.block(10);
-  std::vector<std::shared_ptr<Timer>> order;
+  std::vector<std::shared_ptr<RunLoopTimer>> order;
   target->action = [&order](const auto &timer) { order.push_back(timer); };
   const auto fourth = install(timer(0.001, false));
   time.run(1);
@@ -232,8 +232,8 @@ TEST_F(LinuxTimerTest, AOneShotTimerLetsGoOfItsTargetWhenItHasFired) {
 }
 
 TEST_F(LinuxTimerTest, TheLoopKeepsATimerUntilItIsInvalid) {
-  const std::weak_ptr<Timer> oneShot = install(timer(5, false));
-  std::weak_ptr<Timer> repeating = install(timer(5, true));
+  const std::weak_ptr<RunLoopTimer> oneShot = install(timer(5, false));
+  std::weak_ptr<RunLoopTimer> repeating = install(timer(5, true));
   time.run(4);
   EXPECT_FALSE(oneShot.expired());
   time.run(4);
@@ -251,7 +251,7 @@ TEST_F(LinuxTimerTest, InstallingAgainChangesNothing) {
 }
 
 TEST_F(LinuxTimerTest, InvalidTimersAndThoseOfAnotherPlatformAreIgnored) {
-  class ForeignTimer : public Timer {
+  class ForeignTimer : public RunLoopTimer {
    public:
     bool isValid() const override { return true; }
     void invalidate() override {}

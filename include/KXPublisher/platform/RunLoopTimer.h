@@ -5,7 +5,7 @@
 namespace kx {
 
 /// A timer (NSTimer). May be used from any thread. While it is valid it keeps its target alive.
-class KX_EXPORT Timer : public Object {
+class KX_EXPORT RunLoopTimer : public Object {
  public:
   /// `isValid`: true from its making until it is invalidated or, if it does not repeat, fires: when the
   /// action of a one-shot timer runs, the timer is already invalid.
