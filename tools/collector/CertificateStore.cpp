@@ -74,7 +74,7 @@ std::string contentOf(const fs::path &file) {
 
 fs::path CertificateStore::defaultDirectory() {
   const auto variable = [](const char *name) {
-    const char *value = secure_getenv(name);
+    const char *value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): no other thread is there yet
     return fs::path(value == nullptr ? "" : value);
   };
   // One that is not absolute is to be ignored, says the XDG Base Directory Specification.

@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/host_name.hpp>
@@ -10,13 +9,13 @@
 #include <iostream>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "tools/collector/CertificateStore.h"
 #include "tools/collector/CollectionService.h"
 #include "tools/collector/EventLog.h"
 #include "tools/collector/Options.h"
 #include "tools/collector/Server.h"
+#include "tools/collector/ServerNames.h"
 
 namespace net = boost::asio;
 using namespace kx::collector;
@@ -24,17 +23,6 @@ using namespace kx::collector;
 namespace {
 
 constexpr std::chrono::hours certificateLifetime{24 * 365};
-
-/// What clients on this machine, and on others when it is open to them, can call the collector.
-std::vector<std::string> namesFor(const net::ip::address &address) {
-  std::vector<std::string> names = {"localhost", "127.0.0.1", "::1"};
-  if (!address.is_loopback()) names.push_back(net::ip::host_name());
-  const std::string text = address.to_string();
-  if (!address.is_unspecified() && std::find(names.begin(), names.end(), text) == names.end()) {
-    names.push_back(text);
-  }
-  return names;
-}
 
 /// The identity that the collector shows: the one that was given, or a new one from its own authority.
 net::ssl::context identity(const Options &options, ListeningAddress &where) {
@@ -51,9 +39,9 @@ net::ssl::context identity(const Options &options, ListeningAddress &where) {
   where.trustedFile = std::filesystem::absolute(store.authorityFile()).lexically_normal().string();
   const auto now = std::chrono::system_clock::now();
   // Made anew at each start, so that it is never too old and always fits the address.
-  const PemCertificate certificate =
-      store.authority().issue(namesFor(net::ip::make_address(options.address)), now - std::chrono::hours(1),
-                              now + certificateLifetime);
+  const PemCertificate certificate = store.authority().issue(
+      serverNames(net::ip::make_address(options.address), net::ip::host_name(), interfaceAddresses()),
+      now - std::chrono::hours(1), now + certificateLifetime);
   return tlsContext(certificate.certificate, certificate.privateKey);
 }
 
