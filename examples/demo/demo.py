@@ -1,36 +1,37 @@
-"""Shows KXPublisher at work on this machine: a collection service, a host application, and the messages between them."""
+"""Shows KXPublisher at work on this machine: a collection service, a host application, and the messages between them.
+
+Started by script/demo. What plays is a process of its own below this one, and all that it starts is below that one: however
+this process ends, the kernel sees to it that they do, too.
+"""
 
 import argparse
 import contextlib
 import os
+import shutil
+import signal
+import subprocess
 import sys
+import tempfile
 import time
 
 import surroundings
-from programs import APPLICATION, Collector, Host, ProgramError
+from programs import APPLICATION, Collector, Host, ProgramError, ends_with_this_process
 from story import plain_story, whole_story
 from telling import Teller
 
-INSIDE = "KX_DEMO_INSIDE_ITS_NAMESPACES"  # in the environment
+INSIDE = "KX_DEMO_FOLDER"  # in the environment of the process that plays: where its files are
+ENDING = (signal.SIGTERM, signal.SIGHUP)
+CLOSED_PIPE = 128 + signal.SIGPIPE  # exit code
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(prog="script/demo", description=__doc__)
-    parser.add_argument("--seconds", type=int, metavar="N",
-                        help="how long to play: at least 7, to see a first message (default: 23, plain 14)")
-    parser.add_argument("--plain", action="store_true",
-                        help="play with this machine as it is, without a modem, a drive and a network of its own")
+    parser = argparse.ArgumentParser(description="Started by script/demo; see script/demo --help.", allow_abbrev=False)
+    parser.add_argument("--seconds", type=int)
+    parser.add_argument("--plain", action="store_true")
     arguments = parser.parse_args()
     if arguments.seconds is None:
         arguments.seconds = 14 if arguments.plain else 23
-    arguments.seconds = max(arguments.seconds, 7)
     return arguments
-
-
-def enter_namespaces():
-    """Goes on as a program inside the demo's own namespaces."""
-    os.environ[INSIDE] = "1"
-    os.execv("/usr/bin/unshare", ["unshare", *surroundings.namespaces(), sys.executable, *sys.argv])
 
 
 def play(story, seconds, collector, teller):
@@ -45,22 +46,17 @@ def play(story, seconds, collector, teller):
     teller.tell_events(collector.events_until(start + seconds))
 
 
-def main():
-    arguments = parse_arguments()
-    if not arguments.plain and INSIDE not in os.environ:
-        reason = surroundings.what_is_missing()
-        if reason is None:
-            enter_namespaces()
-        print(f"Only the plain demo, with this machine as it is: {reason}.")
-        arguments.plain = True
-
+def play_inside(arguments, folder):
+    """The whole of it. True when there was a message."""
     teller = Teller()
     with contextlib.ExitStack() as stack:
         device = None
-        if not arguments.plain:
+        if arguments.plain:
+            stack.callback(shutil.rmtree, folder, ignore_errors=True)
+        else:
             teller.say("An emulated modem, a simulated drive and a network of its own come up for the device ...")
-            device = stack.enter_context(surroundings.Surroundings(APPLICATION))
-        collector = stack.enter_context(Collector())
+            device = stack.enter_context(surroundings.Surroundings(APPLICATION, folder))
+        collector = stack.enter_context(Collector(folder))
         teller.say(f"A collection service listens on https://{collector.address}.")
         host = stack.enter_context(Host(collector, device and device.environment))
         teller.say("A host application has made the library's one call:")
@@ -69,12 +65,60 @@ def main():
         host.quit()
         teller.tell_events(collector.events_until(time.monotonic() + 0.2))
     teller.tell_summary()
-    return 0 if teller.messages else 1
+    return bool(teller.messages)
+
+
+def play_below(arguments):
+    """Starts the process that plays. Its exit code."""
+    command = [sys.executable, __file__, "--seconds", str(arguments.seconds)]
+    if arguments.plain:
+        folder = tempfile.mkdtemp(prefix="kx-demo-")
+        # Asked to end, so that it takes its folder along.
+        command = ends_with_this_process("TERM", [*command, "--plain"])
+    else:
+        folder = surroundings.FOLDER
+        command = ends_with_this_process("KILL", ["/usr/bin/unshare", *surroundings.namespaces(), *command])
+    try:
+        return subprocess.call(command, env=dict(os.environ, **{INSIDE: folder}))
+    finally:
+        if arguments.plain:
+            shutil.rmtree(folder, ignore_errors=True)
+
+
+def end(number, _):
+    """Ends the process that plays in order, which a second signal does not disturb."""
+    for other in ENDING:
+        signal.signal(other, signal.SIG_IGN)
+    sys.exit(128 + number)
+
+
+def main():
+    arguments = parse_arguments()
+    if INSIDE in os.environ:
+        for number in ENDING:
+            signal.signal(number, end)
+        return 0 if play_inside(arguments, os.environ[INSIDE]) else 1
+    if not arguments.plain:
+        reason = surroundings.what_is_missing()
+        if reason is not None:
+            print(f"Only the plain demo, with this machine as it is: {reason}.", flush=True)
+            arguments.plain = True
+    code = play_below(arguments)
+    return code if code >= 0 else 128 - code
+
+
+def main_to_a_pipe():
+    """As a program that ends when nobody reads what it prints."""
+    try:
+        return main()
+    except BrokenPipeError:
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return CLOSED_PIPE
 
 
 if __name__ == "__main__":
     try:
-        sys.exit(main())
+        sys.exit(main_to_a_pipe())
     except ProgramError as error:
         sys.exit(f"script/demo: {error}")
     except KeyboardInterrupt:

@@ -4,7 +4,6 @@ import json
 import os
 import queue
 import subprocess
-import tempfile
 import threading
 import time
 
@@ -18,15 +17,19 @@ class ProgramError(Exception):
     """A program does not do what it is there for."""
 
 
+def ends_with_this_process(signal, command):
+    """The command that runs this one and sends it that signal when this process ends, however it does."""
+    return ["/usr/bin/setpriv", "--pdeathsig", signal, *command]
+
+
 class Program:
     """A running program."""
 
     def __init__(self, *command, **options):
         self.name = os.path.basename(command[0])
-        try:
-            self.process = subprocess.Popen(command, text=True, **options)
-        except OSError as error:
-            raise ProgramError(f"{command[0]} does not start: {error.strerror}") from error
+        if not os.access(command[0], os.X_OK):
+            raise ProgramError(f"{command[0]} cannot be started")
+        self.process = subprocess.Popen(ends_with_this_process("TERM", command), text=True, **options)
 
     def __enter__(self):
         return self
@@ -50,10 +53,9 @@ class Program:
 class Collector(Program):
     """The collection service, with a certificate authority of its own that nobody else trusts."""
 
-    def __init__(self):
-        self.directory = tempfile.TemporaryDirectory(prefix="kx-demo-")
+    def __init__(self, folder):
         super().__init__(os.path.join(PROGRAMS, "kx-collector"), "--json", "--port", "0",
-                         "--directory", self.directory.name, stdout=subprocess.PIPE)
+                         "--directory", os.path.join(folder, "collector"), stdout=subprocess.PIPE)
         self.events = queue.Queue()
         threading.Thread(target=self._read, daemon=True).start()
         listening = self._next_event(time.monotonic() + 30)
@@ -61,10 +63,6 @@ class Collector(Program):
             raise ProgramError("kx-collector does not listen")
         self.address = f"{listening['address']}:{listening['port']}"
         self.ca_file = listening["caFile"]
-
-    def __exit__(self, *arguments):
-        super().__exit__(*arguments)
-        self.directory.cleanup()
 
     def _read(self):
         for line in self.process.stdout:

@@ -1,19 +1,21 @@
 """The device that the demo plays with: a message bus, a modem, a drive through Berlin, sleep, and a network of its own.
 
 The services are the real ones, ModemManager and GeoClue; what they look at is emulated. logind is python3-dbusmock's.
-Everything is on a private bus and in namespaces that end with the demo: nothing of the machine changes.
+Everything is on a private bus and in namespaces that end with the demo: nothing of the machine changes, and nothing stays,
+not even when the demo is killed.
 """
 
 import os
-import shutil
 import subprocess
-import tempfile
 import time
 
 from programs import PROGRAMS, Program, ProgramError
 
 GEOCLUE = "/usr/libexec/geoclue"
-NAMESPACES = ["--net", "--mount"]
+# The first process in there is the demo's own; when it ends, the kernel ends all others.
+NAMESPACES = ["--net", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
+FOLDER = "/dev/shm"  # in there, a file system in memory of the demo's own
+OWN_FOLDER = ["mount", "-t", "tmpfs", "tmpfs", FOLDER]
 NEEDED = {
     "ModemManager": "/usr/sbin/ModemManager",
     "GeoClue": GEOCLUE,
@@ -64,8 +66,8 @@ def what_is_missing():
     missing = [name for name, file in NEEDED.items() if not os.access(file, os.X_OK)]
     if missing:
         return f"{', '.join(missing)} is not installed"
-    if subprocess.run(["/usr/bin/unshare", *namespaces(), "true"], capture_output=True, check=False).returncode:
-        return "this user may not make network namespaces"
+    if subprocess.run(["/usr/bin/unshare", *namespaces(), *OWN_FOLDER], capture_output=True, check=False).returncode:
+        return "this user may not make namespaces"
     return None
 
 
@@ -77,9 +79,9 @@ def namespaces():
 class Surroundings:
     """To be used as a context, inside the namespaces."""
 
-    def __init__(self, application):
+    def __init__(self, application, folder):
         self.application = application
-        self.directory = tempfile.mkdtemp(prefix="kx-demo-")
+        self.directory = folder
         self.address = f"unix:path={self.directory}/bus"
         self.programs = []
         self.environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=self.address,
@@ -96,9 +98,9 @@ class Surroundings:
     def __exit__(self, *_):
         for program in reversed(self.programs):
             program.__exit__()
-        shutil.rmtree(self.directory, ignore_errors=True)
 
     def _begin(self):
+        _run(*OWN_FOLDER)
         self._make_network()
         self._make_firmware_tables()
         os.mkdir(self._file("applications"))

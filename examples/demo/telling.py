@@ -1,5 +1,6 @@
 """How the demo tells what happens."""
 
+import collections
 import json
 import time
 
@@ -14,12 +15,16 @@ def _text(value):
     return json.dumps(value, ensure_ascii=False)
 
 
+def _count(number, noun):
+    return f"{number} {noun}" if number == 1 else f"{number} {noun}s"
+
+
 class Teller:
     """Prints what happens, with the seconds since the start; a message in full first, and then what is new in it."""
 
     def __init__(self):
         self.start = time.monotonic()
-        self.cause = ""
+        self.causes = collections.deque()  # of the messages that are still to come, each of which takes one
         self.messages = []
         self.logins = 0
         self.refusals = 0
@@ -29,7 +34,8 @@ class Teller:
 
     def tell_step(self, step):
         self.say(step.telling)
-        self.cause = step.cause
+        if step.cause:
+            self.causes.append(step.cause)
 
     def tell_events(self, events):
         for event in events:
@@ -40,16 +46,21 @@ class Teller:
             return
         if event["status"] != 200:
             self.refusals += 1
-            self.say(f"-> {event['endpoint']}: the service answered {event['status']}")
+            if event.get("endpoint") == "message":
+                self._take_cause()  # for a message is sent once
+            self.say(f"-> {event.get('endpoint', 'an unknown path')}: the service answered {event['status']}")
         elif event["endpoint"] == "login":
             self.logins += 1
             self.say("-> Login: the service gave an access token.")
         else:
             self._tell_message(event["document"][0])
 
+    def _take_cause(self):
+        return self.causes.popleft() if self.causes else "unexpected"
+
     def _tell_message(self, message):
         self.messages.append(message)
-        self.say(f"-> Message {len(self.messages)}, {self.cause}:")
+        self.say(f"-> Message {len(self.messages)}, {self._take_cause()}:")
         if len(self.messages) == 1:
             self._tell_facts(message.items())
             for key, reason in ALWAYS_ABSENT.items():
@@ -67,10 +78,11 @@ class Teller:
     @staticmethod
     def _tell_facts(facts):
         for key, value in facts:
-            print(f"            {key:20} {_text(value)}")
+            print(f"            {key:21} {_text(value)}")
 
     def tell_summary(self):
         sizes = [len(json.dumps([message], separators=(",", ":"), ensure_ascii=False).encode())
                  for message in self.messages]
-        self.say(f"{self.logins} login, {len(self.messages)} messages of "
-                 f"{min(sizes, default=0)} to {max(sizes, default=0)} bytes, {self.refusals} refused.")
+        size = f"{min(sizes)} to {max(sizes)} bytes" if len(set(sizes)) > 1 else f"{sizes[0]} bytes" if sizes else ""
+        self.say(f"{_count(self.logins, 'login')}, {_count(len(sizes), 'message')}{size and ' of ' + size}, "
+                 f"{self.refusals} refused.")

@@ -1,12 +1,20 @@
 """What the demo shows: every fact that this device can have, and how it changes on the way."""
 
 import os
+import pty
+import re
+import signal
 import subprocess
 import sys
+import tempfile
+import time
 import unittest
 
-DEMO = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "examples", "demo")
+ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..")
+DEMO = os.path.join(ROOT, "examples", "demo")
 SKIPPED = 77  # exit code
+CLOSED_PIPE = 128 + signal.SIGPIPE  # exit code
+BAD_ARGUMENTS = 2  # exit code
 
 OF_EVERY_DEVICE = ["make", "platform", "osVersion", "name", "ifa", "dnt", "bundleId", "sdkName", "sdkVer", "ips", "id",
                    "eventTime"]
@@ -36,9 +44,145 @@ def facts_of_message(number, lines):
     return facts
 
 
-class PlainDemoTest(unittest.TestCase):
+def is_told_in_full(line):
+    """Whether a line has the form of its kind, with nothing left empty."""
+    return any(re.fullmatch(form, line) for form in (
+        r" *\d+\.\d s  [A-Z\d].*[.:;]| *\d+\.\d s +kx::.*;", r" *\d+\.\d s  An .* \.\.\.",
+        r" *\d+\.\d s  -> Login: .+\.", r" *\d+\.\d s  -> Message \d+, (on|before|\d+ s after) \w.*\w:",
+        r" {12}\w+ +[\"\[\d-].*", r" {12}without \w+: \w.*\w", r" {12}no longer there: \w.*\w", r" {12}and \d+ facts as before"))
+
+
+class DemoTest(unittest.TestCase):
+    def assert_told_in_full(self, lines):
+        self.assertEqual([line for line in lines if not is_told_in_full(line)], [])
+
+    def assert_ends_without_a_trace(self, *arguments):
+        """However it ends."""
+        for end in (terminate, kill, close_terminal):
+            with self.subTest(end=end.__name__), tempfile.TemporaryDirectory() as folder:
+                before = set(os.listdir("/dev/shm"))
+                process, terminal = start_on_a_terminal(folder, *arguments)
+                wait_for_text("-> Login", terminal)
+                family = descendants(process)
+                self.assertGreaterEqual(len(family), 3)
+                end(process, terminal)
+                os.waitpid(process, 0)
+                terminal.close()
+                self.assertEqual(those_left(family, 10), [])
+                self.assertEqual(os.listdir(folder), [])
+                self.assertEqual({"bus", "collector", "nmea"} & (set(os.listdir("/dev/shm")) - before), set())
+
+
+# ---- Ways to end it
+
+def terminate(process, _):
+    os.kill(process, signal.SIGTERM)
+
+
+def kill(process, _):
+    os.kill(process, signal.SIGKILL)
+
+
+def close_terminal(_, terminal):
+    terminal.close()
+
+
+def start_on_a_terminal(folder, *arguments):
+    """The demo's process, with that folder for temporary files, and what it writes to."""
+    process, terminal = pty.fork()
+    if process == 0:
+        os.environ["TMPDIR"] = folder
+        os.execv(sys.executable, [sys.executable, os.path.join(DEMO, "demo.py"), *arguments])
+    return process, open(terminal, "rb", buffering=0)
+
+
+def wait_for_text(text, terminal):
+    seen = ""
+    while text not in seen:
+        seen += terminal.read(4096).decode()
+
+
+def running():
+    """The parent of each process that runs, by its number and the time of its start."""
+    parents = {}
+    for name in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{name}/stat", encoding="utf-8", errors="replace") as file:
+                state, parent, *fields = file.read().rsplit(")", 1)[1].split()
+        except OSError:
+            continue  # it has ended
+        if state != "Z":
+            parents[int(name), fields[17]] = int(parent)
+    return parents
+
+
+def descendants(process):
+    """That process and all below it."""
+    parents = running()
+    family = [key for key in parents if key[0] == process]
+    for member, _ in family:
+        family += [key for key, parent in parents.items() if parent == member]
+    return family
+
+
+def those_left(family, seconds):
+    """The members that still run after that time at the latest."""
+    end = time.monotonic() + seconds
+    while left := [key for key in family if key in running()]:
+        if time.monotonic() > end:
+            break
+        time.sleep(0.05)
+    return left
+
+
+class DemoArgumentsTest(unittest.TestCase):
+    """Of the script that people start; nothing is installed or built for arguments that are refused."""
+
+    def refusal_of(self, *arguments):
+        result = subprocess.run([os.path.join(ROOT, "script", "demo"), *arguments], capture_output=True, text=True,
+                                check=False, env={"PATH": "/usr/bin:/bin"})
+        self.assertEqual((result.returncode, result.stdout), (BAD_ARGUMENTS, ""))
+        return result.stderr
+
+    def test_refuses_a_time_without_a_message(self):
+        for seconds in ("6", "0", "-3", "3.5", "1e3", "", "soon", "9999999"):
+            self.assertIn("--seconds must be a whole number from 7 to 999999", self.refusal_of("--seconds", seconds))
+            self.assertIn("--seconds must be a whole number", self.refusal_of(f"--seconds={seconds}", "--plain"))
+        self.assertIn("--seconds needs a number", self.refusal_of("--seconds"))
+
+    def test_refuses_what_it_does_not_know(self):
+        self.assertIn("unexpected argument --second", self.refusal_of("--second", "9"))
+        self.assertIn("unexpected argument 9", self.refusal_of("--plain", "9"))
+
+    def test_tells_how_it_is_used(self):
+        result = subprocess.run([os.path.join(ROOT, "script", "demo"), "--seconds", "3", "--help"], capture_output=True,
+                                text=True, check=True)
+        self.assertIn("usage: script/demo [--seconds N] [--plain]", result.stdout)
+        self.assertEqual(result.stderr, "")
+
+
+class PlainDemoTest(DemoTest):
+    def test_ends_without_a_trace(self):
+        self.assert_ends_without_a_trace("--plain")
+
+    def test_ends_quietly_when_nobody_reads_on(self):
+        with tempfile.TemporaryDirectory() as folder:
+            command = [sys.executable, os.path.join(DEMO, "demo.py"), "--plain"]
+            with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                                  env=dict(os.environ, TMPDIR=folder)) as demo:
+                demo.stdout.readline()
+                demo.stdout.close()
+                self.assertEqual(demo.stderr.read(), "")
+                self.assertEqual(demo.wait(30), CLOSED_PIPE)
+            self.assertEqual(os.listdir(folder), [])
+
+    def test_counts_one_message_as_one(self):
+        lines = play("--plain", "--seconds", "7")
+        self.assertRegex(lines[-1], r"1 login, 1 message of \d+ bytes, 0 refused\.$")
+
     def test_shows_this_machine(self):
         lines = play("--plain", "--seconds", "9")
+        self.assert_told_in_full(lines)
         facts = facts_of_message(1, lines)
         for key in OF_EVERY_DEVICE:
             self.assertIn(key, facts)
@@ -46,9 +190,13 @@ class PlainDemoTest(unittest.TestCase):
         self.assertIn("1 login, 2 messages", lines[-1])
 
 
-class WholeDemoTest(unittest.TestCase):
+class WholeDemoTest(DemoTest):
+    def test_ends_without_a_trace(self):
+        self.assert_ends_without_a_trace()
+
     def test_shows_all_facts_and_how_they_change(self):
         lines = play("--seconds", "24")
+        self.assert_told_in_full(lines)
         first = facts_of_message(1, lines)
         for key in OF_A_WHOLE_DEVICE:
             self.assertIn(key, first)
@@ -60,7 +208,10 @@ class WholeDemoTest(unittest.TestCase):
         self.assertEqual(without_wifi["ips"], "[]")
         self.assertIn("lon", without_wifi)
         self.assertEqual(facts_of_message(3, lines)["carrierCode"], '"310-410"')
-        self.assertTrue(any("-> Message 4, before the system sleeps" in line for line in lines), lines)
+        self.assertEqual(
+            [line.split(", ", 1)[1] for line in lines if "-> Message" in line],
+            ["5 s after the start:", "on entering the background:", "5 s after the return to the foreground:",
+             "before the system sleeps:", "5 s after waking:"])
         self.assertIn("1 login, 5 messages", lines[-1])
 
 
