@@ -31,7 +31,7 @@ void child() {
   g_application_set_default(g_application_new("com.example.KXHost", G_APPLICATION_NON_UNIQUE));
   kx::LinuxHostOptions options;
   options.advertisingIdentifier = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
-  kx::LinuxHost::setOptions(options);
+  if (!kx::LinuxHost::setOptions(options)) std::abort();
   const double thread = microseconds([] { std::thread([] {}).join(); });
   const double entry =
       microseconds([] { kx::KXPublisher::sharedInstanceWithApiToken("token", "localhost:1"); });

@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "KXPublisher/platform/linux/LinuxHost.h"
 #include "KXPublisher/providers/KXData.h"
 #include "benchmarks/Children.h"
 
@@ -29,7 +28,6 @@ constexpr std::chrono::milliseconds patience{500};
 /// Starts the library as a host does and prints a letter for each provider: `d` for data, `-` for none, `.`
 /// where there is no permission and so no refresh.
 void child() {
-  kx::LinuxHost::setOptions({});
   const auto publisher = kx::KXPublisher::sharedInstanceWithApiToken("token", "localhost:1");
   const auto end = std::chrono::steady_clock::now() + patience;
   const auto settled = [](const auto &provider) {

@@ -29,7 +29,7 @@ struct Host {
 
 // On the main thread, and nothing of the library has been called before.
 bool startReporting(Host &host) {
-  kx::LinuxHost::setOptions(host.arguments.options);
+  if (!kx::LinuxHost::setOptions(host.arguments.options)) return false;
   host.publisher =
       kx::KXPublisher::sharedInstanceWithApiToken(host.arguments.apiToken, host.arguments.hostname);
   if (host.publisher == nullptr) return false;

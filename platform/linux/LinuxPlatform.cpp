@@ -26,7 +26,8 @@ LinuxPlatform::LinuxPlatform(const LinuxHostOptions &options)
                                          *systemBus_, runLoops_.linuxMainRunLoop())),
       urlSessions_(std::make_unique<CurlURLSessionService>(dispatch_, options.certificateAuthorityFile)),
       device_(std::make_shared<LinuxDevice>()),
-      advertising_(std::make_shared<LinuxAdvertising>(options)),
+      advertising_(std::make_shared<LinuxAdvertising>(options.advertisingIdentifier,
+                                                      options.advertisingTrackingEnabled)),
       bundle_(std::make_shared<LinuxBundle>(LinuxBundle::hostIdentifier())),
       location_(runLoops_.linuxMainRunLoop(), systemBus_, LinuxBundle::hostIdentifier(),
                 options.geocoder != nullptr ? options.geocoder

@@ -1,8 +1,11 @@
-# What scripts say of themselves: sourced by those in script/, before they do anything else.
+# What scripts say of themselves. Sourced by each of them in the tree's root, before it does anything else.
 
-# help: prints the comment at the head of the calling script.
+this_script=script/${0##*/}
+[[ -e $this_script ]] || this_script=.ci/${0##*/}
+
+# help: prints the comment at the head of the script.
 help() {
-  sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
+  sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$this_script"
 }
 
 # help_where_asked "$@": prints that and ends the script, where it is asked for.
@@ -20,7 +23,7 @@ help_where_asked() {
 
 # refuse <what is wrong with the arguments>: ends the script.
 refuse() {
-  printf '%s: %s\nSee %s --help.\n' "script/${0##*/}" "$1" "script/${0##*/}" >&2
+  printf '%s: %s\nSee %s --help.\n' "$this_script" "$1" "$this_script" >&2
   exit 2
 }
 

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "KXPublisher/platform/AdvertisingIdentifierManager.h"
-#include "KXPublisher/platform/linux/LinuxHost.h"
 #include "platform/linux/facts/SystemText.h"
 
 namespace kx {
@@ -14,9 +13,8 @@ namespace kx {
 /// Linux has no identifier for advertising: it is the host's.
 class LinuxAdvertising : public AdvertisingIdentifierManager, public AdvertisingService {
  public:
-  explicit LinuxAdvertising(const LinuxHostOptions &options)
-      : identifier_(options.advertisingIdentifier ? validText(*options.advertisingIdentifier) : std::nullopt),
-        trackingEnabled_(options.advertisingTrackingEnabled) {}
+  LinuxAdvertising(const std::optional<std::string> &identifier, bool trackingEnabled)
+      : identifier_(identifier ? validText(*identifier) : std::nullopt), trackingEnabled_(trackingEnabled) {}
 
   std::shared_ptr<AdvertisingIdentifierManager> sharedManager() override { return strong(*this); }
   std::optional<std::string> advertisingIdentifier() override { return identifier_; }

@@ -39,7 +39,7 @@ class KX_EXPORT LinuxHost {
  public:
   /// Gives the library its options. To be called before anything else of the library; false, without any
   /// effect, when it comes too late.
-  static bool setOptions(LinuxHostOptions options) noexcept;
+  [[nodiscard]] static bool setOptions(LinuxHostOptions options) noexcept;
 
   /// The application has entered the background: its windows are hidden, or it is being suspended. Ignored
   /// while it is there already.

@@ -1,0 +1,91 @@
+"""When script/check tidy reads a file again. The linter is played: it writes down what it was asked to read."""
+
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+TIDY = ROOT / "script/support/tidy.py"
+
+LINTER = """#!/bin/sh
+[ "$1" = --version ] && { cat version; exit; }
+for source; do :; done
+echo "$source" >>read
+echo ". $PWD/header.h" >&2
+echo "12 warnings generated." >&2
+grep -q wrong "$source" header.h || exit 0
+echo "$source:1:1: error: something is wrong"
+exit 1
+"""
+
+
+class TidyTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = pathlib.Path(folder.name)
+        for name, text in {"a.cpp": "a", "b.cpp": "b", "header.h": "h", "version": "1", ".clang-tidy": "rules"}.items():
+            (self.root / name).write_text(text)
+        (self.root / "build").mkdir()
+        self.compile_by("clang++")
+        linter = self.root / "clang-tidy-16"
+        linter.write_text(LINTER)
+        linter.chmod(0o755)
+
+    def compile_by(self, compiler):
+        (self.root / "build/compile_commands.json").write_text(json.dumps(
+            [{"directory": str(self.root), "file": name, "command": f"{compiler} -c {name}"} for name in ("a.cpp", "b.cpp")]))
+
+    def tidy(self, code=0):
+        """The files that the linter reads now."""
+        read = self.root / "read"
+        read.unlink(missing_ok=True)
+        result = subprocess.run([sys.executable, TIDY, "build", "./a.cpp", "./b.cpp"], cwd=self.root, check=False,
+                                env=dict(os.environ, PATH=f"{self.root}:{os.environ['PATH']}"),
+                                capture_output=True, text=True)
+        self.assertEqual((result.returncode, result.stderr), (code, ""), result.stdout)
+        self.said = result.stdout
+        return sorted(read.read_text().split()) if read.exists() else []
+
+    def test_reads_each_file_once(self):
+        self.assertEqual(self.tidy(), ["./a.cpp", "./b.cpp"])
+        self.assertEqual(self.tidy(), [])
+        self.assertEqual(self.said, "")
+
+    def test_reads_a_changed_file_again(self):
+        self.tidy()
+        (self.root / "b.cpp").write_text("bb")
+        self.assertEqual(self.tidy(), ["./b.cpp"])
+        self.assertEqual(self.tidy(), [])
+
+    def test_reads_what_includes_a_changed_header(self):
+        self.tidy()
+        (self.root / "header.h").write_text("hh")
+        self.assertEqual(self.tidy(), ["./a.cpp", "./b.cpp"])
+
+    def test_reads_all_again_by_other_rules_another_linter_or_another_compiler(self):
+        for change in (lambda: (self.root / ".clang-tidy").write_text("other rules"),
+                       lambda: (self.root / "version").write_text("2"),
+                       lambda: self.compile_by("g++")):
+            self.tidy()
+            change()
+            self.assertEqual(self.tidy(), ["./a.cpp", "./b.cpp"])
+
+    def test_reads_a_file_until_it_passes(self):
+        (self.root / "a.cpp").write_text("wrong")
+        self.assertEqual(self.tidy(code=1), ["./a.cpp", "./b.cpp"])
+        self.assertIn("something is wrong", self.said)
+        self.assertNotIn("warnings generated", self.said)
+        self.assertNotIn("header.h", self.said)
+        self.assertEqual(self.tidy(code=1), ["./a.cpp"])
+        (self.root / "a.cpp").write_text("right")
+        self.assertEqual(self.tidy(), ["./a.cpp"])
+        self.assertEqual(self.tidy(), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
