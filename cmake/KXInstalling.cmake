@@ -1,16 +1,23 @@
-# What `cmake --install` puts where: the library, its headers below include/KXPublisher, and the files by which CMake and
-# pkg-config find them.
+# What `cmake --install` puts where: the library, its headers below include/KXPublisher, the files by which CMake and
+# pkg-config find them; with `--component Programs`, kx-host and kx-collector. The target `uninstall` takes it away again.
 include(CMakePackageConfigHelpers)
 
-set(targets KXPublisher)
-if(NOT KX_PLATFORM STREQUAL simulated)
-  list(APPEND targets KXPublisherSimulated)
-endif()
-install(TARGETS ${targets} EXPORT KXPublisher
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/KXPublisher)
+set(package ${CMAKE_INSTALL_LIBDIR}/cmake/KXPublisher)
+set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# ---- The library, and the simulated device
+
+install(TARGETS KXPublisher EXPORT KXPublisherTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(EXPORT KXPublisherTargets NAMESPACE KXPublisher:: DESTINATION ${package})
+if(TARGET KXPublisherSimulated)
+  install(TARGETS KXPublisherSimulated EXPORT KXPublisherSimulatedTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(EXPORT KXPublisherSimulatedTargets NAMESPACE KXPublisher:: DESTINATION ${package})
+endif()
 
-set(headers ${CMAKE_INSTALL_INCLUDEDIR}/KXPublisher)
 set(others_headers KXPublisher.h KXPublisherConstants.h)  # Objective-C's
 if(NOT KX_PLATFORM STREQUAL linux)
   list(APPEND others_headers linux)
@@ -18,8 +25,8 @@ endif()
 list(TRANSFORM others_headers REPLACE "(.+)" "PATTERN;\\1;EXCLUDE")
 install(DIRECTORY include/KXPublisher/ DESTINATION ${headers} ${others_headers})
 
-set(package ${CMAKE_INSTALL_LIBDIR}/cmake/KXPublisher)
-install(EXPORT KXPublisher NAMESPACE KXPublisher:: DESTINATION ${package})
+# ---- For CMake
+
 configure_package_config_file(cmake/KXPublisherConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfig.cmake
   INSTALL_DESTINATION ${package})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfigVersion.cmake
@@ -29,11 +36,38 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/KXPublisherConfigVersion.cmake
   DESTINATION ${package})
 
-set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# ---- For pkg-config
+
 file(RELATIVE_PATH KX_PREFIX_FROM_PKGCONFIG /${pkgconfig} /)  # an installed tree may be moved
-set(KX_PKGCONFIG_REQUIRES Requires)  # a static library's host links what it needs
-if(BUILD_SHARED_LIBS)
-  set(KX_PKGCONFIG_REQUIRES Requires.private)
+set(KX_PKGCONFIG_PACKAGES zlib)
+if(KX_PLATFORM STREQUAL linux)
+  set(KX_PKGCONFIG_PACKAGES "gio-2.0 libcurl zlib")
 endif()
-configure_file(cmake/KXPublisher.pc.in ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KXPublisher.pc DESTINATION ${pkgconfig})
+# An archive's host links what the archive needs, and the C++ library if the host itself is in C.
+set(KX_PKGCONFIG_REQUIRES Requires)
+set(KX_PKGCONFIG_LIBS " -lstdc++ -lm -pthread")
+if(KX_BUILD_SHARED)
+  set(KX_PKGCONFIG_REQUIRES Requires.private)
+  set(KX_PKGCONFIG_LIBS "\nLibs.private: -lstdc++ -lm -pthread")
+endif()
+set(KX_PKGCONFIG_SIMULATED_LIBS)
+if(NOT KX_PLATFORM STREQUAL simulated)
+  set(KX_PKGCONFIG_SIMULATED_LIBS " -lKXPublisherSimulated")
+endif()
+foreach(name KXPublisher KXPublisherSimulated)
+  configure_file(cmake/${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig})
+endforeach()
+
+# ---- The programs, and the way back
+
+foreach(program kx-host kx-collector)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs EXCLUDE_FROM_ALL)
+  endif()
+endforeach()
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(uninstall
+    COMMAND ${CMAKE_COMMAND} -D KX_BINARY_DIR=${PROJECT_BINARY_DIR} -P ${PROJECT_SOURCE_DIR}/cmake/KXUninstalling.cmake
+    VERBATIM)
+endif()

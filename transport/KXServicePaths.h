@@ -3,8 +3,6 @@
 #include <optional>
 #include <string>
 
-#include "KXPublisher/platform/foundation/Export.h"
-
 namespace kx {
 
 // The service's paths are process-wide variables that the host can reach. What they are for the host, a C
@@ -12,9 +10,9 @@ namespace kx {
 // the host may set a variable, or clear it, only while nothing of the library runs.
 
 /// `kxPublisherApiPathGetToken`: the path of the login endpoint; absent when the host has cleared it.
-KX_EXPORT std::optional<std::string> apiPathGetToken();
+std::optional<std::string> apiPathGetToken();
 
 /// `kxPublisherFeedPathLogData`: the path of the message endpoint; absent when the host has cleared it.
-KX_EXPORT std::optional<std::string> feedPathLogData();
+std::optional<std::string> feedPathLogData();
 
 }  // namespace kx

@@ -28,7 +28,7 @@ namespace kx {
 /// Making it happens on the host's thread, inside its first call: it takes a few microseconds, reads no file,
 /// starts no thread and waits for no bus. What can only be read there in safety, the environment and the
 /// GApplication's identifier, is read then.
-class KX_EXPORT LinuxPlatform : public Platform {
+class LinuxPlatform : public Platform {
  public:
   explicit LinuxPlatform(const LinuxHostOptions &options);
   ~LinuxPlatform() override;

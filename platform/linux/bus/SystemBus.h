@@ -17,7 +17,7 @@ namespace kx {
 /// there is no bus, or it went away, another attempt follows after a while.
 ///
 /// While it is open GLib has a thread waiting on it, which wakes for messages only.
-class KX_EXPORT SystemBus : public Object {
+class SystemBus : public Object {
  public:
   /// Called on the main thread: with the connection when it has been opened, and with null when it has been
   /// lost, by turns. The connection may be kept; its signals arrive on the main thread.

@@ -10,7 +10,7 @@ namespace kx {
 
 /// GLib's structured log: lines reach the journal when the process's standard error goes there, otherwise
 /// standard error itself, or whatever writer the host has installed.
-class KX_EXPORT LinuxConsole : public Console {
+class LinuxConsole : public Console {
  public:
   static constexpr const char *domain = "KXPublisher";
   /// The one level that is printed whatever G_MESSAGES_DEBUG says, and that G_DEBUG=fatal-warnings, with

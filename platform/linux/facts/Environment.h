@@ -6,13 +6,11 @@
 #include <string>
 #include <utility>
 
-#include "KXPublisher/platform/foundation/Export.h"
-
 namespace kx {
 
 /// Environment variables as they were when this object was made. A later `getenv`, on a thread of our own,
 /// would race with a host that changes its environment.
-class KX_EXPORT Environment {
+class Environment {
  public:
   explicit Environment(std::map<std::string, std::string> variables) : variables_(std::move(variables)) {}
 

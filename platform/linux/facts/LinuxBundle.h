@@ -12,7 +12,7 @@ namespace kx {
 
 /// The host application as it is installed: its GApplication's identifier names it, and the desktop entry of
 /// that name says what its executable is. A host without an identifier has no bundle.
-class KX_EXPORT LinuxBundle : public Bundle, public BundleService {
+class LinuxBundle : public Bundle, public BundleService {
  public:
   explicit LinuxBundle(const std::optional<std::string> &identifier,
                        Environment environment = Environment::ofProcess({"XDG_DATA_HOME", "HOME",

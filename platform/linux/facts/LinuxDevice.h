@@ -11,7 +11,7 @@ namespace kx {
 
 /// The device as the system's own files describe it. Each answer is read afresh; making the object reads
 /// nothing.
-class KX_EXPORT LinuxDevice : public Device, public DeviceService {
+class LinuxDevice : public Device, public DeviceService {
  public:
   /// `root` is the directory that the files are looked for under; empty for the system's own.
   explicit LinuxDevice(std::string root = {}) : root_(std::move(root)) {}

@@ -11,7 +11,7 @@ namespace kx {
 
 /// The languages of the locale settings: those of LANGUAGE, then that of the locale for messages (LC_ALL,
 /// LC_MESSAGES or LANG), by gettext's rules: in the locale "C" there are none at all.
-class KX_EXPORT LinuxLocale : public Locale {
+class LinuxLocale : public Locale {
  public:
   explicit LinuxLocale(Environment environment = Environment::ofProcess({"LANGUAGE", "LC_ALL", "LC_MESSAGES",
                                                                          "LANG"}))

@@ -13,23 +13,23 @@
 
 namespace kx {
 
-class KX_EXPORT LinuxClock : public Clock {
+class LinuxClock : public Clock {
  public:
   double timeIntervalSince1970() override;
 };
 
-class KX_EXPORT LinuxSystemName : public SystemName {
+class LinuxSystemName : public SystemName {
  public:
   std::optional<std::string> machine() override;
 };
 
-class KX_EXPORT LinuxProcessInfo : public ProcessInfo {
+class LinuxProcessInfo : public ProcessInfo {
  public:
   /// A random UUID (version 4).
   std::string globallyUniqueString() override;
 };
 
-class KX_EXPORT LinuxInterfaceList : public InterfaceList {
+class LinuxInterfaceList : public InterfaceList {
  public:
   std::vector<InterfaceAddress> getifaddrs() override;
 };

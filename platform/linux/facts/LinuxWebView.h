@@ -10,7 +10,7 @@ namespace kx {
 /// the library's sake would cost 120 MB, and starting it without a display would end the process.
 ///
 /// A view is not a page: it runs the one script "navigator.userAgent", by asking the engine's settings.
-class KX_EXPORT LinuxWebViewService : public WebViewService {
+class LinuxWebViewService : public WebViewService {
  public:
   std::unique_ptr<WebView> makeWebView() override;
 };

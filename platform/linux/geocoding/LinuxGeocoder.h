@@ -20,7 +20,7 @@ namespace kx {
 /// of now, absent when the system does not know that zone; never a postal code.
 ///
 /// The table is mapped by the first lookup. Without one there are no places.
-class KX_EXPORT LinuxGeocoder : public Geocoder {
+class LinuxGeocoder : public Geocoder {
  public:
   /// `tablePath`: a table of the host's own; absent for the one that comes with the library
   /// (`placeTablePaths`). Touches no file. Both services live as long as the process.

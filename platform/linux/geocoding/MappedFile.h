@@ -5,8 +5,6 @@
 #include <memory>
 #include <string>
 
-#include "KXPublisher/platform/foundation/Export.h"
-
 namespace kx {
 
 /// A file's contents, mapped into memory to be read: they cost memory only where they are looked at, and that
@@ -16,7 +14,7 @@ namespace kx {
 /// mapped. One that is cut short in place takes its end away, and whoever looks there is ended by SIGBUS:
 /// this is for files that are installed with the library, whose own code is mapped in the same way and has to
 /// be treated with the same care.
-class KX_EXPORT MappedFile {
+class MappedFile {
  public:
   /// Maps what the file holds now. A null pointer when there is no such regular file, it is empty, or it
   /// cannot be read.

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "KXPublisher/platform/LocationManager.h"
-#include "KXPublisher/platform/foundation/Export.h"
 
 namespace kx {
 
@@ -25,7 +24,7 @@ struct Place {
 /// whole one all the same, it answers wrongly or not at all, but it is never read outside its bounds.
 ///
 /// May be used from any thread, and by several at the same time.
-class KX_EXPORT PlaceTable {
+class PlaceTable {
  public:
   /// The table in these bytes, which must outlive it; reads all of them once. Absent when their magic,
   /// version, checksum or counts are not right.

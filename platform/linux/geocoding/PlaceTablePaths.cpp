@@ -18,11 +18,14 @@ std::vector<std::string> placeTablePaths() {
     // An executable that was found through PATH goes by its name alone, which says nothing.
     if (const std::size_t slash = file.rfind('/'); slash != std::string::npos) {
       const std::string directory = file.substr(0, slash);
-      paths.push_back(directory + "/../share/KXPublisher/places");
-      paths.push_back(directory + "/../../share/KXPublisher/places");  // from lib/x86_64-linux-gnu
+      paths.push_back(directory + "/../share/" KX_PLACES_FOLDER "/places");
+      paths.push_back(directory + "/../../share/" KX_PLACES_FOLDER "/places");  // from lib/x86_64-linux-gnu
     }
   }
   paths.emplace_back(KX_INSTALLED_PLACES);
+#ifdef KX_BUILT_PLACES
+  paths.emplace_back(KX_BUILT_PLACES);
+#endif
   return paths;
 }
 

@@ -23,7 +23,7 @@ class SystemBus;
 ///
 /// The observers are notified once a transition, whatever has brought it about, in the order in which the
 /// transitions came: before a call on the main thread returns, and soon otherwise.
-class KX_EXPORT LinuxApplication : public Application {
+class LinuxApplication : public Application {
  public:
   LinuxApplication(NotificationCenter &center, Dispatch &dispatch,
                    BackgroundRefreshStatus backgroundRefreshStatus);

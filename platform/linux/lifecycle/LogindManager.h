@@ -17,7 +17,7 @@ namespace kx {
 ///
 /// Everything happens on the main thread, and nothing waits. What logind refuses, never answers or answers
 /// with something else is as if there were no locks: it is no error, and nothing is tried again by itself.
-class KX_EXPORT LogindManager : public Object {
+class LogindManager : public Object {
  public:
   /// `PrepareForSleep`: true when the system is about to sleep, false when it is awake again.
   using Announcement = std::function<void(bool start)>;

@@ -18,7 +18,7 @@ namespace kx {
 ///
 /// Everything happens on the main thread, and nothing waits. There is a timer only between an announcement of
 /// sleep and the end of its delay.
-class KX_EXPORT SleepMonitor : public Object {
+class SleepMonitor : public Object {
  public:
   /// Called on the main thread.
   struct Events {

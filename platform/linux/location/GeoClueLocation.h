@@ -17,10 +17,10 @@ namespace kx {
 /// manager would say by it that the coordinate is invalid.
 ///
 /// GeoClue knows no vertical accuracy, so it is -1 always. The altitude is 0 when GeoClue does not know it.
-KX_EXPORT std::optional<Location> locationFromProperties(GVariant *properties);
+std::optional<Location> locationFromProperties(GVariant *properties);
 
 /// The distance threshold, in whole metres, under which no position is nearer to the last one than
 /// `distanceFilter`. 0, for every position, when that is not positive.
-KX_EXPORT std::uint32_t distanceThreshold(double distanceFilter);
+std::uint32_t distanceThreshold(double distanceFilter);
 
 }  // namespace kx

@@ -20,7 +20,7 @@ namespace kx {
 ///
 /// GeoClue gives positions as exactly as the device can find them, and always with an accuracy. It says
 /// nothing of the altitude's accuracy, which is -1 therefore.
-class KX_EXPORT LinuxLocationService : public LocationService {
+class LinuxLocationService : public LocationService {
  public:
   /// `desktopId`: the host's application identifier, by which GeoClue and the user know it; a host without
   /// one gets no location managers. `geocoder` is the one that is given out; may be null. Talks to no bus

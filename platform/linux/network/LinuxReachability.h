@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "KXPublisher/platform/NetworkReachability.h"
-#include "KXPublisher/platform/foundation/Export.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
@@ -24,7 +23,7 @@ class SystemBus;
 ///
 /// Every call returns at once. Changes are looked at 50 ms after the first of a burst, so that one that is
 /// undone by then is not reported. Nothing happens, and no socket is open, while no handle is scheduled.
-class KX_EXPORT LinuxReachability : public NetworkReachability {
+class LinuxReachability : public NetworkReachability {
  public:
   LinuxReachability(const std::shared_ptr<LinuxRunLoop> &mainRunLoop, const std::shared_ptr<SystemBus> &bus);
   /// To be called while no other thread runs a loop that a handle is scheduled on.

@@ -19,7 +19,7 @@ namespace kx {
 /// Notifiers are called on the main thread: when something is first known, and from then on when the carrier
 /// has changed; not for another technology. Carriers that follow each other faster than ten a second are not
 /// all reported, but the last one always is.
-class KX_EXPORT LinuxTelephony : public TelephonyService {
+class LinuxTelephony : public TelephonyService {
  public:
   /// Touches nothing yet.
   LinuxTelephony(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::shared_ptr<SystemBus> systemBus,

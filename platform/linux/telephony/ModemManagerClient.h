@@ -20,7 +20,7 @@ namespace kx {
 /// signals ends in one reading. While it runs, the values of the last reading stay. A service that does not
 /// answer, or answers with something else, leaves the subscription empty; it is asked again when it signals a
 /// change, and else once a minute. Nobody starts a service that does not run.
-class KX_EXPORT ModemManagerClient : public Object {
+class ModemManagerClient : public Object {
  public:
   /// Told what has been read, on the main thread; an empty one when the service goes.
   using Observer = std::function<void(const Subscription &subscription)>;

@@ -7,8 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "KXPublisher/platform/foundation/Export.h"
-
 namespace kx {
 
 /// The operator that has given out the SIM.
@@ -39,19 +37,19 @@ struct Modem {
 // absent.
 
 /// The operator in a SIM's `OperatorIdentifier`; absent for anything else than five or six digits.
-KX_EXPORT std::optional<HomeOperator> homeOperatorOf(std::string_view operatorIdentifier);
+std::optional<HomeOperator> homeOperatorOf(std::string_view operatorIdentifier);
 
 /// The modem that stands for the device, from the answer to `GetManagedObjects`; absent when there is none.
 ///
 /// Of several it is one with a SIM, rather one that is registered with a network, and among equals the one
 /// that ModemManager found first (it numbers them). Nothing else matters, so that it changes only when a
 /// modem, a SIM or a registration comes or goes.
-KX_EXPORT std::optional<Modem> modemOf(GVariant *managedObjects);
+std::optional<Modem> modemOf(GVariant *managedObjects);
 
 /// What `modem` tells by itself: its technology, which it has only while it is registered.
-KX_EXPORT std::optional<std::string> radioAccessTechnologyOf(const Modem &modem);
+std::optional<std::string> radioAccessTechnologyOf(const Modem &modem);
 
 /// Whether a signal `PropertiesChanged` with these parameters tells of anything that is read here.
-KX_EXPORT bool concernsSubscription(GVariant *propertiesChanged);
+bool concernsSubscription(GVariant *propertiesChanged);
 
 }  // namespace kx

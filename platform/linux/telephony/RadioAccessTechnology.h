@@ -4,8 +4,6 @@
 #include <optional>
 #include <string>
 
-#include "KXPublisher/platform/foundation/Export.h"
-
 namespace kx {
 
 /// The best of the technologies in `accessTechnologies`, ModemManager's bits `MMModemAccessTechnology`, by
@@ -15,6 +13,6 @@ namespace kx {
 /// An LTE cell that has a 5G cell beside it shows both bits, and is NRNSA. HSPA and HSPA+ are HSDPA and HSUPA
 /// together and bear the name of the better of the two; LTE for things (Cat-M, NB-IoT) is LTE; GSM that does
 /// not say more is at least GPRS.
-KX_EXPORT std::optional<std::string> radioAccessTechnologyOf(std::uint32_t accessTechnologies);
+std::optional<std::string> radioAccessTechnologyOf(std::uint32_t accessTechnologies);
 
 }  // namespace kx

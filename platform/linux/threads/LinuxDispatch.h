@@ -21,7 +21,7 @@ namespace kx {
 /// not be the thread that is going to run it.
 ///
 /// Lives as long as the process.
-class KX_EXPORT LinuxDispatch : public Dispatch {
+class LinuxDispatch : public Dispatch {
  public:
   explicit LinuxDispatch(std::shared_ptr<LinuxRunLoop> mainRunLoop);
 

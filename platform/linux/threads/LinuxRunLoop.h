@@ -22,7 +22,7 @@ class LinuxTimer;
 ///
 /// Its tasks and timers run one after the other, also when one of them runs a loop of its own. GLib knows no
 /// modes: a loop that the host runs inside another one, for a dialogue, serves everything.
-class KX_EXPORT LinuxRunLoop : public RunLoop {
+class LinuxRunLoop : public RunLoop {
  public:
   /// The loop of that context, always the same object. Made at the first call; it and the context then stay
   /// as long as the process.
@@ -71,7 +71,7 @@ class KX_EXPORT LinuxRunLoop : public RunLoop {
 /// The run loops of GLib's main contexts. The main run loop is that of the default main context, and so the
 /// main thread is the one that runs it. Timers fire by the monotonic clock, which neither a change of the
 /// wall clock moves nor a suspended device.
-class KX_EXPORT LinuxRunLoopService : public RunLoopService {
+class LinuxRunLoopService : public RunLoopService {
  public:
   LinuxRunLoopService();
 

@@ -112,7 +112,9 @@ void *LinuxWorkerPool::workerMain(void *lane) {
   Lane &own = *static_cast<Lane *>(lane);
   currentLane = &own;
   pthread_setname_np(pthread_self(), own.threadName);
-  if (own.niceIncrement != 0) static_cast<void>(nice(own.niceIncrement));  // of this thread alone, on Linux
+  if (own.niceIncrement != 0) {
+    [[maybe_unused]] const int ofThisThreadAlone = nice(own.niceIncrement);  // on Linux
+  }
   own.pool->work(own);
   return nullptr;
 }

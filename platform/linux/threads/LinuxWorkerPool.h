@@ -25,7 +25,7 @@ namespace kx {
 /// Host signal handlers never run on these threads: they block every signal but those of their own faults.
 ///
 /// Lives as long as the process.
-class KX_EXPORT LinuxWorkerPool {
+class LinuxWorkerPool {
  public:
   LinuxWorkerPool();
   ~LinuxWorkerPool() = delete;
