@@ -1,18 +1,20 @@
 #pragma once
 
+#include <mutex>
+
 #include "KXPublisher/platform/Device.h"
 
 namespace kx {
 
-/// UIDevice.
+/// UIDevice, asked for at the first use: an answer that ends in an exception is reported, which takes a
+/// platform that is made already.
 class KX_EXPORT AppleDeviceService : public DeviceService {
  public:
-  AppleDeviceService();
-
-  std::shared_ptr<Device> currentDevice() override { return currentDevice_; }
+  std::shared_ptr<Device> currentDevice() override;
 
  private:
-  const std::shared_ptr<Device> currentDevice_;
+  std::mutex mutex_;
+  std::shared_ptr<Device> currentDevice_;
 };
 
 }  // namespace kx

@@ -2,6 +2,8 @@
 
 #import <UIKit/UIKit.h>
 
+#include <utility>
+
 #include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
 
@@ -22,7 +24,7 @@ class AppleDevice : public Device {
   UIDevice *const device_;
 };
 
-/// Null too when the system fails to answer: the making of a platform must not throw.
+/// Null too when the system fails to answer.
 std::shared_ptr<Device> systemDevice() {
   std::shared_ptr<Device> device;
   runAtBoundary([&device] {
@@ -34,6 +36,15 @@ std::shared_ptr<Device> systemDevice() {
 
 }  // namespace
 
-AppleDeviceService::AppleDeviceService() : currentDevice_(systemDevice()) {}
+std::shared_ptr<Device> AppleDeviceService::currentDevice() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (currentDevice_ != nullptr) return currentDevice_;
+  }
+  std::shared_ptr<Device> device = systemDevice();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (currentDevice_ == nullptr) currentDevice_ = std::move(device);
+  return currentDevice_;
+}
 
 }  // namespace kx

@@ -2,6 +2,7 @@
 
 #import <CoreLocation/CoreLocation.h>
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -23,12 +24,14 @@ kx::Location locationOf(CLLocation *location) {
 }  // namespace
 
 /// The delegate of a CLLocationManager: hands what it is told to the delegate of the library's own manager.
-@interface KXLocationManagerDelegate : NSObject <CLLocationManagerDelegate>
+@interface KXPublisherLocationDelegate : NSObject <CLLocationManagerDelegate>
 - (void)setManager:(const std::weak_ptr<kx::LocationManager> &)manager
           delegate:(const std::weak_ptr<kx::LocationManagerDelegate> &)delegate;
+/// Tells of the authorization as of one that has changed.
+- (void)reportAuthorization;
 @end
 
-@implementation KXLocationManagerDelegate {
+@implementation KXPublisherLocationDelegate {
   std::mutex _mutex;
   std::weak_ptr<kx::LocationManager> _manager;
   std::weak_ptr<kx::LocationManagerDelegate> _delegate;
@@ -53,6 +56,13 @@ kx::Location locationOf(CLLocation *location) {
     }
     if (manager != nullptr && delegate != nullptr) message(*delegate, *manager);
   });
+}
+
+- (void)reportAuthorization {
+  [self tell:[](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
+    const CLAuthorizationStatus status = [CLLocationManager authorizationStatus];
+    delegate.locationManager(libraryManager, static_cast<kx::AuthorizationStatus>(status));
+  }];
 }
 
 - (void)locationManager:(CLLocationManager *)__attribute__((unused))manager
@@ -95,8 +105,6 @@ kx::Location locationOf(CLLocation *location) {
 
 namespace kx {
 
-namespace {
-
 class AppleLocationManager : public LocationManager {
  public:
   explicit AppleLocationManager(CLLocationManager *manager) : manager_(manager) {}
@@ -111,6 +119,8 @@ class AppleLocationManager : public LocationManager {
   void startUpdatingLocation() override { [manager_ startUpdatingLocation]; }
   void stopUpdatingLocation() override { [manager_ stopUpdatingLocation]; }
 
+  void reportAuthorization() { [delegate_ reportAuthorization]; }
+
   std::optional<Location> location() override {
     CLLocation *const location = manager_.location;
     if (location == nil) return std::nullopt;
@@ -119,18 +129,33 @@ class AppleLocationManager : public LocationManager {
 
  private:
   CLLocationManager *const manager_;
-  KXLocationManagerDelegate *const delegate_ = [[KXLocationManagerDelegate alloc] init];
+  KXPublisherLocationDelegate *const delegate_ = [[KXPublisherLocationDelegate alloc] init];
 };
 
-}  // namespace
-
 std::shared_ptr<LocationManager> AppleLocationService::makeLocationManager() {
-  CLLocationManager *const manager = [[CLLocationManager alloc] init];
-  return manager == nil ? nullptr : std::make_shared<AppleLocationManager>(manager);
+  CLLocationManager *const systemManager = [[CLLocationManager alloc] init];
+  if (systemManager == nil) return nullptr;
+  auto manager = std::make_shared<AppleLocationManager>(systemManager);
+  const std::lock_guard<std::mutex> lock(managers_->mutex);
+  auto &all = managers_->all;
+  all.erase(std::remove_if(all.begin(), all.end(), [](const auto &weak) { return weak.expired(); }),
+            all.end());
+  all.push_back(manager);
+  return manager;
 }
 
-bool AppleLocationService::locationServicesEnabled() {
-  return [CLLocationManager locationServicesEnabled];
+std::shared_ptr<AppleLocationSwitch> AppleLocationService::switchFor(
+    const std::shared_ptr<Managers> &managers) {
+  return std::make_shared<AppleLocationSwitch>([managers] {
+    std::vector<std::weak_ptr<AppleLocationManager>> all;
+    {
+      const std::lock_guard<std::mutex> lock(managers->mutex);
+      all = managers->all;
+    }
+    for (const auto &weak : all) {
+      if (const auto manager = weak.lock()) manager->reportAuthorization();
+    }
+  });
 }
 
 AuthorizationStatus AppleLocationService::authorizationStatus() {

@@ -8,7 +8,7 @@
 
 #include "KXPublisher/platform/NotificationCenter.h"
 
-@class KXNotificationObserver;
+@class KXPublisherNotificationObserver;
 
 namespace kx {
 
@@ -36,7 +36,7 @@ class KX_EXPORT AppleNotificationCenter : public NotificationCenter {
   const std::shared_ptr<OperationQueue> mainOperationQueue_;
   std::mutex mutex_;
   /// What `addObserver` registered: NSNotificationCenter does not keep its observers.
-  std::vector<std::pair<const Object *, KXNotificationObserver *>> observers_;
+  std::vector<std::pair<const Object *, KXPublisherNotificationObserver *>> observers_;
 };
 
 }  // namespace kx

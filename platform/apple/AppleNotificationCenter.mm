@@ -41,15 +41,22 @@ Delivery deliveryTo(kx::NotificationCenter::Handler handler, const std::string &
   };
 }
 
+/// Whatever is thrown here was thrown by an observer of the host's: the library's own end theirs. It is not
+/// for the library to hide: it ends the process, as it does when the system posts, instead of one of the
+/// boundaries that the library posts behind.
+void postForTheHost(NSString *name, id sender) noexcept {
+  [[NSNotificationCenter defaultCenter] postNotificationName:name object:sender];
+}
+
 }  // namespace
 
 /// Observes for an object of the library's own.
-@interface KXNotificationObserver : NSObject
+@interface KXPublisherNotificationObserver : NSObject
 - (instancetype)initWithDelivery:(Delivery)delivery;
 - (void)receive:(NSNotification *)notification;
 @end
 
-@implementation KXNotificationObserver {
+@implementation KXPublisherNotificationObserver {
   Delivery _delivery;
 }
 
@@ -99,7 +106,7 @@ void AppleNotificationCenter::addObserver(const std::shared_ptr<Object> &observe
   NSString *const systemName = systemNameOf(name);
   if (systemName == nil) return;
   const std::weak_ptr<Object> weakObserver = observer;
-  KXNotificationObserver *const receiver = [[KXNotificationObserver alloc]
+  KXPublisherNotificationObserver *const receiver = [[KXPublisherNotificationObserver alloc]
       initWithDelivery:deliveryTo(
                            [weakObserver, selector](const std::shared_ptr<Notification> &notification) {
                              if (const auto strongObserver = weakObserver.lock())
@@ -117,7 +124,7 @@ void AppleNotificationCenter::addObserver(const std::shared_ptr<Object> &observe
 }
 
 void AppleNotificationCenter::removeObserver(const Object &observer) {
-  std::vector<KXNotificationObserver *> withdrawn;
+  std::vector<KXPublisherNotificationObserver *> withdrawn;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto first =
@@ -133,7 +140,7 @@ void AppleNotificationCenter::postNotificationName(const std::string &name,
                                                    const std::shared_ptr<Object> &object) {
   NSString *const systemName = systemNameOf(name);
   if (systemName == nil) return;
-  [[NSNotificationCenter defaultCenter] postNotificationName:systemName object:senderOf(object)];
+  postForTheHost(systemName, senderOf(object));
 }
 
 }  // namespace kx

@@ -7,12 +7,12 @@
 #include "platform/apple/AppleText.h"
 
 /// Stands for an object of the library's own.
-@interface KXObject : NSObject
+@interface KXPublisherObject : NSObject
 - (instancetype)initWithObject:(const std::shared_ptr<kx::Object> &)object;
 - (std::shared_ptr<kx::Object>)object;
 @end
 
-@implementation KXObject {
+@implementation KXPublisherObject {
   std::weak_ptr<kx::Object> _object;
 }
 
@@ -40,20 +40,22 @@ namespace kx {
 
 id standInFor(const std::shared_ptr<Object> &object) {
   if (object == nullptr) return nil;
-  static auto &standIns = *new std::map<const Object *, KXObject *>;
+  static auto &standIns = *new std::map<const Object *, KXPublisherObject *>;
   static std::mutex mutex;
   const std::lock_guard<std::mutex> lock(mutex);
-  KXObject *standIn = standIns[object.get()];
+  KXPublisherObject *standIn = standIns[object.get()];
   if (standIn == nil ||
       [standIn object] != object) {  // none yet, or that of an earlier object at this address
-    standIn = [[KXObject alloc] initWithObject:object];
+    standIn = [[KXPublisherObject alloc] initWithObject:object];
     standIns[object.get()] = standIn;
   }
   return standIn;
 }
 
 std::shared_ptr<Object> objectBehind(id standIn) {
-  return [standIn isKindOfClass:[KXObject class]] ? [static_cast<KXObject *>(standIn) object] : nullptr;
+  return [standIn isKindOfClass:[KXPublisherObject class]]
+             ? [static_cast<KXPublisherObject *>(standIn) object]
+             : nullptr;
 }
 
 }  // namespace kx

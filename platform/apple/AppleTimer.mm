@@ -6,12 +6,12 @@
 #include "platform/apple/AppleDispatch.h"
 
 /// The target of an NSTimer: hands each firing on.
-@interface KXTimerTarget : NSObject
+@interface KXPublisherTimerTarget : NSObject
 - (instancetype)initWithTimer:(const std::shared_ptr<kx::AppleTimer> &)timer;
 - (void)fire:(NSTimer *)timer;
 @end
 
-@implementation KXTimerTarget {
+@implementation KXPublisherTimerTarget {
   std::weak_ptr<kx::AppleTimer> _timer;
 }
 
@@ -36,7 +36,7 @@ std::shared_ptr<AppleTimer> AppleTimer::make(double timeInterval, std::shared_pt
                                              Selector selector, bool repeats) {
   std::shared_ptr<AppleTimer> timer(new AppleTimer(std::move(target), selector, repeats));
   timer->timer_ = [NSTimer timerWithTimeInterval:timeInterval
-                                          target:[[KXTimerTarget alloc] initWithTimer:timer]
+                                          target:[[KXPublisherTimerTarget alloc] initWithTimer:timer]
                                         selector:@selector(fire:)
                                         userInfo:nil
                                          repeats:repeats];

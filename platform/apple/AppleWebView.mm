@@ -17,7 +17,7 @@ std::unique_ptr<WebView> AppleWebViewService::makeWebView() {
 #else
 
 /// What is asked of a UIWebView. Its own header is retired, too.
-@protocol KXScriptableWebView <NSObject>
+@protocol KXPublisherScriptableWebView <NSObject>
 - (nullable NSString *)stringByEvaluatingJavaScriptFromString:(nonnull NSString *)script;
 @end
 
@@ -27,7 +27,7 @@ namespace {
 
 class AppleWebView : public WebView {
  public:
-  explicit AppleWebView(id<KXScriptableWebView> webView) : webView_(webView) {}
+  explicit AppleWebView(id<KXPublisherScriptableWebView> webView) : webView_(webView) {}
 
   std::optional<std::string> stringByEvaluatingJavaScriptFromString(const std::string &script) override {
     NSString *const source = stringOf(script);
@@ -35,13 +35,13 @@ class AppleWebView : public WebView {
   }
 
  private:
-  const id<KXScriptableWebView> webView_;
+  const id<KXPublisherScriptableWebView> webView_;
 };
 
 }  // namespace
 
 std::unique_ptr<WebView> AppleWebViewService::makeWebView() {
-  id<KXScriptableWebView> const webView = [[NSClassFromString(@"UIWebView") alloc] init];
+  id<KXPublisherScriptableWebView> const webView = [[NSClassFromString(@"UIWebView") alloc] init];
   return webView == nil ? nullptr : std::make_unique<AppleWebView>(webView);
 }
 

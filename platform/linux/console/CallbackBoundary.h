@@ -2,21 +2,20 @@
 
 #include <exception>
 
+#include "platform/EndedException.h"
+
 namespace kx {
 
-/// Says on the console that an exception ended here. Null: one that is no `std::exception`.
-void reportEndedException(const std::exception *exception) noexcept;
-
 /// Runs `work` where nothing may be thrown any further: in a callback from C, or at the foot of a thread.
-/// What it throws ends here, with one line on the console.
+/// What it throws ends here, with one line in the log.
 template <class Work>
 void runAtBoundary(Work &&work) noexcept {
   try {
     work();
   } catch (const std::exception &exception) {
-    reportEndedException(&exception);
+    reportEndedException(exception.what());
   } catch (...) {
-    reportEndedException(nullptr);
+    reportEndedException("not a std::exception");
   }
 }
 

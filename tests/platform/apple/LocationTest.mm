@@ -31,29 +31,41 @@ CLPlacemark *berlin() {
                             [NSTimeZone timeZoneForSecondsFromGMT:7200]);
 }
 
+/// The updates that the library has asked for start once it knows that location services are switched on.
+bool comesToUpdate() {
+  return standin::runMainLoopUntil([] { return standin::updatingLocationManagers() == 1; });
+}
+
 std::shared_ptr<KXLocation> providerAtSea() {
   standin::locationServices().location = standin::locationAt(54.5, 7.25);
   return KXLocation::sharedInstance();
+}
+
+/// The same with these placemarks for each position: the first refresh asks for its place, and another one
+/// does when location services turn out to be switched on.
+bool comesToKnow(const KXData &provider, const json &facts, NSArray<CLPlacemark *> *placemarks) {
+  return standin::runMainLoopUntil([&] {
+    standin::answerGeocoding(placemarks);
+    return factsOf(provider) == facts;
+  });
 }
 
 TEST(AppleLocation, IsKnownAtOnceAndItsPlaceLater) {
   const auto provider = providerAtSea();
   EXPECT_TRUE(comesToKnow(*provider, atSea));
   CLPlacemark *const other = standin::placemark(@"FR", @"Bretagne", @"Brest", @"29200", nil);
-  EXPECT_TRUE(standin::runMainLoopUntil([&] { return standin::answerGeocoding(@[ berlin(), other ]); }));
   json withPlace = atSea;
   withPlace.update(
       {{"country", "DE"}, {"state", "Berlin"}, {"city", "Berlin"}, {"zip", "10115"}, {"tzOffset", 7200}});
-  EXPECT_TRUE(comesToKnow(*provider, withPlace)) << factsOf(*provider);
+  EXPECT_TRUE(comesToKnow(*provider, withPlace, @[ berlin(), other ])) << factsOf(*provider);
 }
 
 TEST(AppleLocation, LeavesOutWhatThePlaceHasNot) {
   const auto provider = providerAtSea();
   CLPlacemark *const place = standin::placemark(@"DE", nil, nil, @"", nil);
-  EXPECT_TRUE(standin::runMainLoopUntil([&] { return standin::answerGeocoding(@[ place ]); }));
   json withPlace = atSea;
   withPlace["country"] = "DE";
-  EXPECT_TRUE(comesToKnow(*provider, withPlace)) << factsOf(*provider);
+  EXPECT_TRUE(comesToKnow(*provider, withPlace, @[ place ])) << factsOf(*provider);
 }
 
 TEST(AppleLocation, HasNoPlaceWhenNoneIsFound) {
@@ -63,18 +75,21 @@ TEST(AppleLocation, HasNoPlaceWhenNoneIsFound) {
   standin::moveTo(standin::locationAt(54.5, 7.25));
   EXPECT_TRUE(standin::runMainLoopUntil([&] { return standin::answerGeocoding(@[]); }));
   standin::settleMainLoop();
-  EXPECT_EQ(factsOf(*provider), atSea);
+  EXPECT_TRUE(comesToKnow(*provider, atSea)) << factsOf(*provider);
 }
 
 TEST(AppleLocation, FollowsTheDevice) {
   const auto provider = providerAtSea();
   EXPECT_TRUE(comesToKnow(*provider, atSea));
+  EXPECT_TRUE(comesToUpdate());
+  standin::settleMainLoop();
+  const int asked = standin::callsOf(geocoding);
   standin::moveTo(standin::locationAt(53.0, 7.25, 0));
   json moved = atSea;
   moved["lat"] = 53.0;
   moved["horizontalAccuracy"] = 0.0;
   EXPECT_TRUE(comesToKnow(*provider, moved));
-  EXPECT_TRUE(standin::runMainLoopUntil([] { return standin::callsOf(geocoding) == 2; }));
+  EXPECT_TRUE(standin::runMainLoopUntil([asked] { return standin::callsOf(geocoding) > asked; }));
   EXPECT_EQ(standin::distanceFilter(), 10.0);
 }
 
@@ -91,7 +106,7 @@ TEST(AppleLocation, FollowsTheUsersPermission) {
   EXPECT_EQ(standin::updatingLocationManagers(), 0);
   standin::changeAuthorization(kCLAuthorizationStatusAuthorizedAlways);
   EXPECT_TRUE(comesToKnow(*provider, atSea));
-  EXPECT_EQ(standin::updatingLocationManagers(), 1);
+  EXPECT_TRUE(comesToUpdate());
   standin::changeAuthorization(kCLAuthorizationStatusRestricted);
   EXPECT_TRUE(comesToKnow(*provider, nothing));
   EXPECT_EQ(standin::updatingLocationManagers(), 0);
@@ -107,6 +122,7 @@ TEST(AppleLocation, NeedsTheServicesToBeEnabled) {
 TEST(AppleLocation, IsForgottenWhileTheSystemPausesUpdates) {
   const auto provider = providerAtSea();
   EXPECT_TRUE(comesToKnow(*provider, atSea));
+  EXPECT_TRUE(comesToUpdate());
   standin::pauseLocationUpdates();
   EXPECT_TRUE(comesToKnow(*provider, nothing));
   EXPECT_EQ(standin::updatingLocationManagers(), 0);
@@ -118,6 +134,7 @@ TEST(AppleLocation, IsForgottenWhileTheSystemPausesUpdates) {
 TEST(AppleLocation, IsNotFollowedInTheBackground) {
   const auto provider = providerAtSea();
   EXPECT_TRUE(comesToKnow(*provider, atSea));
+  EXPECT_TRUE(comesToUpdate());
   standin::enterBackground();
   EXPECT_EQ(standin::updatingLocationManagers(), 0);
   standin::locationServices().location = standin::locationAt(1.0, 7.25);
@@ -132,7 +149,7 @@ TEST(AppleLocation, IsNotFollowedInTheBackground) {
 TEST(AppleLocation, SurvivesWhatTheGeocoderRaises) {
   standin::raiseIn(geocoding);
   const auto provider = providerAtSea();
-  EXPECT_TRUE(standin::runMainLoopUntil([] { return standin::callsOf(geocoding) == 1; }));
+  EXPECT_TRUE(standin::runMainLoopUntil([] { return standin::callsOf(geocoding) >= 1; }));
   standin::changeAuthorization(kCLAuthorizationStatusDenied);
   EXPECT_TRUE(comesToKnow(*provider, nothing));
 }

@@ -77,7 +77,7 @@ TEST(AppleNotificationCenter, TheHostMayDescribeWhoeverHasPosted) {
   EXPECT_NO_THROW(center().postNotificationName(name, indescribable));
   ASSERT_EQ(descriptions.count, 2u);
   EXPECT_EQ(std::string([descriptions objectAtIndex:0].UTF8String), sender->description());
-  EXPECT_TRUE([[descriptions objectAtIndex:1] containsString:@"KXObject"])
+  EXPECT_TRUE([[descriptions objectAtIndex:1] containsString:@"KXPublisherObject"])
       << [descriptions objectAtIndex:1].UTF8String;
 }
 

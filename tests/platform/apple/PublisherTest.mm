@@ -63,8 +63,10 @@ TEST_F(ApplePublisher, ReportsEverythingShortlyAfterTheStart) {
   start();
   CLPlacemark *const place =
       standin::placemark(@"DE", @"Berlin", @"Berlin", @"10115", [NSTimeZone timeZoneForSecondsFromGMT:7200]);
-  EXPECT_TRUE(standin::runMainLoopUntil([&] { return standin::answerGeocoding(@[ place ]); }));
-  ASSERT_TRUE(arrive(1)) << collector.transcript();
+  ASSERT_TRUE(standin::runMainLoopUntil([&] {
+    standin::answerGeocoding(@[ place ]);
+    return collector.requests("message").size() == 1;
+  })) << collector.transcript();
 
   const auto login = collector.requests("login").at(0);
   EXPECT_EQ(login["status"], 200);

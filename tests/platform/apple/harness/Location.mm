@@ -77,6 +77,9 @@ void tellManagers(SEL selector, id argument) {
 
 + (BOOL)locationServicesEnabled {
   note(__func__);
+  if ([NSThread isMainThread]) {
+    [NSException raise:NSInternalInconsistencyException format:@"The main thread would be unresponsive"];
+  }
   return locationServices().areEnabled;
 }
 

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "KXPublisher/diagnostics/KXLog.h"
 #include "platform/linux/threads/LinuxWorkerPool.h"
 #include "tests/platform/linux/threads/ThreadFacts.h"
 #include "tests/support/ChildProcess.h"
@@ -179,8 +180,20 @@ TEST(LinuxWorkerPool, ATaskThatThrowsIsReportedAndTheNextOneRuns) {
   EXPECT_TRUE(eventually([&ran] { return ran == static_cast<int>(priorities.size()); }));
   EXPECT_TRUE(eventually([before] { return threadsCount() == before; }));
   const std::string errors = testing::internal::GetCapturedStderr();
-  EXPECT_THAT(errors, testing::HasSubstr("An exception ended a task: the reason\n"));
-  EXPECT_THAT(errors, testing::HasSubstr("An exception ended a task: not a std::exception\n"));
+  EXPECT_THAT(errors, testing::HasSubstr("[KX Error] An exception ended a task: the reason\n"));
+  EXPECT_THAT(errors, testing::HasSubstr("[KX Error] An exception ended a task: not a std::exception\n"));
+}
+
+TEST(LinuxWorkerPool, PrintsNothingOfATaskThatThrowsWhileTheLogIsOff) {
+  const std::size_t before = threadsCountAtRest();
+  KXLog::sharedInstance()->setLogLevel(KXLogLevelOff);
+  testing::internal::CaptureStderr();
+  std::atomic<bool> ran{false};
+  pool().submit(DispatchQueuePriority::standard, [] { throw std::runtime_error("the reason"); });
+  pool().submit(DispatchQueuePriority::standard, [&ran] { ran = true; });
+  EXPECT_TRUE(eventually([&ran] { return ran.load(); }));
+  EXPECT_TRUE(eventually([before] { return threadsCount() == before; }));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 std::atomic<int> signalsHandled{0};
