@@ -35,8 +35,7 @@ std::optional<URL> KXNetworking::urlForApiPath(const std::optional<std::string> 
 }
 
 std::optional<std::string> KXNetworking::jsonForObject(const Value &object) {
-  // The serialiser writes a slash as a plain slash, so there is no "\/" to undo; a blind rewrite would only
-  // take a real backslash away from before a slash.
+  // Its text has every slash plain already.
   return JSONSerialization::dataWithJSONObject(object);
 }
 

@@ -7,13 +7,7 @@
 namespace kx {
 
 void AppleConsole::log(const std::string &line) {
-  NSString *message = stringOf(line);
-  if (message == nil) {  // not UTF-8: each byte as a character of its own
-    message = [[NSString alloc] initWithBytes:line.data()
-                                       length:line.size()
-                                     encoding:NSISOLatin1StringEncoding];
-  }
-  NSLog(@"%@", message);
+  NSLog(@"%@", readableStringOf(line));
 }
 
 }  // namespace kx

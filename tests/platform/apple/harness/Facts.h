@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "KXPublisher/platform/foundation/JSONSerialization.h"
 #include "KXPublisher/providers/KXData.h"
 #include "tests/platform/apple/harness/StandIn.h"
 
@@ -10,7 +11,8 @@ namespace kx {
 /// What a provider knows now; null until it has computed for the first time.
 inline nlohmann::json factsOf(const KXData &provider) {
   const auto data = provider.data();
-  return data == nullptr ? nlohmann::json() : nlohmann::json::parse(data->contents()->description());
+  if (data == nullptr) return {};
+  return nlohmann::json::parse(JSONSerialization::dataWithJSONObject(*data->contents()).value_or("not JSON"));
 }
 
 /// Runs the main run loop until the provider knows exactly that.

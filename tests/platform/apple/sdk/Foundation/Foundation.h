@@ -114,6 +114,20 @@ typedef struct {
 - (nullable ObjectType)objectForKeyedSubscript:(KeyType)key;
 @end
 
+@interface NSMutableArray<ObjectType> : NSArray <ObjectType>
+- (void)addObject:(ObjectType)object;
+@end
+
+@interface NSMutableDictionary<KeyType, ObjectType> : NSDictionary <KeyType, ObjectType>
+- (void)setObject:(ObjectType)object forKey:(id<NSCopying>)key;
+@end
+
+@interface NSNumber : NSObject
++ (NSNumber *)numberWithBool:(BOOL)value;
++ (NSNumber *)numberWithDouble:(double)value;
++ (NSNumber *)numberWithLongLong:(long long)value;
+@end
+
 typedef NSInteger NSComparisonResult;
 
 @interface NSString (Comparing)
@@ -133,6 +147,15 @@ typedef NSInteger NSComparisonResult;
 @property(readonly, copy) NSString *domain;
 @property(readonly) NSInteger code;
 @property(readonly, copy) NSString *localizedDescription;
+@end
+
+typedef NSUInteger NSJSONWritingOptions;
+
+@interface NSJSONSerialization : NSObject
++ (BOOL)isValidJSONObject:(id)object;
++ (nullable NSData *)dataWithJSONObject:(id)object
+                                options:(NSJSONWritingOptions)options
+                                  error:(NSError *_Nullable *_Nullable)error;
 @end
 
 @interface NSUUID : NSObject
