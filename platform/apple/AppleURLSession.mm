@@ -45,7 +45,8 @@ NSURLRequest *requestOf(const URLRequest &request) {
   NSMutableURLRequest *const systemRequest = [NSMutableURLRequest requestWithURL:url];
   for (const auto &[name, value] : request.allHTTPHeaderFields) {
     NSString *const field = stringOf(name);
-    if (field != nil) [systemRequest setValue:stringOf(value) forHTTPHeaderField:field];
+    NSString *const content = stringOf(value);
+    if (field != nil && content != nil) [systemRequest setValue:content forHTTPHeaderField:field];
   }
   systemRequest.HTTPMethod = method;
   return systemRequest;

@@ -7,8 +7,10 @@
 
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "KXPublisher/diagnostics/KXLog.h"
 #include "KXPublisher/providers/KXConnection.h"
@@ -26,6 +28,21 @@
   [NSException raise:NSGenericException format:@"raised by a description"];
   return @"";
 }
+@end
+
+/// Tells by way of a flag that it is gone.
+@interface KXTestMortal : NSObject {
+ @public
+  std::shared_ptr<bool> isGone;
+}
+@end
+
+@implementation KXTestMortal
+
+- (void)dealloc {
+  *isGone = true;
+}
+
 @end
 
 namespace kx {
@@ -76,6 +93,24 @@ TEST(AppleCallbackBoundary, AFailureInTheFirstCallOfAllIsReported) {
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(KXDevice::sharedInstance()->currentDevice(), nullptr);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("[KX Error] An exception ended a task: "));
+}
+
+TEST(AppleCallbackBoundary, SaysNothingOfWhatEndsWell) {
+  EXPECT_EQ(printedWhen([] {}), "");
+}
+
+TEST(AppleCallbackBoundary, ReleasesWhatIsAutoreleasedOnAThreadWithoutAPool) {
+  const auto isGone = std::make_shared<bool>(false);
+  std::thread([&isGone] {
+    runAtBoundary([&isGone] {
+      KXTestMortal *const mortal = [[KXTestMortal alloc] init];
+      mortal->isGone = isGone;
+      NSArray *const holder = [NSArray arrayWithObject:mortal];
+      EXPECT_EQ(holder.count, 1u);
+      EXPECT_FALSE(*isGone);
+    });
+    EXPECT_TRUE(*isGone);
+  }).join();
 }
 
 /// The host observes what the library posts, and fails.

@@ -4,7 +4,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <ifaddrs.h>
 #include <sys/utsname.h>
 
 #include <thread>
@@ -12,7 +11,7 @@
 #include "KXPublisher/platform/Bundle.h"
 #include "KXPublisher/platform/Clock.h"
 #include "KXPublisher/platform/Console.h"
-#include "KXPublisher/platform/InterfaceList.h"
+#include "KXPublisher/platform/Device.h"
 #include "KXPublisher/platform/Locale.h"
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/platform/ProcessInfo.h"
@@ -21,6 +20,26 @@
 #include "KXPublisher/providers/KXDevice.h"
 #include "tests/platform/apple/harness/Facts.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
+
+/// Half of a surrogate pair, which UTF-8 cannot hold.
+@interface KXTestHalfPair : NSString
+@end
+
+@implementation KXTestHalfPair
+
+- (NSUInteger)length {
+  return 1;
+}
+
+- (unichar)characterAtIndex:(NSUInteger)index {
+  return static_cast<unichar>(0xD83D + index);
+}
+
+- (NSData *)dataUsingEncoding:(NSStringEncoding)encoding {
+  return encoding == NSUTF8StringEncoding ? nil : [super dataUsingEncoding:encoding];
+}
+
+@end
 
 namespace kx {
 namespace {
@@ -99,6 +118,27 @@ TEST(AppleDevice, TellsAnUnknownIdiomByItsNumber) {
   EXPECT_TRUE(comesToKnowOfTheDevice("deviceCategory", "5"));
 }
 
+TEST(AppleDevice, TellsAnEmptyModel) {
+  standin::device().model = @"";
+  EXPECT_TRUE(comesToKnowOfTheDevice("platform", "iOS"));
+  EXPECT_EQ(Platform::current().devices().currentDevice()->model(), "");
+}
+
+TEST(AppleLocale, TellsEveryLanguageInTheUsersOrder) {
+  standin::setPreferredLanguages(@[ @"de-DE", @"en-GB", @"tlh" ]);
+  EXPECT_TRUE(comesToKnowOfTheDevice("languages", {"de-DE", "en-GB", "tlh"}));
+}
+
+TEST(AppleLocale, LeavesOutALanguageThatIsNoText) {
+  standin::setPreferredLanguages(@[ @"de-DE", [KXTestHalfPair new], @"tlh" ]);
+  EXPECT_THAT(Platform::current().locale().preferredLanguages(), ElementsAre("de-DE", "tlh"));
+}
+
+TEST(AppleLocale, MayPreferNoLanguage) {
+  standin::setPreferredLanguages(@[]);
+  EXPECT_THAT(Platform::current().locale().preferredLanguages(), IsEmpty());
+}
+
 TEST(AppleAdvertising, PassesOnTheIdentifierOfLimitedTracking) {
   standin::advertising().identifier = @"00000000-0000-0000-0000-000000000000";
   standin::advertising().isTrackingEnabled = false;
@@ -139,25 +179,16 @@ TEST(AppleBundle, IsFoundByItsIdentifierOnly) {
   EXPECT_EQ(bundles.bundleWithIdentifier("com.example.Other"), nullptr);
   EXPECT_EQ(bundles.bundleWithIdentifier(std::nullopt), nullptr);
   EXPECT_EQ(bundles.mainBundle()->objectForInfoDictionaryKey("KXNoSuchKey"), std::nullopt);
+  EXPECT_EQ(bundles.bundleWithIdentifier("\xFF"), nullptr);
 }
 
-TEST(AppleInterfaceList, IsTheSystems) {
-  std::vector<std::string> names;
-  ifaddrs *first = nullptr;
-  ASSERT_EQ(getifaddrs(&first), 0);
-  for (const ifaddrs *entry = first; entry != nullptr; entry = entry->ifa_next) {
-    if (entry->ifa_addr != nullptr) names.emplace_back(entry->ifa_name);
-  }
-  freeifaddrs(first);
-  std::vector<std::string> listed;
-  bool hasLoopback = false;
-  for (const InterfaceAddress &address : Platform::current().interfaceList().getifaddrs()) {
-    listed.push_back(address.name);
-    hasLoopback = hasLoopback || (address.family == AddressFamily::inet &&
-                                  address.bytesAfterPort == std::array<std::uint8_t, 4>{127, 0, 0, 1});
-  }
-  EXPECT_EQ(listed, names);
-  EXPECT_TRUE(hasLoopback);
+TEST(AppleBundle, GivesOnlyTextsOfItsInformation) {
+  const auto bundle = Platform::current().bundles().mainBundle();
+  ASSERT_TRUE(
+      [[[NSBundle mainBundle] objectForInfoDictionaryKey:@"KXTestList"] isKindOfClass:[NSArray class]]);
+  EXPECT_NO_THROW(EXPECT_EQ(bundle->objectForInfoDictionaryKey("KXTestList"), std::nullopt));
+  EXPECT_EQ(bundle->objectForInfoDictionaryKey("KXTestEmpty"), Value(""));
+  EXPECT_EQ(bundle->objectForInfoDictionaryKey("\xFF"), std::nullopt);
 }
 
 TEST(AppleClock, IsTheSystems) {

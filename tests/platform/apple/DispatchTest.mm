@@ -43,17 +43,19 @@ TEST(AppleDispatch, RunsTasksOfTheMainQueueOnTheMainThread) {
   EXPECT_TRUE(dispatch().isMainThread());
   std::atomic<int> ran{0};
   std::thread worker([&ran] {
-    dispatch().mainQueue().async([&ran] {
-      EXPECT_TRUE(dispatch().isMainThread());
+    @autoreleasepool {
+      dispatch().mainQueue().async([&ran] {
+        EXPECT_TRUE(dispatch().isMainThread());
+        ++ran;
+      });
+      dispatch().mainQueue().sync([&ran] {
+        EXPECT_TRUE(dispatch().isMainThread());
+        EXPECT_EQ(ran, 1);
+        ++ran;
+      });
+      EXPECT_EQ(ran, 2);
       ++ran;
-    });
-    dispatch().mainQueue().sync([&ran] {
-      EXPECT_TRUE(dispatch().isMainThread());
-      EXPECT_EQ(ran, 1);
-      ++ran;
-    });
-    EXPECT_EQ(ran, 2);
-    ++ran;
+    }
   });
   EXPECT_EQ(ran, 0);
   EXPECT_TRUE(standin::runMainLoopUntil([&ran] { return ran == 3; }));
@@ -75,7 +77,9 @@ TEST(AppleDispatch, EndsWhatATaskThrows) {
   standin::settleMainLoop();
   std::atomic<bool> cameBack{false};
   std::thread worker([&cameBack] {
-    dispatch().mainQueue().sync([] { [NSException raise:NSGenericException format:@"raised by a task"]; });
+    @autoreleasepool {
+      dispatch().mainQueue().sync([] { [NSException raise:NSGenericException format:@"raised by a task"]; });
+    }
     cameBack = true;
   });
   EXPECT_TRUE(standin::runMainLoopUntil([&cameBack] { return cameBack.load(); }));
@@ -86,10 +90,12 @@ TEST(AppleMainOperationQueue, RunsOperationsOnTheMainThread) {
   const auto queue = Platform::current().mainOperationQueue();
   std::atomic<int> ran{0};
   std::thread([&] {
-    queue->addOperation([&ran] {
-      EXPECT_TRUE([NSThread isMainThread]);
-      ++ran;
-    });
+    @autoreleasepool {
+      queue->addOperation([&ran] {
+        EXPECT_TRUE([NSThread isMainThread]);
+        ++ran;
+      });
+    }
   }).join();
   EXPECT_TRUE(standin::runMainLoopUntil([&ran] { return ran == 1; }));
 }

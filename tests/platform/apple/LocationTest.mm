@@ -60,6 +60,19 @@ TEST(AppleLocation, IsKnownAtOnceAndItsPlaceLater) {
   EXPECT_TRUE(comesToKnow(*provider, withPlace, @[ berlin(), other ])) << factsOf(*provider);
 }
 
+TEST(AppleLocation, IsWhatTheGeocoderIsAskedFor) {
+  NSDate *const before = [NSDate date];
+  const auto provider = providerAtSea();
+  EXPECT_TRUE(standin::runMainLoopUntil([] { return standin::geocodedLocation() != nil; }));
+  CLLocation *const location = standin::geocodedLocation();
+  EXPECT_EQ(location.coordinate.latitude, 54.5);
+  EXPECT_EQ(location.coordinate.longitude, 7.25);
+  EXPECT_EQ(location.horizontalAccuracy, 5);
+  EXPECT_EQ(location.altitude, 35.5);
+  EXPECT_EQ(location.verticalAccuracy, -1);
+  EXPECT_GE([[location valueForKey:@"timestamp"] timeIntervalSinceDate:before], 0);
+}
+
 TEST(AppleLocation, LeavesOutWhatThePlaceHasNot) {
   const auto provider = providerAtSea();
   CLPlacemark *const place = standin::placemark(@"DE", nil, nil, @"", nil);
@@ -110,6 +123,16 @@ TEST(AppleLocation, FollowsTheUsersPermission) {
   standin::changeAuthorization(kCLAuthorizationStatusRestricted);
   EXPECT_TRUE(comesToKnow(*provider, nothing));
   EXPECT_EQ(standin::updatingLocationManagers(), 0);
+}
+
+TEST(AppleLocation, FollowsTheUsersPermissionBeforeIOS14) {
+  standin::locationServices().knowsItsOwnAuthorization = false;
+  standin::locationServices().authorizationStatus = kCLAuthorizationStatusDenied;
+  const auto provider = providerAtSea();
+  standin::changeAuthorization(kCLAuthorizationStatusAuthorizedWhenInUse);
+  EXPECT_TRUE(comesToKnow(*provider, atSea));
+  standin::changeAuthorization(kCLAuthorizationStatusDenied);
+  EXPECT_TRUE(comesToKnow(*provider, nothing));
 }
 
 TEST(AppleLocation, NeedsTheServicesToBeEnabled) {
@@ -203,6 +226,28 @@ TEST_F(AppleLocationManager, TellsItsDelegateEverything) {
   EXPECT_EQ(delegate->received[0].verticalAccuracy, -1);
   EXPECT_EQ(delegate->lastStatus, AuthorizationStatus::authorizedAlways);
   EXPECT_EQ(delegate->pauses, 1);
+}
+
+TEST_F(AppleLocationManager, TellsItsDelegateThePermissionBeforeIOS14) {
+  standin::locationServices().knowsItsOwnAuthorization = false;
+  standin::changeAuthorization(kCLAuthorizationStatusRestricted);
+  EXPECT_TRUE(
+      standin::runMainLoopUntil([this] { return delegate->lastStatus == AuthorizationStatus::restricted; }));
+  EXPECT_EQ(standin::callsOf("-[CLLocationManager authorizationStatus]"), 0);
+}
+
+TEST_F(AppleLocationManager, TellsItsDelegateSeveralLocationsAtOnce) {
+  standin::moveTo(@[ standin::locationAt(1, 2), standin::locationAt(3, 4) ]);
+  EXPECT_TRUE(standin::runMainLoopUntil([this] { return delegate->received.size() == 2; }));
+  EXPECT_EQ(delegate->received[0].coordinate.latitude, 1);
+  EXPECT_EQ(delegate->received[1].coordinate.latitude, 3);
+}
+
+TEST_F(AppleLocationManager, MayHaveNoDelegate) {
+  manager->setDelegate({});
+  standin::moveTo(standin::locationAt(1, 2));
+  standin::settleMainLoop();
+  EXPECT_TRUE(delegate->received.empty());
 }
 
 TEST_F(AppleLocationManager, DoesNotKeepItsDelegate) {

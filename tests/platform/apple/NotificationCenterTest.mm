@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -13,7 +15,9 @@
 
 #include "KXPublisher/platform/Application.h"
 #include "KXPublisher/platform/NotificationCenter.h"
+#include "KXPublisher/platform/OperationQueue.h"
 #include "KXPublisher/platform/Platform.h"
+#include "platform/apple/AppleObject.h"
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 
@@ -79,6 +83,76 @@ TEST(AppleNotificationCenter, TheHostMayDescribeWhoeverHasPosted) {
   EXPECT_EQ(std::string([descriptions objectAtIndex:0].UTF8String), sender->description());
   EXPECT_TRUE([[descriptions objectAtIndex:1] containsString:@"KXPublisherObject"])
       << [descriptions objectAtIndex:1].UTF8String;
+}
+
+/// An observer in the place where the one before it was.
+std::shared_ptr<Observer> observerInTheOnePlace() {
+  alignas(Observer) static std::array<char, sizeof(Observer)> place;
+  return {new (place.data()) Observer, [](Observer *observer) { observer->~Observer(); }};
+}
+
+TEST(AppleNotificationCenter, ASenderAtTheAddressOfAnEarlierOneIsAnother) {
+  auto first = observerInTheOnePlace();
+  const Object *const address = first.get();
+  id const standInOfFirst = standInFor(first);
+  EXPECT_TRUE(standInFor(first) == standInOfFirst);
+  EXPECT_EQ(objectBehind(standInOfFirst), first);
+  first.reset();
+  EXPECT_EQ(objectBehind(standInOfFirst), nullptr);
+
+  const auto second = observerInTheOnePlace();
+  ASSERT_EQ(second.get(), address);
+  EXPECT_FALSE(standInFor(second) == standInOfFirst);
+  EXPECT_EQ(objectBehind(standInFor(second)), second);
+  EXPECT_EQ(objectBehind(standInOfFirst), nullptr);
+}
+
+TEST(AppleNotificationCenter, ANameThatIsNoTextIsNotEveryName) {
+  const auto observer = std::make_shared<Observer>();
+  int received = 0;
+  center().addObserver(observer, Observer::selector(), "\xFF", nullptr);
+  center().addObserverForName("\xFF", nullptr, nullptr,
+                              [&received](const std::shared_ptr<Notification> &) { ++received; });
+  postAsHost();
+  EXPECT_NO_THROW(center().postNotificationName("\xFF", nullptr));
+  EXPECT_TRUE(observer->received.empty());
+  EXPECT_EQ(received, 0);
+}
+
+/// Counts what it is to run, and runs it.
+class CountingQueue : public OperationQueue {
+ public:
+  void addOperation(WorkItem operation) override {
+    ++operations;
+    operation();
+  }
+
+  int operations = 0;
+};
+
+TEST(AppleNotificationCenter, ABlockOnAQueueOfTheLibrarysRunsThere) {
+  const auto queue = std::make_shared<CountingQueue>();
+  int received = 0;
+  center().addObserverForName(name, nullptr, queue,
+                              [&received](const std::shared_ptr<Notification> &) { ++received; });
+  center().addObserverForName(name, nullptr, nullptr,
+                              [&received](const std::shared_ptr<Notification> &) { ++received; });
+  postAsHost();
+  EXPECT_EQ(received, 2);
+  EXPECT_EQ(queue->operations, 1);
+}
+
+TEST(AppleNotificationCenter, ABlockIsRunForItsSenderOnly) {
+  const auto sender = std::make_shared<Observer>();
+  const auto other = std::make_shared<Observer>();
+  int received = 0;
+  center().addObserverForName(name, sender, nullptr, [&](const std::shared_ptr<Notification> &notification) {
+    EXPECT_EQ(notification->object(), sender);
+    ++received;
+  });
+  center().postNotificationName(name, other);
+  center().postNotificationName(name, sender);
+  EXPECT_EQ(received, 1);
 }
 
 TEST(AppleNotificationCenter, AnObserverSeesWhatTheHostPosts) {

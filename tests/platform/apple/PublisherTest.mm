@@ -6,9 +6,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <set>
 #include <thread>
 
+#include "KXPublisher/diagnostics/KXLog.h"
 #include "KXPublisher/providers/KXDevice.h"
 #include "KXPublisher/transport/KXNetworking.h"
 #include "tests/platform/apple/harness/Collector.h"
@@ -189,15 +192,24 @@ TEST_F(ApplePublisher, IsTheSameForEachCall) {
 }
 
 TEST_F(ApplePublisher, IsMadeOnceHoweverManyThreadsCall) {
+  // Held up in the middle of the making, so that all of them meet there.
+  constexpr const char *making = "+[UIDevice currentDevice]";
+  standin::holdIn(making);
   std::vector<::KXPublisher *> publishers(8);
   std::vector<std::thread> threads;
+  std::atomic<std::size_t> calling{0};
   for (auto &publisher : publishers) {
-    threads.emplace_back([this, &publisher] {
+    threads.emplace_back([this, &publisher, &calling] {
       @autoreleasepool {
-        publisher = start();
+        NSString *const hostname = @(collector.hostname().c_str());
+        ++calling;
+        publisher = [::KXPublisher sharedInstanceWithApiToken:@"T" hostname:hostname];
       }
     });
   }
+  EXPECT_TRUE(eventually([&] { return calling == threads.size() && standin::callsOf(making) > 0; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  standin::letGo(making);
   for (auto &thread : threads) thread.join();
   for (const auto &publisher : publishers) EXPECT_TRUE(publisher == publishers[0]);
   ASSERT_TRUE(standin::runMainLoopUntil([this] { return collector.requests("login").size() == 1; }));
@@ -223,6 +235,16 @@ TEST_F(ApplePublisher, PrintsWhatFailsAndNotTheToken) {
   const std::string printed = ::testing::internal::GetCapturedStderr();
   EXPECT_THAT(printed, HasSubstr("[KX Error] Error getting access token: Error Domain=NSURLErrorDomain"));
   EXPECT_THAT(printed, Not(HasSubstr(collector.hostname())));
+}
+
+TEST_F(ApplePublisher, DebugsOnlyWhileItIsTo) {
+  ::KXPublisher *const publisher = start();
+  const auto log = KXLog::sharedInstance();
+  EXPECT_EQ(log->logLevel(), KXLogLevelError);
+  [publisher enableDebugging];
+  EXPECT_EQ(log->logLevel(), KXLogLevelDebug);
+  [publisher disableDebugging];
+  EXPECT_EQ(log->logLevel(), KXLogLevelError);
 }
 
 TEST_F(ApplePublisher, SendsNothingWithoutThePathOfTheService) {

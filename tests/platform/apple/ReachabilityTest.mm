@@ -152,6 +152,25 @@ TEST(AppleReachability, DoesNotKeepTheInfoOfItsCallback) {
   EXPECT_FALSE(report.infoWasAlive);
 }
 
+TEST(AppleReachability, IsFollowedOnlyWithAContextThatTheSystemKnows) {
+  auto &service = Platform::current().networkReachability();
+  const auto target = service.createWithAddress(SocketAddress{16, 2});
+  EXPECT_TRUE(service.setCallback(target, noteReport, {0, {}}));
+  EXPECT_FALSE(service.setCallback(target, noteReport, {1, {}}));
+}
+
+TEST(AppleReachability, IsServedInTheModeThatItIsScheduledIn) {
+  auto &service = Platform::current().networkReachability();
+  const auto mainRunLoop = Platform::current().runLoops().mainRunLoop();
+  const auto target = service.createWithAddress(SocketAddress{16, 2});
+  EXPECT_TRUE(service.setCallback(target, noteReport, {0, {}}));
+  EXPECT_TRUE(service.scheduleWithRunLoop(target, mainRunLoop, RunLoopMode::commonModes));
+  EXPECT_FALSE(service.unscheduleFromRunLoop(target, mainRunLoop, RunLoopMode::defaultMode));
+  EXPECT_TRUE(service.unscheduleFromRunLoop(target, mainRunLoop, RunLoopMode::commonModes));
+  EXPECT_FALSE(service.scheduleWithRunLoop(target, nullptr, RunLoopMode::defaultMode));
+  EXPECT_FALSE(service.unscheduleFromRunLoop(target, nullptr, RunLoopMode::defaultMode));
+}
+
 TEST(AppleReachability, IsUnscheduledOnlyFromWhereItIsScheduled) {
   auto &service = Platform::current().networkReachability();
   const auto mainRunLoop = Platform::current().runLoops().mainRunLoop();

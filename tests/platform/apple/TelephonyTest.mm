@@ -57,6 +57,24 @@ TEST(AppleTelephony, AsksForTheDataServiceWhereTheSystemKnowsNoSubscriber) {
   EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "LTE"}}));
 }
 
+TEST(AppleTelephony, TellsNothingOfOtherSubscriptions) {
+  standin::telephony().hasNamedInterfaces = false;
+  standin::telephony().otherSubscriptions = 8;
+  const auto provider = KXCarrier::sharedInstance();
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "310-410"}, {"radioAccessTechnology", "LTE"}}));
+  standin::telephony().radioAccessTechnology = @"CTRadioAccessTechnologyNR";
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_TRUE(comesToKnow(*provider, {{"carrierCode", "262-01"}, {"radioAccessTechnology", "NR"}}));
+}
+
+TEST(AppleTelephony, TellsNothingOfOtherSubscriptionsWhereNoneCarriesTheData) {
+  standin::telephony().hasNamedInterfaces = false;
+  standin::telephony().otherSubscriptions = 8;
+  standin::telephony().hasCarrier = false;
+  standin::telephony().radioAccessTechnology = nil;
+  EXPECT_TRUE(comesToKnow(*KXCarrier::sharedInstance(), json::object()));
+}
+
 TEST(AppleTelephony, TellsNothingWhereNeitherTheSubscriberNorTheDataServiceIsKnown) {
   standin::telephony().hasNamedInterfaces = false;
   standin::telephony().hasDataService = false;
@@ -124,6 +142,35 @@ TEST(AppleTelephony, ReportsUntilItIsReleased) {
   EXPECT_EQ(standin::telephonyObjects(), 0);
   standin::changeCarrier(@"262", @"02");
   EXPECT_EQ(reports, 1);
+}
+
+TEST(AppleTelephony, OfServicesReportsUntilItIsReleased) {
+  standin::telephony().hasNamedInterfaces = false;
+  std::atomic<int> reports{0};
+  auto info = Platform::current().telephony().makeTelephonyNetworkInfo();
+  info->setSubscriberCellularProviderDidUpdateNotifier([&reports](const std::shared_ptr<Carrier> &carrier) {
+    EXPECT_EQ(carrier->mobileCountryCode(), "262");
+    ++reports;
+  });
+  standin::changeCarrier(@"262", @"01");
+  EXPECT_EQ(reports, 1);
+  @autoreleasepool {
+    info.reset();
+  }
+  EXPECT_EQ(standin::telephonyObjects(), 0);
+}
+
+TEST(AppleTelephony, OfServicesEndsWhatANotifierThrows) {
+  standin::telephony().hasNamedInterfaces = false;
+  const auto info = Platform::current().telephony().makeTelephonyNetworkInfo();
+  std::atomic<int> reports{0};
+  info->setSubscriberCellularProviderDidUpdateNotifier([&reports](const std::shared_ptr<Carrier> &) {
+    ++reports;
+    throw 1;
+  });
+  standin::changeCarrier(@"262", @"01");
+  standin::changeCarrier(@"262", @"02");
+  EXPECT_EQ(reports, 2);
 }
 
 TEST(AppleTelephony, EndsWhatANotifierThrows) {

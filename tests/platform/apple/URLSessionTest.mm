@@ -89,6 +89,61 @@ TEST(AppleURLSession, BringsAnErrorWhenNobodyListens) {
   EXPECT_TRUE(outcome.error);
 }
 
+TEST(AppleURLSession, BringsTheErrorAloneWhenThereIsAResponseBesideIt) {
+  standin::network().response =
+      [[NSHTTPURLResponse alloc] initWithURL:[NSURL URLWithString:@"https://localhost/"]
+                                  statusCode:200
+                                 HTTPVersion:@"HTTP/1.1"
+                                headerFields:@{}];
+  standin::network().error =
+      [NSError errorWithDomain:@"KXTestDomain"
+                          code:-1005
+                      userInfo:@{NSLocalizedDescriptionKey : @"The connection was lost."}];
+  const Outcome outcome = send(requestTo("localhost:1", "/nowhere"), std::nullopt);
+  EXPECT_EQ(outcome.response, nullptr);
+  ASSERT_TRUE(outcome.error);
+  EXPECT_EQ(outcome.error->domain, "KXTestDomain");
+  EXPECT_EQ(outcome.error->code, -1005);
+  EXPECT_EQ(outcome.error->localizedDescription, "The connection was lost.");
+}
+
+TEST(AppleURLSession, BringsAResponseThatIsNotHTTPAsOne) {
+  standin::network().response = [[NSURLResponse alloc] initWithURL:[NSURL URLWithString:@"file:///"]
+                                                          MIMEType:@"text/plain"
+                                             expectedContentLength:0
+                                                  textEncodingName:nil];
+  const Outcome outcome = send(requestTo("localhost:1", "/nowhere"), std::nullopt);
+  EXPECT_EQ(outcome.error, std::nullopt);
+  ASSERT_NE(outcome.response, nullptr);
+  EXPECT_EQ(std::dynamic_pointer_cast<HTTPURLResponse>(outcome.response), nullptr);
+}
+
+TEST(AppleURLSession, SendsMethodHeaderAndBody) {
+  const Collector collector;
+  URLRequest request = requestTo(collector.hostname(), "/api_v0_0_0/do_login");
+  request.setValue("\xFF", "X-Value-That-Is-No-Text");
+  request.setValue("name that is no text", "X-\xFF");
+  const auto answer = send(request, Data{'{', '}'});
+  // A login that lacks everything, but has reached its place as what it is.
+  EXPECT_TRUE(eventually([&collector] { return collector.requests("login").size() == 1; }))
+      << collector.transcript();
+  const auto seen = collector.requests("login").at(0);
+  EXPECT_EQ(seen["status"], answer.statusCode());
+  EXPECT_EQ(seen["method"], "POST");
+  // The header's other field is what the collector looks at first.
+  EXPECT_EQ(seen["reason"], "the header Content-Encoding is missing, it must be gzip");
+}
+
+TEST(AppleURLSession, MakesNoTaskForARequestThatIsNone) {
+  const auto session = service().sessionWithDefaultConfiguration();
+  const auto nobody = [](const auto &, const auto &) { FAIL(); };
+  URLRequest request = requestTo("localhost:1", "/");
+  request.HTTPMethod = "\xFF";
+  EXPECT_EQ(session->uploadTaskWithRequest(request, std::nullopt, nobody), nullptr);
+  EXPECT_EQ(session->uploadTaskWithRequest(URLRequest(URL{"\xFF"}), std::nullopt, nobody), nullptr);
+  session->finishTasksAndInvalidate();
+}
+
 TEST(AppleURLSession, MakesNoTaskOnceItIsToFinish) {
   const auto session = service().sessionWithDefaultConfiguration();
   EXPECT_EQ(standin::openSessions(), 1);
@@ -122,6 +177,7 @@ TEST(AppleURLSession, EndsWhatACompletionHandlerThrows) {
                               [held](const auto &, const auto &) { throw *held; })
       ->resume();
   held.reset();
+  session->finishTasksAndInvalidate();
   EXPECT_TRUE(standin::runMainLoopUntil([&weak] { return weak.expired(); }));
 }
 

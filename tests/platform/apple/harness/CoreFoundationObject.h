@@ -11,7 +11,8 @@ struct CoreFoundationObject {
   void (*destroy)(CoreFoundationObject *object);
 };
 
-/// A thread's run loop; there is one for each thread that has asked, and it stays as long as the process.
+/// A thread's run loop; there is one for each thread that has asked, and it stays as long as the process: the
+/// first reference to it is never given back.
 struct __CFRunLoop : CoreFoundationObject {
   NSThread *thread;
 };

@@ -90,9 +90,7 @@ void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
   kx::standin::runOnThreadOfItsOwn([task, priority] {
     runningPriority = priority;
     if (priority == DISPATCH_QUEUE_PRIORITY_BACKGROUND) kx::standin::awaitMainLoop();
-    @autoreleasepool {
-      task();
-    }
+    task();
   });
 }
 

@@ -24,6 +24,7 @@ namespace {
 struct Requests {
   std::mutex mutex;
   std::deque<CLGeocodeCompletionHandler> waiting;
+  CLLocation *latest = nil;
 };
 
 Requests &requests() {
@@ -40,6 +41,7 @@ Requests &requests() {
   kx::standin::note(__func__);
   const std::lock_guard<std::mutex> lock(requests().mutex);
   requests().waiting.push_back([completionHandler copy]);
+  requests().latest = location;
 }
 
 @end
@@ -55,6 +57,11 @@ CLPlacemark *placemark(NSString *country, NSString *area, NSString *locality, NS
   placemark.postalCode = postalCode;
   placemark.timeZone = timeZone;
   return placemark;
+}
+
+CLLocation *geocodedLocation() {
+  const std::lock_guard<std::mutex> lock(requests().mutex);
+  return requests().latest;
 }
 
 bool answerGeocoding(NSArray<CLPlacemark *> *placemarks, NSError *error) {

@@ -50,6 +50,7 @@ void tellManagers(SEL selector, id argument) {
   CLLocationDistance _altitude;
   CLLocationAccuracy _horizontalAccuracy;
   CLLocationAccuracy _verticalAccuracy;
+  NSDate *_timestamp;
 }
 
 - (instancetype)initWithCoordinate:(CLLocationCoordinate2D)coordinate
@@ -62,6 +63,7 @@ void tellManagers(SEL selector, id argument) {
     _altitude = altitude;
     _horizontalAccuracy = horizontalAccuracy;
     _verticalAccuracy = verticalAccuracy;
+    _timestamp = timestamp;
   }
   return self;
 }
@@ -69,6 +71,10 @@ void tellManagers(SEL selector, id argument) {
 - (CLLocationCoordinate2D)coordinate {
   note(__func__);
   return _coordinate;
+}
+
+- (NSDate *)timestamp {
+  return _timestamp;
 }
 
 @end
@@ -120,16 +126,17 @@ void tellManagers(SEL selector, id argument) {
 
 // ---- What happens to it, on its own thread.
 
-- (void)reportLocation:(CLLocation *)location {
+- (void)reportLocations:(NSArray<CLLocation *> *)locations {
   if (!_isUpdating) return;
   if ([self.delegate respondsToSelector:@selector(locationManager:didUpdateLocations:)]) {
-    callOut([&] { [self.delegate locationManager:self didUpdateLocations:@[ location ]]; });
+    callOut([&] { [self.delegate locationManager:self didUpdateLocations:locations]; });
   }
 }
 
 - (void)reportAuthorization:(id)unused {
   // A system that knows the newer of the two calls no other.
-  if ([self.delegate respondsToSelector:@selector(locationManagerDidChangeAuthorization:)]) {
+  if (locationServices().knowsItsOwnAuthorization &&
+      [self.delegate respondsToSelector:@selector(locationManagerDidChangeAuthorization:)]) {
     callOut([&] { [self.delegate locationManagerDidChangeAuthorization:self]; });
   } else if ([self.delegate respondsToSelector:@selector(locationManager:didChangeAuthorizationStatus:)]) {
     const CLAuthorizationStatus status = locationServices().authorizationStatus;
@@ -167,8 +174,12 @@ CLLocation *locationAt(double latitude, double longitude, double horizontalAccur
 }
 
 void moveTo(CLLocation *location) {
-  locationServices().location = location;
-  tellManagers(@selector(reportLocation:), location);
+  moveTo(@[ location ]);
+}
+
+void moveTo(NSArray<CLLocation *> *locations) {
+  locationServices().location = locations.lastObject;
+  tellManagers(@selector(reportLocations:), locations);
 }
 
 void changeAuthorization(CLAuthorizationStatus status) {

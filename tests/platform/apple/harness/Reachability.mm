@@ -99,6 +99,7 @@ Boolean SCNetworkReachabilitySetCallback(SCNetworkReachabilityRef target,
   note(__func__);
   SCNetworkReachabilityContext next{};
   if (context != nullptr) next = *context;
+  if (next.version != 0) return false;
   if (next.retain != nullptr) next.info = const_cast<void *>(next.retain(next.info));
   __SCNetworkReachability *const handle = changeable(target);
   {

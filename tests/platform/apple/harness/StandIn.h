@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 /// What all stand-ins of Apple's frameworks have in common. Each test is a process of its own, so nothing
 /// here is ever set back.
@@ -23,13 +24,17 @@ void letGo(const std::string &operation);
 int callsOf(const std::string &operation);
 int callsOffMainThread(const std::string &operation);
 
-/// Runs the main run loop until `condition` holds, for as long as a busy machine may need; false when it
-/// never did. To be called on the main thread.
-bool runMainLoopUntil(const std::function<bool()> &condition,
-                      std::chrono::seconds patience = std::chrono::seconds(30));
+/// Notes what no device puts up with, though it need not fail there and then. The test fails at its end.
+void complain(const std::string &what);
+std::vector<std::string> complaints();
+
+/// For how long a busy machine may need: 30 seconds, or what KX_TEST_PATIENCE says.
+std::chrono::seconds patience();
+
+/// Runs the main run loop until `condition` holds; false when it never did. To be called on the main thread.
+bool runMainLoopUntil(const std::function<bool()> &condition);
 /// The same while the user drags something: the loop runs in the mode of tracking.
-bool trackUntil(const std::function<bool()> &condition,
-                std::chrono::seconds patience = std::chrono::seconds(30));
+bool trackUntil(const std::function<bool()> &condition);
 
 /// Runs everything that waits for the main thread already.
 void settleMainLoop();
@@ -37,7 +42,7 @@ void settleMainLoop();
 /// Waits until the main thread runs its loop in one of these ways.
 void awaitMainLoop();
 
-/// Runs `work` on a new thread that nobody waits for.
+/// Runs `work` on a new thread that nobody waits for, without an autorelease pool: a library brings its own.
 void runOnThreadOfItsOwn(std::function<void()> work);
 
 }  // namespace kx::standin

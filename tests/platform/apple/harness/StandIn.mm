@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <condition_variable>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -27,6 +28,7 @@ struct Record {
   std::set<std::string> raising;
   std::set<std::string> holding;
   std::condition_variable letGo;
+  std::vector<std::string> complaints;
 };
 
 /// Whether the main thread runs its loop.
@@ -59,8 +61,8 @@ Calls callsNoted(const std::string &operation) {
   return record().calls[operation];
 }
 
-bool runUntil(NSString *mode, const std::function<bool()> &condition, std::chrono::seconds patience) {
-  const auto end = std::chrono::steady_clock::now() + patience;
+bool runUntil(NSString *mode, const std::function<bool()> &condition) {
+  const auto end = std::chrono::steady_clock::now() + patience();
   bool holds = condition();
   mainLoop().set(true);
   while (!holds && std::chrono::steady_clock::now() < end) {
@@ -116,12 +118,27 @@ int callsOffMainThread(const std::string &operation) {
   return callsNoted(operation).offMainThread;
 }
 
-bool runMainLoopUntil(const std::function<bool()> &condition, std::chrono::seconds patience) {
-  return runUntil(NSDefaultRunLoopMode, condition, patience);
+void complain(const std::string &what) {
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  record().complaints.push_back(what);
 }
 
-bool trackUntil(const std::function<bool()> &condition, std::chrono::seconds patience) {
-  return runUntil(UITrackingRunLoopMode, condition, patience);
+std::vector<std::string> complaints() {
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  return record().complaints;
+}
+
+std::chrono::seconds patience() {
+  const char *const said = std::getenv("KX_TEST_PATIENCE");
+  return std::chrono::seconds(said == nullptr ? 30 : std::atoi(said));
+}
+
+bool runMainLoopUntil(const std::function<bool()> &condition) {
+  return runUntil(NSDefaultRunLoopMode, condition);
+}
+
+bool trackUntil(const std::function<bool()> &condition) {
+  return runUntil(UITrackingRunLoopMode, condition);
 }
 
 void awaitMainLoop() {

@@ -6,6 +6,8 @@
 #import <SystemConfiguration/SystemConfiguration.h>
 #import <UIKit/UIKit.h>
 
+#include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,7 +62,8 @@ std::vector<UIBackgroundTaskIdentifier> runningBackgroundTasks();
 /// Calls the expiration handler of every running task, as the system does when the time is over.
 void expireBackgroundTasks();
 
-/// CTTelephonyNetworkInfo: one subscription, whose service is called that.
+/// CTTelephonyNetworkInfo: a subscription, whose service is called that and carries the data, and others,
+/// which the named interfaces do not know.
 constexpr const char *telephonyService = "0000000100000001";
 struct Telephony {
   bool isPresent = true;
@@ -68,12 +71,14 @@ struct Telephony {
   bool hasServiceInterfaces = true;  ///< their successors, by service
   bool hasCarrier = true;
   bool hasDataService = true;
+  int otherSubscriptions = 0;  ///< all of them with the carrier 001-01 and EDGE
   NSString *mobileCountryCode = @"310";
   NSString *mobileNetworkCode = @"410";
   NSString *radioAccessTechnology = @"CTRadioAccessTechnologyLTE";
 };
 Telephony &telephony();
-/// Another carrier: every telephony object calls its notifiers, on a thread of its own.
+/// Another carrier: every telephony object calls its notifiers, on a thread of its own; where there are other
+/// subscriptions, with the service of one of these.
 void changeCarrier(NSString *mobileCountryCode, NSString *mobileNetworkCode);
 /// The telephony objects alive.
 int telephonyObjects();
@@ -84,11 +89,15 @@ struct LocationServices {
   bool areEnabled = true;
   CLAuthorizationStatus authorizationStatus = kCLAuthorizationStatusAuthorizedWhenInUse;
   CLLocation *location = nil;
+  /// Since iOS 14 a manager is asked for the authorization that it has, before it tells its delegate.
+  bool knowsItsOwnAuthorization = true;
 };
 LocationServices &locationServices();
 CLLocation *locationAt(double latitude, double longitude, double horizontalAccuracy = 5);
 /// They find that position, and report it if they are updating.
 void moveTo(CLLocation *location);
+/// The last one of several, all of which they report at once.
+void moveTo(NSArray<CLLocation *> *locations);
 void changeAuthorization(CLAuthorizationStatus status);
 void pauseLocationUpdates();
 void resumeLocationUpdates();
@@ -101,6 +110,8 @@ double distanceFilter();
 /// CLGeocoder.
 CLPlacemark *placemark(NSString *country, NSString *area, NSString *locality, NSString *postalCode,
                        NSTimeZone *timeZone);
+/// The location of the latest request.
+CLLocation *geocodedLocation();
 /// Answers the oldest request, on the main thread; false when there is none.
 bool answerGeocoding(NSArray<CLPlacemark *> *placemarks, NSError *error = nil);
 
@@ -122,10 +133,39 @@ std::vector<unsigned char> reachabilityAddress();
 /// NSURLSession, which goes out to the network by itself.
 struct Network {
   std::string certificateAuthorityFile;  ///< PEM; empty: the system's
+  /// What every task completes with, without going out, where one of the two is set.
+  NSURLResponse *response = nil;
+  NSError *error = nil;
 };
 Network &network();
 /// The sessions that have not been told to finish.
 int openSessions();
+
+/// NSLocale: the user's languages; nil: those of the machine.
+void setPreferredLanguages(NSArray<NSString *> *languages);
+
+/// `getifaddrs`: the list that it gives; absent: the machine's.
+struct InterfaceEntry {
+  const char *name;
+  int family;  ///< AF_UNSPEC: an entry without an address
+  std::array<unsigned char, 4> bytesAfterPort{};
+};
+struct Interfaces {
+  std::optional<std::vector<InterfaceEntry>> entries;
+  bool canBeRead = true;
+};
+Interfaces &interfaces();
+/// The lists that have not been freed.
+int openInterfaceLists();
+
+/// The references to run loops that are still held, beside the system's own: to the main one's, or to those
+/// of all other threads.
+int heldRunLoops(bool mainOne);
+
+/// The NSTimers that are alive, and those that a run loop may still fire. To be asked on the main thread,
+/// where timers may fire meanwhile.
+int aliveTimers();
+int installedTimers();
 
 /// Dispatch: the priority of the global queue whose task runs on this thread, `notAGlobalQueue` when none
 /// does.

@@ -22,6 +22,16 @@ NSString *service() {
   return @(kx::standin::telephonyService);
 }
 
+/// By service: that for the data service, and the other one for each of the other subscriptions.
+NSDictionary *byService(id forTheData, id forOthers) {
+  NSMutableDictionary *const values = [NSMutableDictionary new];
+  if (forTheData != nil) [values setObject:forTheData forKey:service()];
+  for (int number = 1; number <= telephony().otherSubscriptions; ++number) {
+    [values setObject:forOthers forKey:[NSString stringWithFormat:@"%d", number]];
+  }
+  return values;
+}
+
 /// How the one subscriber is asked for.
 NSSet<NSString *> *namedInterfaces() {
   return [NSSet setWithObjects:@"subscriberCellularProvider", @"currentRadioAccessTechnology",
@@ -44,9 +54,13 @@ NSSet<NSString *> *serviceInterfaces() {
 
 /// The subscriber's carrier now.
 - (instancetype)init {
+  return [self initWithCountryCode:telephony().mobileCountryCode networkCode:telephony().mobileNetworkCode];
+}
+
+- (instancetype)initWithCountryCode:(NSString *)countryCode networkCode:(NSString *)networkCode {
   if ((self = [super init]) != nil) {
-    _countryCode = telephony().mobileCountryCode;
-    _networkCode = telephony().mobileNetworkCode;
+    _countryCode = countryCode;
+    _networkCode = networkCode;
   }
   return self;
 }
@@ -99,14 +113,14 @@ NSSet<NSString *> *serviceInterfaces() {
 - (NSDictionary<NSString *, CTCarrier *> *)serviceSubscriberCellularProviders {
   note(__func__);
   [self requireResponseTo:_cmd];
-  return telephony().hasCarrier ? @{service() : [CTCarrier new]} : nil;
+  return byService(telephony().hasCarrier ? [CTCarrier new] : nil,
+                   [[CTCarrier alloc] initWithCountryCode:@"001" networkCode:@"01"]);
 }
 
 - (NSDictionary<NSString *, NSString *> *)serviceCurrentRadioAccessTechnology {
   note(__func__);
   [self requireResponseTo:_cmd];
-  NSString *const technology = telephony().radioAccessTechnology;
-  return technology != nil ? @{service() : technology} : nil;
+  return byService(telephony().radioAccessTechnology, @"CTRadioAccessTechnologyEdge");
 }
 
 - (NSString *)dataServiceIdentifier {
@@ -139,16 +153,23 @@ Telephony &telephony() {
 void changeCarrier(NSString *mobileCountryCode, NSString *mobileNetworkCode) {
   telephony().mobileCountryCode = mobileCountryCode;
   telephony().mobileNetworkCode = mobileNetworkCode;
-  std::thread([] {
-    @autoreleasepool {
-      for (CTTelephonyNetworkInfo *info : infos().all()) {
-        if (info.subscriberCellularProviderDidUpdateNotifier != nil) {
-          info.subscriberCellularProviderDidUpdateNotifier([CTCarrier new]);
-        }
-        if (info.serviceSubscriberCellularProvidersDidUpdateNotifier != nil) {
-          info.serviceSubscriberCellularProvidersDidUpdateNotifier(service());
-        }
+  std::vector<CTTelephonyNetworkInfo *> alive;
+  CTCarrier *const carrier = [CTCarrier new];
+  NSString *const changed = telephony().otherSubscriptions == 0 ? service() : @"1";
+  @autoreleasepool {
+    alive = infos().all();
+  }
+  std::thread([alive = std::move(alive), carrier, changed] {
+    for (CTTelephonyNetworkInfo *info : alive) {
+      void (^byName)(CTCarrier *) = nil;
+      void (^byService)(NSString *) = nil;
+      @autoreleasepool {
+        byName = info.subscriberCellularProviderDidUpdateNotifier;
+        byService = info.serviceSubscriberCellularProvidersDidUpdateNotifier;
       }
+      // Without an autorelease pool: a library brings its own.
+      if (byName != nil) byName(carrier);
+      if (byService != nil) byService(changed);
     }
   }).join();
 }

@@ -73,20 +73,30 @@ void perform(NSURLRequest *request, NSData *body, Answer &answer) {
 using Completion = void (^)(NSData *, NSURLResponse *, NSError *);
 
 void performAndComplete(NSURLRequest *request, NSData *body, Completion completion) {
-  Answer answer;
-  perform(request, body, answer);
-  if (answer.result != CURLE_OK) {
-    NSDictionary *const information = @{NSLocalizedDescriptionKey : @(curl_easy_strerror(answer.result))};
-    completion(nil, nil,
-               [NSError errorWithDomain:@"NSURLErrorDomain" code:answer.result userInfo:information]);
-    return;
+  NSData *data = nil;
+  NSURLResponse *response = nil;
+  NSError *error = nil;
+  @autoreleasepool {
+    const kx::standin::Network &network = kx::standin::network();
+    if (network.response != nil || network.error != nil) {
+      response = network.response;
+      error = network.error;
+    } else {
+      Answer answer;
+      perform(request, body, answer);
+      if (answer.result == CURLE_OK) {
+        data = answer.body;
+        response = [[NSHTTPURLResponse alloc] initWithURL:request.URL
+                                               statusCode:answer.statusCode
+                                              HTTPVersion:@"HTTP/1.1"
+                                             headerFields:answer.headerFields];
+      } else {
+        NSDictionary *const information = @{NSLocalizedDescriptionKey : @(curl_easy_strerror(answer.result))};
+        error = [NSError errorWithDomain:@"NSURLErrorDomain" code:answer.result userInfo:information];
+      }
+    }
   }
-  completion(answer.body,
-             [[NSHTTPURLResponse alloc] initWithURL:request.URL
-                                         statusCode:answer.statusCode
-                                        HTTPVersion:@"HTTP/1.1"
-                                       headerFields:answer.headerFields],
-             nil);
+  completion(data, response, error);  // without an autorelease pool: a library brings its own
 }
 
 }  // namespace
@@ -116,11 +126,8 @@ void performAndComplete(NSURLRequest *request, NSData *body, Completion completi
   Completion const completion = _completion;
   _completion = nil;
   if (completion == nil) return;
-  kx::standin::runOnThreadOfItsOwn([request, body, completion] {
-    @autoreleasepool {
-      performAndComplete(request, body, completion);
-    }
-  });
+  kx::standin::runOnThreadOfItsOwn(
+      [request, body, completion] { performAndComplete(request, body, completion); });
 }
 
 @end

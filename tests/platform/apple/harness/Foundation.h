@@ -1,0 +1,9 @@
+#pragma once
+
+namespace kx::standin {
+
+/// Has Foundation insist as Apple's does: an NSRunLoop and the NSTimers on it are for their own thread only,
+/// and what is autoreleased has a pool. To be called once, before a test begins.
+void watchFoundation();
+
+}  // namespace kx::standin
