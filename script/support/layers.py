@@ -13,6 +13,7 @@ DOOR = "include/KXPublisher/"  # a header below it belongs to the folder of the 
 
 # A folder within one of them is on its floor.
 FLOORS = {
+    "gobject": 5,
     "publisher": 4,
     "providers": 3,
     "transport": 3,
@@ -24,7 +25,7 @@ FLOORS = {
 # files of an adapter that are a face of the whole library.
 BESIDE = ("platform/simulated", "platform/linux", "platform/apple")
 FACES = ("platform/apple/ObjectiveCPublisher.mm", "platform/apple/ObjectiveCConstants.mm")
-AROUND = ("examples", "tests", "tools", "benchmarks", "packaging")
+AROUND = ("bindings", "examples", "tests", "tools", "benchmarks", "packaging")
 
 SUFFIXES = (".h", ".hpp", ".c", ".cpp", ".m", ".mm")
 INCLUDE = re.compile(r'^\s*#\s*(?:include|import)\s+[<"]([^>"]+)[>"]', re.M)
