@@ -2,10 +2,8 @@
 
 #import <AdSupport/AdSupport.h>
 
+#include "platform/apple/AppleDeprecated.h"
 #include "platform/apple/AppleText.h"
-
-// Later systems keep the interfaces of the first ones, but warn of them.
-#pragma clang diagnostic ignored "-Wdeprecated-declarations"
 
 namespace kx {
 
@@ -18,7 +16,11 @@ class AppleAdvertisingIdentifierManager : public AdvertisingIdentifierManager {
   std::optional<std::string> advertisingIdentifier() override {
     return textOf(manager_.advertisingIdentifier.UUIDString);
   }
+
+  // What is reported is this answer. Its successor, of another framework, gives another one.
+  KX_DEPRECATED_BEGIN
   bool isAdvertisingTrackingEnabled() override { return manager_.isAdvertisingTrackingEnabled; }
+  KX_DEPRECATED_END
 
  private:
   ASIdentifierManager *const manager_;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "platform/apple/AppleCallbackBoundary.h"
+#include "platform/apple/AppleDeprecated.h"
 #include "platform/apple/AppleText.h"
 
 namespace kx {
@@ -33,6 +34,10 @@ Placemark placemarkOf(CLPlacemark *systemPlacemark) {
   return placemark;
 }
 
+// The successor belongs to MapKit and begins with iOS 26; until that is the oldest, this one is there on
+// every iOS.
+KX_DEPRECATED_BEGIN
+
 class AppleGeocoder : public Geocoder {
  public:
   explicit AppleGeocoder(CLGeocoder *geocoder) : geocoder_(geocoder) {}
@@ -59,5 +64,7 @@ std::shared_ptr<Geocoder> makeAppleGeocoder() {
   CLGeocoder *const geocoder = [[CLGeocoder alloc] init];
   return geocoder == nil ? nullptr : std::make_shared<AppleGeocoder>(geocoder);
 }
+
+KX_DEPRECATED_END
 
 }  // namespace kx

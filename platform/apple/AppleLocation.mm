@@ -7,10 +7,8 @@
 #include <utility>
 
 #include "platform/apple/AppleCallbackBoundary.h"
+#include "platform/apple/AppleDeprecated.h"
 #include "platform/apple/AppleGeocoder.h"
-
-// Later systems keep the interfaces of the first ones, but warn of them.
-#pragma clang diagnostic ignored "-Wdeprecated-declarations"
 
 namespace {
 
@@ -158,9 +156,12 @@ std::shared_ptr<AppleLocationSwitch> AppleLocationService::switchFor(
   });
 }
 
+// The successor is asked of a manager, and who asks here has none yet.
+KX_DEPRECATED_BEGIN
 AuthorizationStatus AppleLocationService::authorizationStatus() {
   return static_cast<AuthorizationStatus>([CLLocationManager authorizationStatus]);
 }
+KX_DEPRECATED_END
 
 std::shared_ptr<Geocoder> AppleLocationService::makeGeocoder() {
   return makeAppleGeocoder();

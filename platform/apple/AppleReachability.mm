@@ -7,9 +7,13 @@
 #include <mutex>
 
 #include "platform/apple/AppleCallbackBoundary.h"
+#include "platform/apple/AppleDeprecated.h"
 #include "platform/apple/AppleRunLoop.h"
 
 namespace kx {
+
+// SCNetworkReachability is what the library's connection type is defined by: the flags of one address, on the
+// main run loop. Its successor begins with iOS 12, has no flags, and is told on queues.
 
 namespace {
 
@@ -22,6 +26,7 @@ class Target : public NetworkReachabilityTarget {
 
   SCNetworkReachabilityRef handle() const { return handle_; }
 
+  KX_DEPRECATED_BEGIN
   bool setCallback(NetworkReachabilityCallback callback, const NetworkReachabilityContext &context) {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
@@ -31,6 +36,7 @@ class Target : public NetworkReachabilityTarget {
     SCNetworkReachabilityContext systemContext{context.version, this, nullptr, nullptr, nullptr};
     return SCNetworkReachabilitySetCallback(handle_, &changed, &systemContext) != 0;
   }
+  KX_DEPRECATED_END
 
  private:
   static void changed(SCNetworkReachabilityRef /*handle*/, SCNetworkReachabilityFlags flags, void *info) {
@@ -59,6 +65,8 @@ CFStringRef cfNameOf(RunLoopMode mode) {
 }
 
 }  // namespace
+
+KX_DEPRECATED_BEGIN
 
 NetworkReachabilityRef AppleReachability::createWithAddress(const SocketAddress &address) {
   sockaddr systemAddress{};
@@ -96,5 +104,7 @@ bool AppleReachability::unscheduleFromRunLoop(NetworkReachabilityRef target,
   return SCNetworkReachabilityUnscheduleFromRunLoop(Target::of(target).handle(), appleRunLoop->cfRunLoop(),
                                                     cfNameOf(mode)) != 0;
 }
+
+KX_DEPRECATED_END
 
 }  // namespace kx

@@ -6,14 +6,15 @@
 #include <utility>
 
 #include "platform/apple/AppleCallbackBoundary.h"
+#include "platform/apple/AppleDeprecated.h"
 #include "platform/apple/AppleText.h"
-
-// Later systems keep the interfaces of the first ones, but warn of them.
-#pragma clang diagnostic ignored "-Wdeprecated-declarations"
 
 namespace kx {
 
 namespace {
+
+// Carriers have no successor: newer systems still answer, with placeholders for the codes.
+KX_DEPRECATED_BEGIN
 
 class AppleCarrier : public Carrier {
  public:
@@ -78,6 +79,8 @@ class AppleTelephonyNetworkInfo : public TelephonyNetworkInfo {
  private:
   CTTelephonyNetworkInfo *const info_;
 };
+
+KX_DEPRECATED_END
 
 }  // namespace
 

@@ -41,8 +41,8 @@ class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
 
   Dispatch &dispatch_;
   const std::shared_ptr<OperationQueue> mainOperationQueue_;
-  std::mutex mutex_;
-  std::vector<Registration> registrations_;
+  std::mutex mutex_{};
+  std::vector<Registration> registrations_{};
 };
 
 }  // namespace kx

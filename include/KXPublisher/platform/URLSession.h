@@ -33,7 +33,7 @@ struct KX_EXPORT URLRequest {
 
   URL url;
   std::string HTTPMethod = "GET";
-  HTTPHeaderFields allHTTPHeaderFields;
+  HTTPHeaderFields allHTTPHeaderFields{};
 };
 
 /// Orders header names without regard to case, as HTTP does.

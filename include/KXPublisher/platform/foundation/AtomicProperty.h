@@ -27,7 +27,7 @@ class AtomicProperty {
   }
 
  private:
-  mutable std::mutex mutex_;
+  mutable std::mutex mutex_{};
   T value_{};
 };
 

@@ -43,7 +43,7 @@ class KX_EXPORT FormatArgument {
   Kind kind_ = Kind::text;
   std::uint64_t integer_ = 0;
   double number_ = 0;
-  std::string text_;
+  std::string text_{};
 };
 
 /// `stringWithFormat:`: fills a format with printf-style placeholders and the object placeholder "%@". A

@@ -24,9 +24,9 @@ class KX_EXPORT SimulatedApplication : public Application {
   /// What `backgroundRefreshStatus` answers.
   BackgroundRefreshStatus refreshStatus = BackgroundRefreshStatus::available;
   /// Every background task that was begun; the first one has the identifier 1.
-  std::vector<BackgroundTask> backgroundTasks;
+  std::vector<BackgroundTask> backgroundTasks{};
   /// Every identifier that `endBackgroundTask:` was called with, `UIBackgroundTaskInvalid` included.
-  std::vector<BackgroundTaskIdentifier> endedIdentifiers;
+  std::vector<BackgroundTaskIdentifier> endedIdentifiers{};
 
   /// Announces that the application has entered the background. Like the next one it is called by the test,
   /// or in a task of the main queue; the observers have run when it returns.

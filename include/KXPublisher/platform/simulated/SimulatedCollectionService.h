@@ -90,7 +90,7 @@ class KX_EXPORT SimulatedURLSessionService : public URLSessionService {
   int sessions = 0;
   int invalidatedSessions = 0;
   /// Called once, while the next session is made: something else happens just then.
-  std::function<void()> whileNextSessionIsMade;
+  std::function<void()> whileNextSessionIsMade{};
 
   /// Takes what has a scheme, a host without blanks or control characters, and a path.
   std::optional<URL> URLWithString(const std::string &text) override;

@@ -19,17 +19,17 @@ class KX_EXPORT SimulatedLocationService : public LocationService {
   bool enabled = true;
   AuthorizationStatus status = AuthorizationStatus::authorizedWhenInUse;
   /// The last position; every manager knows it.
-  std::optional<Location> position;
+  std::optional<Location> position{};
   /// What a geocoder finds, wherever the device is, and how many seconds that takes.
-  std::vector<Placemark> placemarks;
+  std::vector<Placemark> placemarks{};
   double geocodingLatency = 0.2;
 
   /// What was asked of managers and geocoders.
   int managersMade = 0;
   int startCalls = 0;
   int stopCalls = 0;
-  double distanceFilter = 0;       ///< as set last
-  std::vector<Location> geocoded;  ///< every position that was to be geocoded
+  double distanceFilter = 0;         ///< as set last
+  std::vector<Location> geocoded{};  ///< every position that was to be geocoded
   bool updating() const { return startCalls > 0 && updating_; }
 
   /// The user grants or withdraws the authorization; delegates are told.
@@ -54,7 +54,7 @@ class KX_EXPORT SimulatedLocationService : public LocationService {
 
   SimulatedScheduler &scheduler_;
   bool updating_ = false;
-  std::vector<std::weak_ptr<Manager>> managers_;
+  std::vector<std::weak_ptr<Manager>> managers_{};
 };
 
 }  // namespace kx

@@ -37,7 +37,7 @@ class KX_EXPORT SimulatedTelephonyService : public TelephonyService {
   std::shared_ptr<Carrier> readCarrier() const;
 
   SimulatedScheduler &scheduler_;
-  std::vector<std::weak_ptr<NetworkInfo>> networkInfos_;
+  std::vector<std::weak_ptr<NetworkInfo>> networkInfos_{};
 };
 
 }  // namespace kx

@@ -28,21 +28,22 @@ enum : NSInteger { UIApplicationStateActive = 0 };
 typedef NSInteger UIApplicationState;
 
 @interface UIApplication (State)
-@property(nonatomic, readonly) UIApplicationState applicationState;
+@property(nonatomic, readonly) UIApplicationState applicationState API_AVAILABLE(ios(4.0));
 @end
 
 @class UIWindow;
 
 @protocol UIApplicationDelegate <NSObject>
 @optional
-@property(nonatomic, strong, nullable) UIWindow *window;
+@property(nonatomic, strong, nullable) UIWindow *window API_AVAILABLE(ios(5.0));
 - (BOOL)application:(UIApplication *)application
-    didFinishLaunchingWithOptions:(nullable NSDictionary<NSString *, id> *)launchOptions;
-- (void)applicationDidBecomeActive:(UIApplication *)application;
+    didFinishLaunchingWithOptions:(nullable NSDictionary<NSString *, id> *)launchOptions
+    API_AVAILABLE(ios(3.0));
+- (void)applicationDidBecomeActive:(UIApplication *)application API_DEPRECATED("", ios(2.0, 26.0));
 @end
 
 @interface UIScreen : NSObject
-@property(class, nonatomic, readonly) UIScreen *mainScreen;
+@property(class, nonatomic, readonly) UIScreen *mainScreen API_DEPRECATED("", ios(2.0, 26.0));
 @property(nonatomic, readonly) CGRect bounds;
 @end
 
@@ -56,7 +57,7 @@ typedef NSInteger UIApplicationState;
 @end
 
 @interface UIWindow : UIView
-@property(nonatomic, strong, nullable) UIViewController *rootViewController;
+@property(nonatomic, strong, nullable) UIViewController *rootViewController API_AVAILABLE(ios(4.0));
 - (void)makeKeyAndVisible;
 @end
 

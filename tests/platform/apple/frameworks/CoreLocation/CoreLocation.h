@@ -35,22 +35,24 @@ API_AVAILABLE(ios(2.0))
 @property(readonly, nonatomic) CLLocationAccuracy verticalAccuracy;
 @end
 
-API_AVAILABLE(ios(5.0))
+API_DEPRECATED("", ios(5.0, API_TO_BE_DEPRECATED))
 @interface CLPlacemark : NSObject
 @property(nonatomic, readonly, copy, nullable) NSString *ISOcountryCode;
 @property(nonatomic, readonly, copy, nullable) NSString *administrativeArea;
 @property(nonatomic, readonly, copy, nullable) NSString *locality;
 @property(nonatomic, readonly, copy, nullable) NSString *postalCode;
-@property(nonatomic, readonly, copy, nullable) NSTimeZone *timeZone API_AVAILABLE(ios(9.0));
+@property(nonatomic, readonly, copy, nullable)
+    NSTimeZone *timeZone API_DEPRECATED("", ios(9.0, API_TO_BE_DEPRECATED));
 @end
 
 typedef void (^CLGeocodeCompletionHandler)(NSArray<CLPlacemark *> *_Nullable placemarks,
                                            NSError *_Nullable error);
 
-API_AVAILABLE(ios(5.0))
+API_DEPRECATED("", ios(5.0, 26.0))
 @interface CLGeocoder : NSObject
 - (void)reverseGeocodeLocation:(CLLocation *)location
-             completionHandler:(CLGeocodeCompletionHandler)completionHandler;
+             completionHandler:(CLGeocodeCompletionHandler)completionHandler
+    API_DEPRECATED("", ios(5.0, 26.0));
 @end
 
 @class CLLocationManager;

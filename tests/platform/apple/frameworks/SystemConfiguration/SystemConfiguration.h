@@ -1,6 +1,7 @@
 #pragma once
 
 #import <CoreFoundation/CoreFoundation.h>
+#include <os/availability.h>
 #include <stdint.h>
 #include <sys/socket.h>
 
@@ -24,15 +25,18 @@ typedef struct {
 
 SCNetworkReachabilityRef _Nullable SCNetworkReachabilityCreateWithAddress(CFAllocatorRef _Nullable allocator,
                                                                           const struct sockaddr *address)
-    __attribute__((cf_returns_retained));
-Boolean SCNetworkReachabilityGetFlags(SCNetworkReachabilityRef target, SCNetworkReachabilityFlags *flags);
+    __attribute__((cf_returns_retained)) API_DEPRECATED("", ios(2.0, 17.4));
+Boolean SCNetworkReachabilityGetFlags(SCNetworkReachabilityRef target, SCNetworkReachabilityFlags *flags)
+    API_DEPRECATED("", ios(2.0, 17.4));
 Boolean SCNetworkReachabilitySetCallback(SCNetworkReachabilityRef target,
                                          SCNetworkReachabilityCallBack _Nullable callout,
-                                         SCNetworkReachabilityContext *_Nullable context);
+                                         SCNetworkReachabilityContext *_Nullable context)
+    API_DEPRECATED("", ios(2.0, 17.4));
 Boolean SCNetworkReachabilityScheduleWithRunLoop(SCNetworkReachabilityRef target, CFRunLoopRef runLoop,
-                                                 CFStringRef runLoopMode);
+                                                 CFStringRef runLoopMode) API_DEPRECATED("", ios(2.0, 17.4));
 Boolean SCNetworkReachabilityUnscheduleFromRunLoop(SCNetworkReachabilityRef target, CFRunLoopRef runLoop,
-                                                   CFStringRef runLoopMode);
+                                                   CFStringRef runLoopMode)
+    API_DEPRECATED("", ios(2.0, 17.4));
 
 #pragma clang assume_nonnull end
 

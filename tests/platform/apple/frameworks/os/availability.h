@@ -12,6 +12,7 @@
 #endif
 
 #ifndef API_AVAILABLE
+#define API_TO_BE_DEPRECATED 100000
 #define API_AVAILABLE(platform) KX_AVAILABLE_##platform
 #define API_DEPRECATED(message, platform) KX_DEPRECATED_##platform
 #endif

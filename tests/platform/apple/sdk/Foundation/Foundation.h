@@ -1,7 +1,7 @@
 #pragma once
 
 #include <dispatch/dispatch.h>
-#include <objc/objc.h>
+#include <objc/NSObject.h>
 #include <os/availability.h>
 #include <stdarg.h>
 #include <stddef.h>
@@ -9,13 +9,6 @@
 
 #import <CoreFoundation/CoreFoundation.h>
 
-#if __LP64__
-typedef long NSInteger;
-typedef unsigned long NSUInteger;
-#else
-typedef int NSInteger;
-typedef unsigned int NSUInteger;
-#endif
 typedef double NSTimeInterval;
 
 #define NS_ASSUME_NONNULL_BEGIN _Pragma("clang assume_nonnull begin")
@@ -39,27 +32,8 @@ NS_ASSUME_NONNULL_BEGIN
 
 typedef struct _NSZone NSZone;
 
-@protocol NSObject
-- (BOOL)isEqual:(nullable id)object;
-- (BOOL)isKindOfClass:(Class)aClass;
-- (BOOL)respondsToSelector:(SEL)aSelector;
-@property(readonly, copy) NSString *description;
-@end
-
 @protocol NSCopying
 - (id)copyWithZone:(nullable NSZone *)zone;
-@end
-
-__attribute__((objc_root_class))
-@interface NSObject<NSObject> {
-  Class isa;
-}
-+ (instancetype)new;
-+ (instancetype)alloc;
-+ (Class)class;
-- (instancetype)init;
-- (void)dealloc;
-- (id)copy;
 @end
 
 FOUNDATION_EXPORT Class _Nullable NSClassFromString(NSString *className);
@@ -103,7 +77,7 @@ typedef struct {
 
 @interface NSArray<__covariant ObjectType> : NSObject <NSFastEnumeration>
 @property(readonly) NSUInteger count;
-@property(nullable, nonatomic, readonly) ObjectType firstObject;
+@property(nullable, nonatomic, readonly) ObjectType firstObject API_AVAILABLE(ios(4.0));
 - (NSArray<ObjectType> *)sortedArrayUsingSelector:(SEL)comparator;
 @end
 
@@ -111,7 +85,7 @@ typedef struct {
 @property(readonly) NSUInteger count;
 @property(readonly, copy) NSArray<KeyType> *allKeys;
 - (nullable ObjectType)objectForKey:(KeyType)key;
-- (nullable ObjectType)objectForKeyedSubscript:(KeyType)key;
+- (nullable ObjectType)objectForKeyedSubscript:(KeyType)key API_AVAILABLE(ios(6.0));
 @end
 
 @interface NSMutableArray<ObjectType> : NSArray <ObjectType>
@@ -151,6 +125,7 @@ typedef NSInteger NSComparisonResult;
 
 typedef NSUInteger NSJSONWritingOptions;
 
+API_AVAILABLE(ios(5.0))
 @interface NSJSONSerialization : NSObject
 + (BOOL)isValidJSONObject:(id)object;
 + (nullable NSData *)dataWithJSONObject:(id)object
@@ -158,8 +133,16 @@ typedef NSUInteger NSJSONWritingOptions;
                                   error:(NSError *_Nullable *_Nullable)error;
 @end
 
+API_AVAILABLE(ios(6.0))
 @interface NSUUID : NSObject
 @property(readonly, copy) NSString *UUIDString;
+@end
+
+typedef NSString *NSExceptionName;
+
+@interface NSException : NSObject
+@property(readonly, copy) NSExceptionName name;
+@property(nullable, readonly, copy) NSString *reason;
 @end
 
 // ---- The process and its user
@@ -189,12 +172,13 @@ typedef NSUInteger NSJSONWritingOptions;
 @interface NSOperation : NSObject
 @end
 
+API_AVAILABLE(ios(4.0))
 @interface NSBlockOperation : NSOperation
 + (instancetype)blockOperationWithBlock:(void (^)(void))block;
 @end
 
 @interface NSOperationQueue : NSObject
-@property(class, readonly, strong) NSOperationQueue *mainQueue;
+@property(class, readonly, strong) NSOperationQueue *mainQueue API_AVAILABLE(ios(4.0));
 - (void)addOperation:(NSOperation *)operation;
 @end
 
@@ -235,7 +219,7 @@ typedef NSString *NSNotificationName;
 - (id<NSObject>)addObserverForName:(nullable NSNotificationName)name
                             object:(nullable id)object
                              queue:(nullable NSOperationQueue *)queue
-                        usingBlock:(void (^)(NSNotification *notification))block;
+                        usingBlock:(void (^)(NSNotification *notification))block API_AVAILABLE(ios(4.0));
 @end
 
 // ---- URLs
@@ -264,4 +248,4 @@ typedef NSString *NSNotificationName;
 
 NS_ASSUME_NONNULL_END
 
-#import <URLSession/NSURLSession.h>
+#import <Foundation/NSURLSession.h>

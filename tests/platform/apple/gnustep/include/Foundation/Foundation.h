@@ -9,5 +9,5 @@
 #define NS_SWIFT_NAME(name)
 
 #import <CoreFoundation/CoreFoundation.h>
-#import <URLSession/NSURLSession.h>
+#import <Foundation/NSURLSession.h>
 #include <dispatch/dispatch.h>
