@@ -94,6 +94,11 @@ TEST(AppleDevice, LeavesOutWhatIsNotKnown) {
             (json{{"make", "Apple"}, {"name", machine()}, {"languages", preferredLanguages()}}));
 }
 
+TEST(AppleDevice, MayFailToAnswer) {
+  standin::raiseIn("+[UIDevice currentDevice]");
+  EXPECT_NO_THROW(EXPECT_EQ(Platform::current().devices().currentDevice(), nullptr));
+}
+
 TEST(AppleDevice, LeavesOutTheVersionThatIsNotKnown) {
   standin::device().systemVersion = nil;
   standin::device().model = nil;

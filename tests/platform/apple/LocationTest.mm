@@ -266,6 +266,17 @@ TEST_F(AppleLocationManager, IsGoneWithItsLastReference) {
   EXPECT_EQ(standin::locationManagers(), 0);
 }
 
+TEST_F(AppleLocationManager, LeavesTheSystemNoDelegateBehind) {
+  CLLocationManager *const systemManager = standin::latestLocationManager();
+  id<CLLocationManagerDelegate> const systemDelegate = systemManager.delegate;
+  ASSERT_TRUE(systemDelegate != nil);
+  manager.reset();
+  EXPECT_TRUE(systemManager.delegate == nil);
+  // A call that was under way.
+  [systemDelegate locationManager:systemManager didUpdateLocations:@[ standin::locationAt(1, 2) ]];
+  EXPECT_TRUE(delegate->received.empty());
+}
+
 TEST_F(AppleLocationManager, EndsWhatThePermissionRaises) {
   constexpr const char *permission = "-[CLLocationManager authorizationStatus]";
   standin::raiseIn(permission);

@@ -197,6 +197,35 @@ TEST(AppleNotificationCenter, AnObserverThatIsRemovedIsToldNothing) {
   EXPECT_EQ(other->received.size(), 1u);
 }
 
+/// Counts the places that are given back, which is when nothing refers to what was there any more, not even
+/// weakly.
+template <class Element>
+struct CountingAllocator {
+  using value_type = Element;
+
+  explicit CountingAllocator(int *count) : returns(count) {}
+  template <class Other>
+  CountingAllocator(const CountingAllocator<Other> &other) : returns(other.returns) {}
+
+  Element *allocate(std::size_t count) { return std::allocator<Element>().allocate(count); }
+  void deallocate(Element *place, std::size_t count) {
+    std::allocator<Element>().deallocate(place, count);
+    ++*returns;
+  }
+
+  int *returns;
+};
+
+TEST(AppleNotificationCenter, NothingOfAnObserverThatIsRemovedStays) {
+  int returns = 0;
+  @autoreleasepool {
+    const auto observer = std::allocate_shared<Observer>(CountingAllocator<Observer>(&returns));
+    center().addObserver(observer, Observer::selector(), name, nullptr);
+    center().removeObserver(*observer);
+  }
+  EXPECT_EQ(returns, 1);
+}
+
 TEST(AppleNotificationCenter, TheApplicationsNotificationsArriveOnTheMainThreadBeforePostingReturns) {
   const auto application = Platform::current().sharedApplication();
   const auto queue = Platform::current().mainOperationQueue();

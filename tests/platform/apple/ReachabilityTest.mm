@@ -121,11 +121,14 @@ struct Report {
   int calls = 0;
   NetworkReachabilityFlags flags = 0;
   bool infoWasAlive = false;
+  NetworkReachabilityRef target = nullptr;
 };
 Report report;
 
-void noteReport(NetworkReachabilityRef, NetworkReachabilityFlags flags, const std::weak_ptr<Object> &info) {
+void noteReport(NetworkReachabilityRef target, NetworkReachabilityFlags flags,
+                const std::weak_ptr<Object> &info) {
   ++report.calls;
+  report.target = target;
   report.flags = flags;
   report.infoWasAlive = !info.expired();
 }
@@ -144,6 +147,7 @@ TEST(AppleReachability, DoesNotKeepTheInfoOfItsCallback) {
   standin::changeReachability(overCellular);
   EXPECT_TRUE(standin::runMainLoopUntil([] { return report.calls == 1; }));
   EXPECT_EQ(report.flags, overCellular);
+  EXPECT_EQ(report.target, target);
   EXPECT_TRUE(report.infoWasAlive);
   info.reset();
   EXPECT_TRUE(weak.expired());
@@ -157,6 +161,27 @@ TEST(AppleReachability, IsFollowedOnlyWithAContextThatTheSystemKnows) {
   const auto target = service.createWithAddress(SocketAddress{16, 2});
   EXPECT_TRUE(service.setCallback(target, noteReport, {0, {}}));
   EXPECT_FALSE(service.setCallback(target, noteReport, {1, {}}));
+}
+
+TEST(AppleReachability, MayBeReportedToNobody) {
+  auto &service = Platform::current().networkReachability();
+  const auto target = service.createWithAddress(SocketAddress{16, 2});
+  EXPECT_TRUE(service.setCallback(target, nullptr, {0, {}}));
+  service.scheduleWithRunLoop(target, Platform::current().runLoops().mainRunLoop(), RunLoopMode::defaultMode);
+  standin::changeReachability(overCellular);
+  standin::settleMainLoop();
+}
+
+TEST(AppleReachability, IsScheduledOnTheRunLoopThatIsNamed) {
+  auto &service = Platform::current().networkReachability();
+  const auto target = service.createWithAddress(SocketAddress{16, 2});
+  const auto mainRunLoop = Platform::current().runLoops().mainRunLoop();
+  std::thread([&] {
+    @autoreleasepool {
+      EXPECT_TRUE(service.scheduleWithRunLoop(target, mainRunLoop, RunLoopMode::defaultMode));
+    }
+  }).join();
+  EXPECT_EQ(standin::scheduledMainRunLoops(), 1);
 }
 
 TEST(AppleReachability, IsServedInTheModeThatItIsScheduledIn) {

@@ -118,6 +118,8 @@ TEST(AppleTelephony, LeavesOutWhatItDoesNotKnow) {
 
 TEST(AppleTelephony, MayHaveNoCarrier) {
   standin::telephony().hasCarrier = false;
+  const auto info = Platform::current().telephony().makeTelephonyNetworkInfo();
+  EXPECT_EQ(info->subscriberCellularProvider(), nullptr);
   EXPECT_TRUE(comesToKnow(*KXCarrier::sharedInstance(), {{"radioAccessTechnology", "LTE"}}));
 }
 

@@ -236,6 +236,19 @@ TEST(AppleRunLoop, OfTheMainThreadIsAlwaysTheSame) {
   }).join();
 }
 
+TEST(AppleRunLoop, OfTheMainThreadIsThatWhoeverAsksFirst) {
+  std::thread([] {
+    @autoreleasepool {
+      EXPECT_NE(Platform::current().runLoops().mainRunLoop(), nullptr);
+    }
+  }).join();
+  auto &runLoops = Platform::current().runLoops();
+  EXPECT_EQ(runLoops.currentRunLoop(), runLoops.mainRunLoop());
+  const auto target = std::make_shared<TimerTarget>();
+  install(timerFor(target, 0.01));
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return target->firings == 1; }));
+}
+
 TEST(AppleRunLoop, OfAnotherThreadTakesTimersThere) {
   const auto target = std::make_shared<TimerTarget>();
   std::thread([&target] {

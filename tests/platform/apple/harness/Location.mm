@@ -209,10 +209,14 @@ int updatingLocationManagers() {
   }
 }
 
+CLLocationManager *latestLocationManager() {
+  const auto alive = managers().all();
+  return alive.empty() ? nil : alive.back();
+}
+
 double distanceFilter() {
   @autoreleasepool {
-    const auto alive = managers().all();
-    return alive.empty() ? 0 : alive.back().distanceFilter;
+    return latestLocationManager().distanceFilter;
   }
 }
 

@@ -104,6 +104,8 @@ void resumeLocationUpdates();
 /// How many of them there are, and how many are updating.
 int locationManagers();
 int updatingLocationManagers();
+/// The latest one.
+CLLocationManager *latestLocationManager();
 /// The distance filter of the latest one.
 double distanceFilter();
 
