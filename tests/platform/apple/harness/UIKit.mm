@@ -12,7 +12,7 @@ NSString *const UIApplicationDidEnterBackgroundNotification = @"UIApplicationDid
 NSString *const UIApplicationWillEnterForegroundNotification =
     @"UIApplicationWillEnterForegroundNotification";
 NSString *const UITrackingRunLoopMode = @"UITrackingRunLoopMode";
-const UIBackgroundTaskIdentifier UIBackgroundTaskInvalid = 0;
+const UIBackgroundTaskIdentifier UIBackgroundTaskInvalid = 4711;  // whatever it is there
 
 namespace kx::standin {
 
