@@ -1,5 +1,6 @@
 # What `cmake --install` puts where: the library, its headers below include/KXPublisher, the files by which CMake and
-# pkg-config find them; with `--component Programs`, kx-host and kx-collector. The target `uninstall` takes it away again.
+# pkg-config find them; with `--component Programs`, kx-host and kx-collector; with `--component GObject`, what
+# bindings/gobject has. The target `uninstall` takes it away again.
 include(CMakePackageConfigHelpers)
 
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/KXPublisher)
@@ -18,7 +19,7 @@ if(TARGET KXPublisherSimulated)
   install(EXPORT KXPublisherSimulatedTargets NAMESPACE KXPublisher:: DESTINATION ${package})
 endif()
 
-set(others_headers KXPublisher.h KXPublisherConstants.h)  # Objective-C's
+set(others_headers KXPublisher.h KXPublisherConstants.h gobject)  # Objective-C's, and those of bindings/gobject
 if(NOT KX_PLATFORM STREQUAL linux)
   list(APPEND others_headers linux)
 endif()

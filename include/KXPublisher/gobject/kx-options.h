@@ -1,7 +1,9 @@
 #pragma once
 
-#include <KXPublisher/platform/foundation/Export.h>
 #include <glib-object.h>
+
+/* What a host may link against. */
+#define KX_PUBLIC extern __attribute__((visibility("default")))
 
 G_BEGIN_DECLS
 
@@ -21,24 +23,24 @@ typedef enum {
   KX_BACKGROUND_REFRESH_STATUS_AVAILABLE
 } KxBackgroundRefreshStatus;
 
-KX_EXPORT GType kx_background_refresh_status_get_type(void) G_GNUC_CONST;
+KX_PUBLIC GType kx_background_refresh_status_get_type(void) G_GNUC_CONST;
 
 #define KX_TYPE_OPTIONS (kx_options_get_type())
 
-KX_EXPORT G_DECLARE_FINAL_TYPE(KxOptions, kx_options, KX, OPTIONS, GObject)
+KX_PUBLIC G_DECLARE_FINAL_TYPE(KxOptions, kx_options, KX, OPTIONS, GObject)
 
-KX_EXPORT KxOptions *kx_options_new(void) G_GNUC_WARN_UNUSED_RESULT;
+KX_PUBLIC KxOptions *kx_options_new(void) G_GNUC_WARN_UNUSED_RESULT;
 
-KX_EXPORT const char *kx_options_get_advertising_identifier(KxOptions *self);
-KX_EXPORT void kx_options_set_advertising_identifier(KxOptions *self, const char *identifier);
+KX_PUBLIC const char *kx_options_get_advertising_identifier(KxOptions *self);
+KX_PUBLIC void kx_options_set_advertising_identifier(KxOptions *self, const char *identifier);
 
-KX_EXPORT gboolean kx_options_get_advertising_tracking_enabled(KxOptions *self);
-KX_EXPORT void kx_options_set_advertising_tracking_enabled(KxOptions *self, gboolean enabled);
+KX_PUBLIC gboolean kx_options_get_advertising_tracking_enabled(KxOptions *self);
+KX_PUBLIC void kx_options_set_advertising_tracking_enabled(KxOptions *self, gboolean enabled);
 
-KX_EXPORT const char *kx_options_get_certificate_authority_file(KxOptions *self);
-KX_EXPORT void kx_options_set_certificate_authority_file(KxOptions *self, const char *path);
+KX_PUBLIC const char *kx_options_get_certificate_authority_file(KxOptions *self);
+KX_PUBLIC void kx_options_set_certificate_authority_file(KxOptions *self, const char *path);
 
-KX_EXPORT KxBackgroundRefreshStatus kx_options_get_background_refresh_status(KxOptions *self);
-KX_EXPORT void kx_options_set_background_refresh_status(KxOptions *self, KxBackgroundRefreshStatus status);
+KX_PUBLIC KxBackgroundRefreshStatus kx_options_get_background_refresh_status(KxOptions *self);
+KX_PUBLIC void kx_options_set_background_refresh_status(KxOptions *self, KxBackgroundRefreshStatus status);
 
 G_END_DECLS

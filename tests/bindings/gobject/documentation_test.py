@@ -17,7 +17,8 @@ class DocumentationTest(unittest.TestCase):
     maxDiff = None
 
     def test_shows_the_examples(self):
-        snippets = re.findall(r"^\[(examples/\S+)\]\(\.\./\1\):\n\n```\w*\n(.*?)^```$", text(PAGE), re.MULTILINE | re.DOTALL)
+        snippets = re.findall(r"^\[(examples/\S+)\]\(\.\./\1\):\n\n```\w*\n(.*?)^```$", text(PAGE),
+                              re.MULTILINE | re.DOTALL)
         self.assertEqual(sorted(name for name, _ in snippets),
                          ["examples/c/CMakeLists.txt", "examples/c/main.c", "examples/gtk/lifecycle.c",
                           "examples/javascript/main.js", "examples/python/main.py", "examples/vala/main.vala"])

@@ -1,6 +1,7 @@
-"""The GTK example on a display of its own, as a client of kx-collector: its windows tell the lifecycle by themselves."""
+"""The GTK example, on a display of its own, as a client of kx-collector: its windows tell the lifecycle."""
 
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -21,7 +22,7 @@ PICTURE = os.path.join(os.environ.get("KX_RESULTS", "."), "gtk-sample.png")
 PATIENCE = 30  # seconds
 QUIET = 1.5  # seconds after which a message that is made at once would have arrived
 
-# Each window gets its place without a click, and the keys go to the one under the pointer. The font is the X server's own.
+# Each window gets its place without a click, and keys go to the one under the pointer. The font is the X server's own.
 WINDOW_MANAGER_SETTINGS = "\n".join(["RandomPlacement", "IconifyByUnmapping", "NoTitle", "BorderWidth 0"] + [
     f'{name}Font "fixed"' for name in ["Icon", "IconManager", "Menu", "Resize", "Title"]])
 
@@ -32,8 +33,8 @@ class Display(Program):
     def __init__(self, directory):
         self.directory = directory
         reading, writing = os.pipe()
-        super().__init__("Xvfb", "-displayfd", str(writing), "-screen", "0", f"{WIDTH}x{HEIGHT}x24", "-nolisten", "tcp",
-                         "-noreset", "-fbdir", directory, pass_fds=[writing])
+        super().__init__(shutil.which("Xvfb"), "-displayfd", str(writing), "-screen", "0", f"{WIDTH}x{HEIGHT}x24",
+                         "-nolisten", "tcp", "-noreset", "-fbdir", directory, pass_fds=[writing])
         os.close(writing)
         with os.fdopen(reading) as number:
             self.name = ":" + number.readline().strip()
@@ -54,7 +55,8 @@ class Display(Program):
 
 class SessionBus(Program):
     def __init__(self):
-        super().__init__("dbus-daemon", "--session", "--nofork", "--print-address", stdout=subprocess.PIPE)
+        super().__init__(shutil.which("dbus-daemon"), "--session", "--nofork", "--print-address",
+                         stdout=subprocess.PIPE)
         self.address = self.process.stdout.readline().strip()
 
 
@@ -67,9 +69,9 @@ class GtkHostTest(unittest.TestCase):
                             "XDG_RUNTIME_DIR": directory, "LC_ALL": "C.UTF-8", "GTK_A11Y": "none"}
         with open(os.path.join(directory, ".twmrc"), "w", encoding="utf-8") as settings:
             settings.write(WINDOW_MANAGER_SETTINGS)
-        self.enterContext(Program("twm", env={**self.environment, "LC_ALL": "C"}))
+        self.enterContext(Program(shutil.which("twm"), env={**self.environment, "LC_ALL": "C"}))
 
-        collector = self.enterContext(Collector())
+        collector = self.enterContext(Collector(directory))
         self.messages = []
         threading.Thread(target=self.gather, args=[collector], daemon=True).start()
         self.command = [os.path.join(PROGRAMS, "kx-gtk-host"), "T", collector.address, IDENTIFIER, collector.ca_file]
@@ -97,7 +99,8 @@ class GtkHostTest(unittest.TestCase):
         self.assertEqual(len(self.messages), number, f"a message, although {cause}")
 
     def xdotool(self, *arguments):
-        result = subprocess.run(["xdotool", *arguments], env=self.environment, capture_output=True, text=True, check=False)
+        result = subprocess.run(["xdotool", *arguments], env=self.environment, capture_output=True, text=True,
+                                check=False)
         return result.stdout.split()
 
     def windows(self):

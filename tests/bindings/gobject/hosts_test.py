@@ -1,7 +1,9 @@
 """The example of each language, as a client of kx-collector: its message arrives."""
 
 import os
+import shutil
 import sys
+import tempfile
 import time
 import unittest
 
@@ -24,7 +26,8 @@ class HostTest:
     application = ""
 
     def test_reports(self):
-        with Collector() as collector, Program(*self.command, *arguments(collector), env=ENVIRONMENT) as host:
+        with (tempfile.TemporaryDirectory() as folder, Collector(folder) as collector,
+              Program(*self.command, *arguments(collector), env=ENVIRONMENT) as host):
             messages = (event["document"][0] for event in collector.events_until(time.monotonic() + 30)
                         if event.get("endpoint") == "message" and event["status"] == 200)
             message = next(messages, None)
@@ -50,7 +53,7 @@ class PythonHostTest(HostTest, unittest.TestCase):
 
 
 class JavaScriptHostTest(HostTest, unittest.TestCase):
-    command = ["gjs", "-m", os.path.join(EXAMPLES, "javascript", "main.js")]
+    command = [shutil.which("gjs"), "-m", os.path.join(EXAMPLES, "javascript", "main.js")]
     application = "com.example.JavaScriptHost"
 
 

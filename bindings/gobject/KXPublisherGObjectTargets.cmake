@@ -1,0 +1,10 @@
+# KXPublisher::KXPublisherGObject, for those who ask for the component GObject.
+if("GObject" IN_LIST KXPublisher_FIND_COMPONENTS)
+  find_package(PkgConfig QUIET)
+  if(PkgConfig_FOUND)
+    pkg_check_modules(KX_GOBJECT QUIET IMPORTED_TARGET gobject-2.0>=2.74)
+  endif()
+  if(KX_GOBJECT_FOUND)
+    include("${CMAKE_CURRENT_LIST_DIR}/KXPublisherGObjectExport.cmake")
+  endif()
+endif()
