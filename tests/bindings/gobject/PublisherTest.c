@@ -4,8 +4,9 @@
 #include <gio/gio.h>
 #include <string.h>
 
-/* In LogLevel.cpp. */
+/* In SeenFromCpp.cpp. */
 long log_level_as_cpp_sees_it(void);
+long background_refresh_status_as_cpp_sees_it(void);
 
 static KxPublisher *start(void) {
   return kx_publisher_get_default("T", "localhost:1");
@@ -96,14 +97,16 @@ static gboolean message_has(const char *part) {
 }
 
 static void publisher_takes_options_before_its_start_only(void) {
-  g_autoptr(KxOptions) options = g_object_new(KX_TYPE_OPTIONS, "advertising-identifier", "first",
-                                              "advertising-tracking-enabled", FALSE, NULL);
+  g_autoptr(KxOptions) options =
+      g_object_new(KX_TYPE_OPTIONS, "advertising-identifier", "first", "advertising-tracking-enabled", FALSE,
+                   "background-refresh-status", KX_BACKGROUND_REFRESH_STATUS_DENIED, NULL);
   g_assert_true(kx_publisher_set_options(options));
   kx_options_set_advertising_identifier(options, "second"); /* of which the library hears nothing */
   start();
   while (!message_has("\"ifa\"")) g_main_context_iteration(NULL, FALSE);
   g_assert_true(message_has("\"ifa\":\"first\""));
   g_assert_true(message_has("\"dnt\":1"));
+  g_assert_cmpint(background_refresh_status_as_cpp_sees_it(), ==, KX_BACKGROUND_REFRESH_STATUS_DENIED);
   g_assert_false(kx_publisher_set_options(options));
 }
 
@@ -163,9 +166,13 @@ static void publisher_sets_the_services_paths(void) {
   g_assert_cmpstr(kxPublisherApiPathGetToken, ==, KX_PUBLISHER_API_PATH_GET_TOKEN);
   g_assert_cmpstr(kxPublisherFeedPathLogData, ==, KX_PUBLISHER_FEED_PATH_LOG_DATA);
   char login[] = "/login";
-  kx_publisher_set_service_paths(login, NULL);
-  login[1] = 'x'; /* it is a copy */
+  char message[] = "/message";
+  kx_publisher_set_service_paths(login, message);
+  login[1] = message[1] = 'x'; /* they are copied */
   g_assert_cmpstr(kxPublisherApiPathGetToken, ==, "/login");
+  g_assert_cmpstr(kxPublisherFeedPathLogData, ==, "/message");
+  kx_publisher_set_service_paths(NULL, NULL);
+  g_assert_null(kxPublisherApiPathGetToken);
   g_assert_null(kxPublisherFeedPathLogData);
 }
 
