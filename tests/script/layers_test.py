@@ -64,6 +64,10 @@ class LayersTest(unittest.TestCase):
         said = self.complaints(files={"providers/KXData.cpp": '#include "tools/Tool.h"', "tools/Tool.h": ""})
         self.assertIn("which is not the library's", said)
 
+    def test_sees_a_folder_that_has_no_floor(self):
+        said = self.complaints(files={"include/KXPublisher/attic/Chest.h": ""})
+        self.assertIn("include/KXPublisher/attic/Chest.h is in a folder without a floor", said)
+
     def test_sees_a_circle_of_rooms(self):
         said = self.complaints(files={"platform/linux/LinuxClock.h": "",
                                       "platform/linux/bus/Bus.h": '#include "platform/linux/LinuxClock.h"'})
