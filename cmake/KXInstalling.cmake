@@ -10,16 +10,32 @@ set(pkgconfig ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 # ---- The library, and the simulated device
 
 install(TARGETS KXPublisher EXPORT KXPublisherTargets
+  FRAMEWORK DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT KXPublisherTargets NAMESPACE KXPublisher:: DESTINATION ${package})
-if(TARGET KXPublisherSimulated)
-  install(TARGETS KXPublisherSimulated EXPORT KXPublisherSimulatedTargets
+set(test_kits)
+foreach(test_kit KXPublisherSimulated KXPublisherTestKit)
+  if(TARGET ${test_kit})
+    list(APPEND test_kits ${test_kit})
+  endif()
+endforeach()
+if(test_kits)
+  install(TARGETS ${test_kits} EXPORT KXPublisherSimulatedTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(EXPORT KXPublisherSimulatedTargets NAMESPACE KXPublisher:: DESTINATION ${package})
 endif()
 
-set(others_headers KXPublisher.h KXPublisherConstants.h gobject)  # Objective-C's, and those of bindings/gobject
+# Not those for Objective-C elsewhere, and not those that the framework brings.
+set(others_headers gobject)  # bindings/gobject installs its own
+if(NOT KX_PLATFORM STREQUAL apple)
+  list(APPEND others_headers KXPublisher.h KXPublisherClasses.h KXPublisherConstants.h apple)
+elseif(KX_BUILD_SHARED)
+  list(APPEND others_headers KXPublisher.h KXPublisherClasses.h KXPublisherConstants.h)
+else()
+  install(FILES include/module.modulemap DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES packaging/ios/PrivacyInfo.xcprivacy DESTINATION ${CMAKE_INSTALL_DATADIR}/KXPublisher)
+endif()
 if(NOT KX_PLATFORM STREQUAL linux)
   list(APPEND others_headers linux)
 endif()
@@ -55,10 +71,12 @@ set(KX_PKGCONFIG_SIMULATED_LIBS)
 if(NOT KX_PLATFORM STREQUAL simulated)
   set(KX_PKGCONFIG_SIMULATED_LIBS " -lKXPublisherSimulated")
 endif()
-foreach(name KXPublisher KXPublisherSimulated)
-  configure_file(cmake/${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig})
-endforeach()
+if(NOT KX_PLATFORM STREQUAL apple)  # where libraries are frameworks, which pkg-config knows nothing of
+  foreach(name KXPublisher KXPublisherSimulated)
+    configure_file(cmake/${name}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc @ONLY)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${pkgconfig})
+  endforeach()
+endif()
 
 # ---- The programs, and the way back
 

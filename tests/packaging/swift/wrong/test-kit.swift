@@ -1,0 +1,4 @@
+// error: cannot find 'KXPublisherSimulatedDevice' in scope
+import KXPublisher
+
+let device = KXPublisherSimulatedDevice.install()  // it is in a module of its own
