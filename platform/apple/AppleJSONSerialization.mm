@@ -1,5 +1,7 @@
 #import <Foundation/Foundation.h>
 
+#include <utility>
+
 #include "KXPublisher/platform/foundation/JSONSerialization.h"
 #include "platform/apple/AppleText.h"
 
@@ -48,22 +50,27 @@ std::string withPlainSlashes(std::string_view json) {
   return text;
 }
 
+std::optional<std::string> jsonOf(id object) {
+  // What is not valid would raise.
+  if (object == nil || ![NSJSONSerialization isValidJSONObject:object]) return std::nullopt;
+  NSData *const data = [NSJSONSerialization dataWithJSONObject:object options:0 error:nullptr];
+  if (data == nil) return std::nullopt;
+  return withPlainSlashes({static_cast<const char *>(data.bytes), data.length});
+}
+
 }  // namespace
 
 std::optional<std::string> JSONSerialization::dataWithJSONObject(const Value &object) {
   @autoreleasepool {
-    const id converted = objectOf(object, stringOf);
-    // What is not valid would raise.
-    if (converted == nil || ![NSJSONSerialization isValidJSONObject:converted]) return std::nullopt;
-    NSData *const data = [NSJSONSerialization dataWithJSONObject:converted options:0 error:nullptr];
-    if (data == nil) return std::nullopt;
-    return withPlainSlashes({static_cast<const char *>(data.bytes), data.length});
+    return jsonOf(objectOf(object, stringOf));
   }
 }
 
 std::string JSONSerialization::descriptionOf(const Value &value) {
   @autoreleasepool {
-    return textOf([objectOf(value, readableStringOf) description]).value_or(std::string());
+    const id readable = objectOf(value, readableStringOf);
+    auto json = jsonOf(readable);
+    return json ? *std::move(json) : textOf([readable description]).value_or(std::string());
   }
 }
 

@@ -198,6 +198,10 @@ TEST(JSONSerialization, RefusesATopLevelThatIsNeitherArrayNorMap) {
 
 // ---- What is described
 
+TEST(JSONSerialization, DescribesWhatIsJSONAsJSON) {
+  EXPECT_EQ(JSONSerialization::descriptionOf(Dictionary{{"a/b", Array{"c/d", 1}}}), "{\"a/b\":[\"c/d\",1]}");
+}
+
 TEST(JSONSerialization, DescribesWhateverItIs) {
   EXPECT_EQ(JSONSerialization::descriptionOf(7), "7");
   const std::string description = JSONSerialization::descriptionOf(

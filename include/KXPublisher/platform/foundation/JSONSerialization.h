@@ -17,8 +17,9 @@ class KX_EXPORT JSONSerialization {
   /// key) is not valid UTF-8, or a number is not finite.
   static std::optional<std::string> dataWithJSONObject(const Value &object);
 
-  /// A text for a person to read, whatever the value: any top level, invalid text as far as it can be shown,
-  /// numbers that are not finite by name. As the system describes its own maps, or compact JSON.
+  /// The same text for a person to read, whatever the value: any top level, invalid text as far as it can be
+  /// shown, numbers that are not finite by name. On Apple's systems what is no JSON is shown as they describe
+  /// their objects.
   static std::string descriptionOf(const Value &value);
 };
 

@@ -46,8 +46,8 @@ class KX_EXPORT Dictionary {
   bool operator==(const Dictionary &other) const;
   bool operator!=(const Dictionary &other) const { return !(*this == other); }
 
-  /// The map for people to read, as the platform shows maps (compact JSON on Linux): it never fails, not even
-  /// on text that is no UTF-8.
+  /// The map as compact JSON text, for people to read: it never fails, not even on what is no JSON; see
+  /// `JSONSerialization::descriptionOf`.
   std::string description() const;
 
  private:
@@ -83,7 +83,7 @@ class KX_EXPORT Value {
   bool operator==(const Value &other) const { return value_ == other.value_; }
   bool operator!=(const Value &other) const { return !(*this == other); }
 
-  /// A text as it is, everything else as the platform shows it; see `Dictionary::description`.
+  /// A text as it is, everything else as compact JSON; see `Dictionary::description`.
   std::string description() const;
 
  private:
