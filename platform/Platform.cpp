@@ -18,6 +18,10 @@ bool Platform::install(std::unique_ptr<Platform> platform) {
   return first;
 }
 
+Platform *Platform::currentIfMade() {
+  return installed.load();
+}
+
 Platform &Platform::current() {
   Platform *platform = installed.load();
   if (platform == nullptr) {

@@ -4,6 +4,7 @@
 
 #include "KXPublisher/platform/DispatchQueue.h"
 #include "KXPublisher/platform/Platform.h"
+#include "diagnostics/Journal.h"
 
 namespace kx {
 
@@ -22,7 +23,10 @@ std::shared_ptr<KXLogger> KXLogger::initWithApiToken(const std::optional<std::st
 
 void KXLogger::logData(Dictionary data, bool async) {
   const auto networking = kxNetworking();
-  if (networking == nullptr) return;
+  if (networking == nullptr) {
+    Journal::shared().reportDropped(KXDiagnosis::Drop::noTransport);
+    return;
+  }
   if (!async) {
     networking->sendData(data);
     return;

@@ -14,6 +14,7 @@
 #include "KXPublisher/providers/KXDevice.h"
 #include "KXPublisher/providers/KXLocation.h"
 #include "KXPublisher/publisher/KXLogger.h"
+#include "diagnostics/Journal.h"
 
 namespace kx {
 
@@ -30,10 +31,13 @@ std::optional<std::string> optionalString(const char *text) {
   return text == nullptr ? std::nullopt : std::optional<std::string>(text);
 }
 
-/// Whether the message carries an advertising identifier under which it may be sent.
-bool passesSendGate(const Dictionary &message) {
+/// The message's advertising identifier. A message passes the send gate only with a usable one.
+KXDiagnosis::Identifier identifierOf(const Dictionary &message) {
   const Value *const ifa = message.find(dataKeyIfa);
-  return ifa != nullptr && *ifa != Value("") && *ifa != Value(identifierOfLimitedTracking);
+  if (ifa == nullptr) return KXDiagnosis::Identifier::absent;
+  if (*ifa == Value("")) return KXDiagnosis::Identifier::empty;
+  if (*ifa == Value(identifierOfLimitedTracking)) return KXDiagnosis::Identifier::allZeros;
+  return KXDiagnosis::Identifier::usable;
 }
 
 }  // namespace
@@ -42,6 +46,7 @@ std::shared_ptr<KXPublisher> KXPublisher::sharedInstanceWithApiToken(
     const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) noexcept {
   try {
     static const auto &instance = *new std::shared_ptr<KXPublisher>(initWithApiToken(apiToken, hostname));
+    Journal::shared().entryCalled();
     return instance;
   } catch (...) {
     return nullptr;
@@ -72,6 +77,7 @@ void KXPublisher::init(const std::optional<std::string> &apiToken,
   kxLogger_.set(KXLogger::sharedInstanceWithApiToken(apiToken, hostname));
   scheduleReports();
   observeApplication();
+  Journal::shared().publisherMade();
 }
 
 KXPublisher::~KXPublisher() {
@@ -116,6 +122,7 @@ void KXPublisher::observeApplication() {
 }
 
 void KXPublisher::applicationDidEnterBackground() {
+  Journal::shared().applicationMoved(/*toBackground=*/true);
   if (const auto timer = logTimer()) {
     timer->invalidate();
     logTimer_.set(nullptr);
@@ -148,17 +155,34 @@ void KXPublisher::applicationDidEnterBackground() {
 }
 
 void KXPublisher::applicationWillEnterForeground() {
+  Journal::shared().applicationMoved(/*toBackground=*/false);
   if (const auto timer = logTimer()) timer->invalidate();
   scheduleReports();
 }
 
-void KXPublisher::logData(const std::shared_ptr<RunLoopTimer> & /*sender*/) {
+void KXPublisher::logData(const std::shared_ptr<RunLoopTimer> &sender) {
+  if (sender != nullptr) Journal::shared().mainLoopServed();
   logDataAsync(true);
 }
 
 void KXPublisher::logDataAsync(bool async) {
   Dictionary message = data();
-  if (passesSendGate(message)) kxLogger()->logData(std::move(message), async);
+  const auto identifier = identifierOf(message);
+  Journal::shared().reportMade(identifier);
+  if (identifier != KXDiagnosis::Identifier::usable) {
+    Journal::shared().reportDropped(KXDiagnosis::Drop::identifier);
+    return;
+  }
+  Journal::shared().reportHandedOver();
+  kxLogger()->logData(std::move(message), async);
+}
+
+KXDiagnosis KXPublisher::diagnosis() noexcept {
+  try {
+    return Journal::shared().diagnosis();
+  } catch (...) {
+    return {};
+  }
 }
 
 void KXPublisher::enableDebugging() noexcept {

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "diagnostics/Journal.h"
+
 namespace kx {
 
 std::shared_ptr<KXNetworking> KXNetworking::sharedInstanceWithApiToken(
@@ -13,6 +15,7 @@ std::shared_ptr<KXNetworking> KXNetworking::sharedInstanceWithApiToken(
 std::shared_ptr<KXNetworking> KXNetworking::initWithApiToken(std::optional<std::string> apiToken,
                                                              std::optional<std::string> hostname) {
   std::shared_ptr<KXNetworking> networking(new KXNetworking(std::move(apiToken), std::move(hostname)));
+  Journal::shared().clientMade(networking->apiToken(), networking->hostname());
   networking->updateAccessToken(nullptr);
   return networking;
 }

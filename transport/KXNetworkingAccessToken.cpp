@@ -10,6 +10,7 @@
 #include "KXPublisher/platform/foundation/Selector.h"
 #include "KXPublisher/platform/foundation/StringFormat.h"
 #include "KXPublisher/transport/KXNetworking.h"
+#include "diagnostics/Journal.h"
 #include "transport/KXServicePaths.h"
 
 namespace kx {
@@ -23,13 +24,18 @@ std::optional<std::string> accessTokenFrom(const std::shared_ptr<URLResponse> &r
                                            const std::optional<Error> &error) {
   if (error) {
     KXLogError("Error getting access token: %@", {error->description()});
+    Journal::shared().loginFailed(*error);
     return std::nullopt;
   }
   const auto answer = std::dynamic_pointer_cast<HTTPURLResponse>(response);
-  if (answer == nullptr) return std::nullopt;
+  if (answer == nullptr) {
+    Journal::shared().loginRefused(0);
+    return std::nullopt;
+  }
   const long status = answer->statusCode();
   if (status < 200 || status > 299) {
     KXLogError("Error getting token. HTTP status: %lu", {status});
+    Journal::shared().loginRefused(status);
     return std::nullopt;
   }
   const auto &fields = answer->allHeaderFields();
@@ -39,6 +45,7 @@ std::optional<std::string> accessTokenFrom(const std::shared_ptr<URLResponse> &r
   for (const auto &[name, value] : fields) headers.set(name, value);
   KXLogError("getAccessToken received success status code %lu, but no access token found. Headers: %@",
              {status, headers});
+  Journal::shared().loginWithoutToken(status);
   return std::nullopt;
 }
 
@@ -71,11 +78,17 @@ void KXNetworking::getAccessTokenWithCompletionHandler(AccessTokenCompletionHand
                                                          const std::optional<Error> &error) {
         completionHandler(accessTokenFrom(response, error));
       });
-  if (task != nullptr) task->resume();
+  if (task != nullptr) {
+    Journal::shared().loginStarted();
+    task->resume();
+  } else {
+    Journal::shared().loginImpossible();
+  }
   session->finishTasksAndInvalidate();
 }
 
-void KXNetworking::updateAccessToken(const std::shared_ptr<Object> & /*sender*/) {
+void KXNetworking::updateAccessToken(const std::shared_ptr<Object> &sender) {
+  if (sender != nullptr) Journal::shared().retryFired();
   // The time of the call, not of the decision: a token that arrives in between makes this request stale.
   const double requestTime = Platform::current().clock().timeIntervalSince1970();
   WorkItem decision = [networking = strong(*this), requestTime] {
@@ -107,6 +120,7 @@ void KXNetworking::accessTokenArrived(std::string accessToken) {
   accessToken_.set(std::move(accessToken));
   accessTokenLastUpdated_ = Platform::current().clock().timeIntervalSince1970();
   lastAccessTokenRequestTimeInterval_ = 0.0;
+  Journal::shared().tokenReceived();
   if (const auto retry = accessTokenRequestTimer()) retry->invalidate();
 }
 
@@ -119,6 +133,7 @@ void KXNetworking::accessTokenFailed() {
       Selector::of<&KXNetworking::updateAccessToken>("updateAccessToken:"), /*repeats=*/false);
   accessTokenRequestTimer_.set(retry);
   runLoops.mainRunLoop()->addTimer(retry, RunLoopMode::commonModes);
+  Journal::shared().retryScheduled(lastAccessTokenRequestTimeInterval_);
 }
 
 void KXNetworking::updateLastAccessTokenRequestTimeInterval() {

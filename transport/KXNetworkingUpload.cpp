@@ -1,12 +1,16 @@
 #include "KXPublisher/diagnostics/KXLogError.h"
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/transport/KXNetworking.h"
+#include "diagnostics/Journal.h"
 
 namespace kx {
 
 void KXNetworking::sendData(const Dictionary &message) {
   const auto json = jsonForObject(Array{message});
-  if (!accessToken()) return;
+  if (!accessToken()) {
+    Journal::shared().reportDropped(KXDiagnosis::Drop::noAccessToken);
+    return;
+  }
 
   const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
   const auto data = json ? std::optional<Data>(Data(json->begin(), json->end())) : std::nullopt;
@@ -17,7 +21,12 @@ void KXNetworking::sendData(const Dictionary &message) {
                                                          const std::optional<Error> &error) {
                               networking->uploadCompleted(response, error);
                             });
-  if (task != nullptr) task->resume();
+  if (task != nullptr) {
+    Journal::shared().messageSent();
+    task->resume();
+  } else {
+    Journal::shared().reportDropped(json ? KXDiagnosis::Drop::noRequest : KXDiagnosis::Drop::notSerialisable);
+  }
   session->finishTasksAndInvalidate();
 }
 
@@ -26,10 +35,12 @@ void KXNetworking::uploadCompleted(const std::shared_ptr<URLResponse> &response,
   if (error) {
     KXLogError("Error sending data: %@", {error->description()});
     KXLogError("Error sending data. HTTP status: %lu", {0});
+    Journal::shared().messageFailed(*error);
     return;
   }
   const auto answer = std::dynamic_pointer_cast<HTTPURLResponse>(response);
   const long status = answer == nullptr ? 0 : answer->statusCode();
+  Journal::shared().messageAnswered(status);
   if (status >= 200 && status <= 299) return;
   if (status == 403) {
     KXLogError("Error sending data. Calling updateAccessToken:");

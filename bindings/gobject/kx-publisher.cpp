@@ -181,6 +181,23 @@ char *kx_publisher_dup_message(KxPublisher *self) {
 }
 
 /**
+ * kx_publisher_dup_diagnosis:
+ *
+ * Why messages arrive, or do not, and what to do about it, in plain words. May be asked at any time, before
+ * [func@KxPublisher.Publisher.get_default], too, and changes nothing. It names no token, identifier or
+ * position.
+ *
+ * Returns: (transfer full): the text
+ */
+char *kx_publisher_dup_diagnosis() {
+  try {
+    return g_strdup(kx::KXPublisher::diagnosis().text().c_str());
+  } catch (...) {
+    return g_strdup("");
+  }
+}
+
+/**
  * kx_publisher_did_enter_background:
  *
  * The application has entered the background: its windows are hidden, or it is being suspended. Ignored while

@@ -77,6 +77,7 @@ std::optional<Arguments> argumentsFrom(int count, char **values) {
   gboolean trackingLimited = FALSE;
   gboolean noBackgroundRefresh = FALSE;
   gboolean debug = FALSE;
+  gboolean explain = FALSE;
   const GOptionEntry entries[] = {
       {"api-token", 0, 0, G_OPTION_ARG_STRING, &apiToken, "The API token for the service (required)", "T"},
       {"hostname", 0, 0, G_OPTION_ARG_STRING, &hostname, "The service (required)", "HOST[:PORT]"},
@@ -91,6 +92,8 @@ std::optional<Arguments> argumentsFrom(int count, char **values) {
       {"no-background-refresh", 0, 0, G_OPTION_ARG_NONE, &noBackgroundRefresh,
        "Do not work in the background", nullptr},
       {"debug", 0, 0, G_OPTION_ARG_NONE, &debug, "Print the whole log of the library", nullptr},
+      {"explain", 0, 0, G_OPTION_ARG_NONE, &explain,
+       "Tell before the end why messages arrived, or did not, and what to do", nullptr},
       {"exit-after", 0, 0, G_OPTION_ARG_STRING, &exitAfter, "Quit by itself", "SECONDS"},
       {}};
   g_autoptr(GOptionContext) context = g_option_context_new("- reports its context to a collection service");
@@ -110,6 +113,7 @@ std::optional<Arguments> argumentsFrom(int count, char **values) {
   arguments.options.advertisingTrackingEnabled = !trackingLimited;
   if (noBackgroundRefresh) arguments.options.backgroundRefreshStatus = kx::BackgroundRefreshStatus::denied;
   arguments.debug = debug;
+  arguments.explain = explain;
   if (const auto seconds = takenIfGiven(exitAfter)) arguments.exitAfter = numberFrom(*seconds);
 
   std::string problem;

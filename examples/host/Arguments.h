@@ -7,7 +7,7 @@
 
 /// What the characters on standard input do.
 inline constexpr const char *commandHelp =
-    "b background, f foreground, d/D debugging on/off, p print the message, q quit";
+    "b background, f foreground, d/D debugging on/off, e explain, p print the message, q quit";
 
 /// What kx-host was started with.
 struct Arguments {
@@ -16,6 +16,7 @@ struct Arguments {
   std::string applicationID = "com.example.KXHost";
   kx::LinuxHostOptions options;
   bool debug = false;
+  bool explain = false;
   std::optional<double> exitAfter;  // seconds
 };
 

@@ -4,6 +4,7 @@
 #include <KXPublisher/platform/linux/LinuxHost.h>
 #include <gio/gio.h>
 #include <gio/gunixinputstream.h>
+#include <glib-unix.h>
 #include <unistd.h>
 
 #include <KXPublisher/KXPublisher.hpp>
@@ -37,6 +38,10 @@ bool startReporting(Host &host) {
   return true;
 }
 
+void explain() {
+  std::cout << kx::KXPublisher::diagnosis().text() << std::endl;
+}
+
 void runCommand(Host &host, char command) {
   switch (command) {
     case 'b':
@@ -50,6 +55,9 @@ void runCommand(Host &host, char command) {
       break;
     case 'D':
       host.publisher->disableDebugging();
+      break;
+    case 'e':
+      explain();
       break;
     case 'p':
       std::cout << host.publisher->description() << std::endl;
@@ -94,11 +102,15 @@ void activate(GApplication *application, void *data) {
     g_application_quit(application);
     return;
   }
+  const auto quit = [](void *quitting) -> gboolean {
+    g_application_quit(static_cast<GApplication *>(quitting));
+    return G_SOURCE_REMOVE;
+  };
+  if (host.arguments.explain) {
+    // Ended from outside, too, it has something to say.
+    for (const int signal : {SIGINT, SIGTERM}) g_unix_signal_add(signal, quit, application);
+  }
   if (host.arguments.exitAfter) {
-    const auto quit = [](void *quitting) -> gboolean {
-      g_application_quit(static_cast<GApplication *>(quitting));
-      return G_SOURCE_REMOVE;
-    };
     g_timeout_add(static_cast<guint>(std::ceil(*host.arguments.exitAfter * 1000)), quit, application);
   }
   if (isatty(STDIN_FILENO) == 1) std::cout << commandHelp << std::endl;
@@ -113,6 +125,7 @@ int run(const Arguments &arguments) {
   Host host{arguments, application, nullptr, input};
   g_signal_connect(application, "activate", G_CALLBACK(activate), &host);
   const int exitCode = g_application_run(application, 0, nullptr);
+  if (host.arguments.explain) explain();
   return host.failed ? 1 : exitCode;
 }
 

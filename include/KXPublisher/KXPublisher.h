@@ -51,6 +51,12 @@ __attribute__((visibility("default"))) API_AVAILABLE(ios(9.0)) @interface KXPubl
 /** Back to errors only; they stay on. */
 - (void)disableDebugging;
 
+/**
+ * Why messages arrive, or do not, and what to do about it, in plain words. May be asked at any time, before
+ * the call above, too, and changes nothing. It names no token, identifier or position.
+ */
+@property(class, readonly, copy) NSString *diagnosis;
+
 /** A message of what is known now, as text, for debugging. It is made anew at each call. */
 @property(readonly, copy) NSString *description;
 

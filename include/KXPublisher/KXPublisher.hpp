@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "KXPublisher/diagnostics/KXDiagnosis.h"
 #include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
 #include "KXPublisher/platform/foundation/Object.h"
@@ -56,6 +57,10 @@ class KX_EXPORT KXPublisher : public Object {
   /// `initWithApiToken:hostname:`: a publisher of its own, running. Hosts use the shared one.
   static std::shared_ptr<KXPublisher> initWithApiToken(const std::optional<std::string> &apiToken,
                                                        const std::optional<std::string> &hostname);
+
+  /// What has happened in this process between the host's call and the service's answers, to find out why no
+  /// message arrives. May be asked at any time, before that call, too; asking changes nothing.
+  static KXDiagnosis diagnosis() noexcept;
 
   /// `dealloc`: stops the repeating report.
   ~KXPublisher() override;

@@ -39,6 +39,12 @@
   if (_publisher != nullptr) _publisher->disableDebugging();
 }
 
++ (NSString *)diagnosis {
+  NSString *diagnosis = nil;
+  kx::runAtBoundary([&] { diagnosis = kx::stringOf(kx::KXPublisher::diagnosis().text()); });
+  return diagnosis != nil ? diagnosis : @"";
+}
+
 - (NSString *)description {
   NSString *description = nil;
   kx::runAtBoundary([&] {

@@ -1,5 +1,6 @@
 #include "KXPublisher/platform/linux/LinuxHost.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -17,6 +18,7 @@ struct Handover {
   std::mutex mutex;
   LinuxHostOptions options;
   bool taken = false;
+  std::atomic<bool> late{false};  ///< some came after they were taken
 };
 
 Handover &handover() {
@@ -41,7 +43,11 @@ bool LinuxHost::setOptions(LinuxHostOptions options) noexcept {
     Handover &to = handover();
     const std::lock_guard<std::mutex> lock(to.mutex);
     inTime = !to.taken;
-    if (inTime) to.options = std::move(options);
+    if (inTime) {
+      to.options = std::move(options);
+    } else {
+      to.late = true;
+    }
   });
   return inTime;
 }
@@ -52,6 +58,10 @@ void LinuxHost::didEnterBackground() noexcept {
 
 void LinuxHost::willEnterForeground() noexcept {
   tellApplication(&LinuxApplication::willEnterForeground);
+}
+
+bool LinuxPlatform::hostOptionsCameTooLate() {
+  return handover().late;
 }
 
 std::unique_ptr<Platform> makeLinkedPlatform() {

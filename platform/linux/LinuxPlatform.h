@@ -52,6 +52,7 @@ class LinuxPlatform : public Platform {
   ProcessInfo &processInfo() override { return processInfo_; }
   TelephonyService &telephony() override { return telephony_; }
   LocationService &location() override { return location_; }
+  bool hostOptionsCameTooLate() override;  // in LinuxHost.cpp, where they arrive
 
  private:
   LinuxRunLoopService runLoops_;

@@ -22,6 +22,8 @@ KX_PUBLIC void kx_publisher_enable_debugging(KxPublisher *self);
 KX_PUBLIC void kx_publisher_disable_debugging(KxPublisher *self);
 KX_PUBLIC char *kx_publisher_dup_message(KxPublisher *self) G_GNUC_WARN_UNUSED_RESULT;
 
+KX_PUBLIC char *kx_publisher_dup_diagnosis(void) G_GNUC_WARN_UNUSED_RESULT;
+
 KX_PUBLIC void kx_publisher_did_enter_background(void);
 KX_PUBLIC void kx_publisher_will_enter_foreground(void);
 

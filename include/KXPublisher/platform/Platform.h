@@ -37,6 +37,9 @@ class KX_EXPORT Platform {
   /// first call.
   static Platform &current();
 
+  /// The same, if there is one yet; otherwise a null pointer, and none is made.
+  static Platform *currentIfMade();
+
   /// Makes `platform` the process's platform, for tests and for hosts that bring a device of their own. To be
   /// called once and before anything else of the library; false, without any effect, when it comes too late.
   static bool install(std::unique_ptr<Platform> platform);
@@ -62,6 +65,9 @@ class KX_EXPORT Platform {
   virtual ProcessInfo &processInfo() = 0;
   virtual TelephonyService &telephony() = 0;
   virtual LocationService &location() = 0;
+
+  /// Whether the host gave this platform options when it was too late for them. False where hosts give none.
+  virtual bool hostOptionsCameTooLate() { return false; }
 };
 
 /// The platform that is linked in: each device's own folder defines this once.

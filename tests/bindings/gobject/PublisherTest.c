@@ -176,6 +176,14 @@ static void publisher_sets_the_services_paths(void) {
   g_assert_null(kxPublisherFeedPathLogData);
 }
 
+static void publisher_tells_why_nothing_arrives(void) {
+  g_autofree char *before = kx_publisher_dup_diagnosis();
+  g_assert_nonnull(strstr(before, "The host has not made its call."));
+  start();
+  g_autofree char *after = kx_publisher_dup_diagnosis();
+  g_assert_nonnull(strstr(after, "Publisher: made 0 s ago"));
+}
+
 int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   g_test_add_func("/options/are-those-of-a-host-that-sets-none", options_are_those_of_a_host_that_sets_none);
@@ -192,5 +200,6 @@ int main(int argc, char **argv) {
   g_test_add_func("/publisher/knows-the-lifecycle-before-its-start",
                   publisher_knows_the_lifecycle_before_its_start);
   g_test_add_func("/publisher/sets-the-services-paths", publisher_sets_the_services_paths);
+  g_test_add_func("/publisher/tells-why-nothing-arrives", publisher_tells_why_nothing_arrives);
   return g_test_run();
 }

@@ -85,7 +85,7 @@ TEST(HostArgumentsTest, PrintsItsHelp) {
   EXPECT_EQ(host->exitCode(), 0);
   for (const char *option :
        {"--api-token", "--hostname", "--ca-file", "--ifa", "--tracking-limited", "--application-id",
-        "--no-background-refresh", "--debug", "--exit-after", "b background, f foreground"}) {
+        "--no-background-refresh", "--debug", "--explain", "--exit-after", "b background, f foreground"}) {
     EXPECT_THAT(host->output(), HasSubstr(option));
   }
   EXPECT_EQ(host->errors(), "");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 #include "tests/examples/host/HostFixture.h"
@@ -84,6 +85,42 @@ TEST(HostCommandsTest, TheLibrarysLogGoesToStandardError) {
     return host->errors().find("[KX Error] Error getting access token: ") != std::string::npos;
   })) << host->errors();
   EXPECT_EQ(host->output(), "");
+}
+
+// ---- Why nothing arrives
+
+TEST(HostCommandsTest, ExplainsWhenItIsAsked) {
+  const auto host = startLonelyHost();
+  ASSERT_TRUE(eventually([&host] {
+    host->write("e\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return host->output().find("Login: failed") != std::string::npos;
+  })) << host->output();
+  EXPECT_THAT(host->output(), HasSubstr("What to do:\n- The service could not be reached for the login."));
+  EXPECT_THAT(host->output(), HasSubstr("API token: given\n"));
+}
+
+TEST(HostCommandsTest, ExplainsAtItsEndWhenItIsTold) {
+  const auto host = startLonelyHost({"--explain", "--exit-after", "5.5"});
+  EXPECT_EQ(host->exitCode(), 0);
+  EXPECT_THAT(host->output(), HasSubstr("Advertising identifier: absent\n"));
+  EXPECT_THAT(host->output(), HasSubstr("- There is no advertising identifier"));
+}
+
+TEST(HostCommandsTest, ExplainsAlsoWhenItIsEndedFromOutside) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const auto host = startLonelyHost({"--explain"});
+    ASSERT_TRUE(eventually([&host] {
+      host->write("e");
+      host->write("\n");
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      return !host->output().empty();
+    }));
+    const std::size_t before = host->output().size();
+    host->sendSignal(signal);
+    EXPECT_EQ(host->exitCode(), 0);
+    EXPECT_THAT(host->output().substr(before), HasSubstr("Publisher: made "));
+  }
 }
 
 }  // namespace

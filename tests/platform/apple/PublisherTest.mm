@@ -237,6 +237,12 @@ TEST_F(ApplePublisher, PrintsWhatFailsAndNotTheToken) {
   EXPECT_THAT(printed, Not(HasSubstr(collector.hostname())));
 }
 
+TEST_F(ApplePublisher, TellsWhyNothingArrives) {
+  EXPECT_THAT(::KXPublisher.diagnosis.UTF8String, HasSubstr("- The host has not made its call."));
+  startAndLogIn();
+  EXPECT_THAT(::KXPublisher.diagnosis.UTF8String, HasSubstr("Login: succeeded "));
+}
+
 TEST_F(ApplePublisher, DebugsOnlyWhileItIsTo) {
   ::KXPublisher *const publisher = start();
   const auto log = KXLog::sharedInstance();

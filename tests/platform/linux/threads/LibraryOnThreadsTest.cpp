@@ -37,6 +37,7 @@ TEST(LibraryOnThreads, EveryReaderSeesWholeMessagesWhateverChangesMeanwhile) {
       const bool hasPlatform = message.find("platform") != nullptr;
       if (!hasPublisher || hasName != hasPlatform || message.find("eventTime") == nullptr) ++incomplete;
       publisher->description();
+      static_cast<void>(KXPublisher::diagnosis().text());
       for (const auto &provider : publisher->dataProviders()) provider->description();
     }
   };

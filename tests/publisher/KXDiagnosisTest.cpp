@@ -1,0 +1,500 @@
+// What the publisher tells of itself when it is asked why nothing arrives.
+
+#include <KXPublisher/KXPublisher.hpp>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "KXPublisher/publisher/KXLogger.h"
+#include "tests/providers/TestProvider.h"
+#include "tests/support/SimulatedTest.h"
+
+namespace kx {
+namespace {
+
+using Service = SimulatedCollectionService;
+using Argument = KXDiagnosis::Argument;
+using Delivery = KXDiagnosis::Delivery;
+using Drop = KXDiagnosis::Drop;
+using Identifier = KXDiagnosis::Identifier;
+using Login = KXDiagnosis::Login;
+using MainLoop = KXDiagnosis::MainLoop;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr double start = 1700000000;
+
+class KXDiagnosisTest : public SimulatedTest {
+ protected:
+  Service &service = device.service;
+  SimulatedApplication &application = *device.application;
+
+  std::shared_ptr<KXPublisher> publisher;
+
+  void startWith(const char *apiToken, const char *hostname) {
+    publisher = KXPublisher::sharedInstanceWithApiToken(apiToken, hostname);
+  }
+  void startUp() { startWith("secret-token", "collect.example.com"); }
+  /// From now on the message has these facts, too, whatever the other providers say.
+  void addFacts(const Dictionary &facts) const {
+    const auto provider = TestProvider::make();
+    device.advance(1);  // its first refresh is over
+    provider->updateData(std::make_shared<MutableDictionary>(facts));
+    auto providers = publisher->dataProviders();
+    providers.push_back(provider);
+    publisher->setDataProviders(providers);
+  }
+  static KXDiagnosis diagnosis() { return KXPublisher::diagnosis(); }
+};
+
+/// When something happened, as seconds after the device was switched on; -1: never.
+double secondOf(const KXDiagnosis::When &when) {
+  return when ? when->at - start : -1;
+}
+
+// ---- Before there is anything
+
+TEST(KXDiagnosisBeforeAll, MakesNoPlatform) {
+  const KXDiagnosis diagnosis = KXPublisher::diagnosis();
+  EXPECT_EQ(diagnosis.time, 0);
+  EXPECT_EQ(diagnosis.publisherMade, std::nullopt);
+  EXPECT_TRUE(Platform::install(std::make_unique<SimulatedPlatform>()));  // which comes in time
+}
+
+TEST_F(KXDiagnosisTest, TellsThatTheHostHasNotMadeItsCall) {
+  const KXDiagnosis before = diagnosis();
+  EXPECT_EQ(before.publisherMade, std::nullopt);
+  EXPECT_EQ(before.entryCalls, 0u);
+  EXPECT_EQ(before.apiToken, Argument::unknown);
+  EXPECT_EQ(before.hostname, Argument::unknown);
+  EXPECT_EQ(before.identifier, Identifier::unknown);
+  EXPECT_EQ(before.login, Login::never);
+  EXPECT_EQ(before.delivery, Delivery::never);
+  EXPECT_EQ(before.time, start);
+  EXPECT_THAT(before.text(), HasSubstr("Publisher: not made\n"));
+  EXPECT_THAT(before.text(), HasSubstr("- The host has not made its call."));
+}
+
+// ---- When all is well
+
+TEST_F(KXDiagnosisTest, TellsEachStepOfAMessageThatWasTaken) {
+  startUp();
+  device.advance(7);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.time, start + 7);
+  EXPECT_EQ(secondOf(now.publisherMade), 0);
+  EXPECT_EQ(now.publisherMade->age, 7);
+  EXPECT_EQ(now.entryCalls, 1u);
+  EXPECT_EQ(now.apiToken, Argument::given);
+  EXPECT_EQ(now.hostname, Argument::given);
+  EXPECT_EQ(now.mainLoop, MainLoop::hasRun);
+  EXPECT_EQ(secondOf(now.mainLoopServed), 5);
+  EXPECT_FALSE(now.inBackground);
+  EXPECT_EQ(now.login, Login::succeeded);
+  EXPECT_EQ(secondOf(now.loginStarted), 0);
+  EXPECT_NEAR(secondOf(now.loginEnded), 0.1, 1e-6);
+  EXPECT_NEAR(secondOf(now.tokenReceived), 0.1, 1e-6);
+  EXPECT_EQ(now.loginsStarted, 1u);
+  EXPECT_EQ(now.retryDue, std::nullopt);
+  EXPECT_EQ(now.identifier, Identifier::usable);
+  EXPECT_EQ(secondOf(now.reportMade), 5);
+  EXPECT_EQ(now.reportMade->age, 2);
+  EXPECT_EQ(now.reportsMade, 1u);
+  EXPECT_EQ(now.reportDropped, std::nullopt);
+  EXPECT_EQ(now.reportsDropped, 0u);
+  EXPECT_EQ(secondOf(now.handedOver), 5);
+  EXPECT_EQ(now.reportsHandedOver, 1u);
+  EXPECT_EQ(secondOf(now.sent), 5);
+  EXPECT_EQ(now.messagesSent, 1u);
+  EXPECT_EQ(now.delivery, Delivery::accepted);
+  EXPECT_NEAR(secondOf(now.answered), 5.1, 1e-6);
+  EXPECT_EQ(now.deliveryStatus, 200);
+  EXPECT_EQ(now.messagesAccepted, 1u);
+  EXPECT_EQ(now.text(), R"(Publisher: made 7 s ago
+API token: given
+Host name: given
+Main loop: served the library 2 s ago
+Application: in the foreground
+Login: succeeded 7 s ago
+Access token: received 7 s ago
+Advertising identifier: usable
+Reports: 1 report, the last 2 s ago
+Handed over: 1 report, the last 2 s ago
+Messages: 1 message sent, 1 accepted
+Last message: sent 2 s ago, accepted 2 s ago with HTTP status 200
+
+Nothing is wrong as far as the library can tell.
+)");
+}
+
+TEST_F(KXDiagnosisTest, CountsOnAsReportsGoOn) {
+  startUp();
+  device.advance(1201);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.reportsMade, 3u);
+  EXPECT_EQ(now.reportsHandedOver, 3u);
+  EXPECT_EQ(now.messagesSent, 3u);
+  EXPECT_EQ(now.messagesAccepted, 3u);
+  EXPECT_EQ(secondOf(now.mainLoopServed), 1200);
+  EXPECT_THAT(now.text(), HasSubstr("Messages: 3 messages sent, 3 accepted\n"));
+}
+
+TEST_F(KXDiagnosisTest, NamesNoTokenNoIdentifierAndNoPosition) {
+  service.script(Service::loginPath, {SimulatedReply::token("secret-access")});
+  service.script(Service::messagePath, {SimulatedReply::status(500)});
+  startUp();
+  device.advance(6);
+  const std::string text = diagnosis().text();
+  EXPECT_THAT(text, Not(HasSubstr("secret")));
+  EXPECT_THAT(text, Not(HasSubstr(*device.advertisingService->identifier)));
+}
+
+TEST_F(KXDiagnosisTest, ChangesNothing) {
+  startUp();
+  for (int i = 0; i < 700; ++i) {
+    device.advance(1);
+    static_cast<void>(diagnosis().text());
+  }
+  EXPECT_EQ(service.logins().size(), 1u);
+  ASSERT_EQ(service.messages().size(), 2u);
+  EXPECT_EQ(service.messages()[1].time, 600);
+  EXPECT_THAT(service.messages()[1].text().value_or(""), HasSubstr("\"id\":\"simulated-2\""));
+  EXPECT_TRUE(device.consoleService.lines.empty());
+}
+
+// ---- The start
+
+TEST_F(KXDiagnosisTest, CountsTheHostsCalls) {
+  startUp();
+  EXPECT_THAT(diagnosis().text(), Not(HasSubstr("call was made")));
+  startWith("other", "other");
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.entryCalls, 2u);
+  EXPECT_THAT(now.text(),
+              HasSubstr("- The host's call was made 2 times. Only the first one's arguments count."));
+}
+
+struct Arguments {
+  const char *name;
+  const char *apiToken;
+  const char *hostname;
+  Argument expectedToken;
+  Argument expectedHost;
+  const char *advice;
+};
+
+class KXDiagnosisArgumentsTest : public KXDiagnosisTest, public ::testing::WithParamInterface<Arguments> {};
+
+TEST_P(KXDiagnosisArgumentsTest, AreJudged) {
+  startWith(GetParam().apiToken, GetParam().hostname);
+  EXPECT_EQ(diagnosis().apiToken, GetParam().expectedToken);
+  EXPECT_EQ(diagnosis().hostname, GetParam().expectedHost);
+  EXPECT_THAT(diagnosis().text(), HasSubstr(GetParam().advice));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, KXDiagnosisArgumentsTest,
+                         ::testing::Values(Arguments{"NoToken", nullptr, "a.example", Argument::absent,
+                                                     Argument::given, "- There is no API token."},
+                                           Arguments{"EmptyToken", "", "a.example", Argument::empty,
+                                                     Argument::given, "- There is no API token."},
+                                           Arguments{"NoHost", "T", nullptr, Argument::given,
+                                                     Argument::absent, "- There is no host name."},
+                                           Arguments{"EmptyHost", "T", "", Argument::given, Argument::empty,
+                                                     "- There is no host name."},
+                                           Arguments{"HostWithScheme", "T", "https://a.example",
+                                                     Argument::given, Argument::malformed,
+                                                     "- The host name is not one."},
+                                           Arguments{"HostAndPort", "T", "a.example:8443", Argument::given,
+                                                     Argument::given, "Host name: given\n"}),
+                         [](const auto &one) { return std::string(one.param.name); });
+
+TEST_F(KXDiagnosisTest, TellsThatTheMainLoopHasNotRun) {
+  startUp();
+  EXPECT_EQ(diagnosis().mainLoop, MainLoop::unknown);
+  EXPECT_THAT(diagnosis().text(), HasSubstr("Main loop: not known yet\n"));
+  device.clockService.atSwitchOn += 15;
+  EXPECT_EQ(diagnosis().mainLoop, MainLoop::unknown);
+  device.clockService.atSwitchOn += 1;
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.mainLoop, MainLoop::hasNotRun);
+  EXPECT_EQ(now.mainLoopServed, std::nullopt);
+  EXPECT_THAT(now.text(), HasSubstr("Main loop: has not served the library\n"));
+  EXPECT_THAT(now.text(), HasSubstr("- The main loop has not served the library since the start"));
+}
+
+TEST_F(KXDiagnosisTest, TakesNoCallOfTheHostsForTheMainLoop) {
+  startUp();
+  publisher->logData(nullptr);
+  publisher->kxLogger()->kxNetworking()->updateAccessToken(nullptr);
+  EXPECT_EQ(diagnosis().mainLoopServed, std::nullopt);
+}
+
+TEST_F(KXDiagnosisTest, TellsThatTheMainLoopHasStopped) {
+  startUp();
+  device.advance(6);
+  device.clockService.atSwitchOn += 659;
+  EXPECT_THAT(diagnosis().text(), Not(HasSubstr("blocks the loop")));
+  device.clockService.atSwitchOn += 1;
+  EXPECT_THAT(diagnosis().text(), HasSubstr("blocks the loop"));
+}
+
+TEST_F(KXDiagnosisTest, TakesTheBackgroundForNoMainLoopThatHasStopped) {
+  startUp();
+  application.enterBackground();
+  device.advance(1);
+  KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.mainLoop, MainLoop::hasRun);
+  EXPECT_EQ(secondOf(now.mainLoopServed), 0);
+  EXPECT_TRUE(now.inBackground);
+  device.advance(7200);
+  EXPECT_THAT(diagnosis().text(), HasSubstr("Application: in the background\n"));
+  EXPECT_THAT(diagnosis().text(), HasSubstr("Nothing is wrong"));
+  application.enterForeground();
+  now = diagnosis();
+  EXPECT_FALSE(now.inBackground);
+  EXPECT_EQ(secondOf(now.mainLoopServed), 7201);
+}
+
+// ---- The gate
+
+struct OneIdentifier {
+  const char *name;
+  std::optional<std::string> text;
+  Identifier expected;
+  const char *fact;
+  const char *advice;
+};
+
+class KXDiagnosisIdentifierTest : public KXDiagnosisTest,
+                                  public ::testing::WithParamInterface<OneIdentifier> {};
+
+TEST_P(KXDiagnosisIdentifierTest, IsJudgedAtEachReport) {
+  device.advertisingService->identifier = GetParam().text;
+  startUp();
+  EXPECT_EQ(diagnosis().identifier, Identifier::unknown);
+  device.advance(601);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.identifier, GetParam().expected);
+  EXPECT_EQ(now.reportsMade, 2u);
+  EXPECT_EQ(now.reportsDropped, 2u);
+  EXPECT_EQ(now.drop, Drop::identifier);
+  EXPECT_EQ(secondOf(now.reportDropped), 600);
+  EXPECT_EQ(now.handedOver, std::nullopt);
+  EXPECT_EQ(now.reportsHandedOver, 0u);
+  EXPECT_THAT(now.text(), HasSubstr(std::string("Advertising identifier: ") + GetParam().fact + "\n"));
+  EXPECT_THAT(
+      now.text(),
+      HasSubstr("Dropped: 2 reports, the last 1 s ago: there was no usable advertising identifier\n"));
+  EXPECT_THAT(now.text(), HasSubstr("Messages: none sent\n"));
+  EXPECT_THAT(now.text(), HasSubstr(GetParam().advice));
+}
+
+INSTANTIATE_TEST_SUITE_P(Unusable, KXDiagnosisIdentifierTest,
+                         ::testing::Values(OneIdentifier{"Absent", std::nullopt, Identifier::absent, "absent",
+                                                         "- There is no advertising identifier"},
+                                           OneIdentifier{"AllZeros", "00000000-0000-0000-0000-000000000000",
+                                                         Identifier::allZeros, "all zeros",
+                                                         "- The advertising identifier is all zeros"}),
+                         [](const auto &one) { return std::string(one.param.name); });
+
+TEST_F(KXDiagnosisTest, TellsThatAProviderSaysThatTheIdentifierIsEmpty) {
+  startUp();
+  addFacts({{"ifa", ""}});
+  device.advance(5);
+  EXPECT_EQ(diagnosis().identifier, Identifier::empty);
+  EXPECT_EQ(diagnosis().reportsDropped, 1u);
+  EXPECT_THAT(diagnosis().text(), HasSubstr("Advertising identifier: empty\n"));
+  EXPECT_THAT(diagnosis().text(), HasSubstr("- There is no advertising identifier"));
+}
+
+// ---- The access token
+
+TEST_F(KXDiagnosisTest, TellsThatNoLoginCanBeMade) {
+  startWith("T", "not a host");
+  device.advance(6);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.login, Login::impossible);
+  EXPECT_EQ(now.loginStarted, std::nullopt);
+  EXPECT_EQ(now.loginsStarted, 0u);
+  EXPECT_EQ(secondOf(now.loginEnded), 0);
+  EXPECT_EQ(now.drop, Drop::noAccessToken);
+  EXPECT_THAT(now.text(), HasSubstr("Login: impossible: no request could be made\n"));
+  EXPECT_THAT(now.text(), HasSubstr("there was no access token\n"));
+}
+
+TEST_F(KXDiagnosisTest, TellsThatALoginIsUnderWay) {
+  service.script(Service::loginPath, {SimulatedReply::silence()});
+  startUp();
+  device.advance(10);
+  EXPECT_EQ(diagnosis().login, Login::underWay);
+  EXPECT_EQ(diagnosis().loginEnded, std::nullopt);
+  EXPECT_THAT(diagnosis().text(), HasSubstr("Login: under way, started 10 s ago\nAccess token: none\n"));
+  EXPECT_THAT(diagnosis().text(), Not(HasSubstr("no answer")));
+  device.clockService.atSwitchOn += 51;
+  EXPECT_THAT(diagnosis().text(), HasSubstr("- The login has had no answer for more than a minute."));
+}
+
+TEST_F(KXDiagnosisTest, TellsHowALoginWasRefusedAndWhenItIsTriedAgain) {
+  service.script(Service::loginPath, {SimulatedReply::status(401), SimulatedReply::status(503)});
+  startUp();
+  device.advance(10);
+  KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.login, Login::refused);
+  EXPECT_EQ(now.loginStatus, 401);
+  EXPECT_NEAR(secondOf(now.loginEnded), 0.1, 1e-6);
+  EXPECT_EQ(now.tokenReceived, std::nullopt);
+  EXPECT_NEAR(secondOf(now.retryDue), 300.1, 1e-6);
+  EXPECT_NEAR(now.retryDue->age, -290.1, 1e-6);
+  EXPECT_EQ(now.drop, Drop::noAccessToken);
+  EXPECT_EQ(now.reportsHandedOver, 1u);
+  EXPECT_THAT(now.text(), HasSubstr("Login: answered 10 s ago with HTTP status 401\nNext login: in 290 s\n"));
+  EXPECT_THAT(now.text(), HasSubstr("- The service refuses the API token."));
+
+  device.advance(291);
+  now = diagnosis();
+  EXPECT_EQ(now.loginStatus, 503);
+  EXPECT_EQ(now.loginsStarted, 2u);
+  EXPECT_NEAR(secondOf(now.mainLoopServed), 300.1, 1e-6);  // the retry timer
+  EXPECT_NEAR(secondOf(now.retryDue), 900.2, 1e-6);
+  EXPECT_THAT(now.text(), HasSubstr("- The service answered the login with HTTP status 503."));
+
+  device.advance(600);
+  now = diagnosis();
+  EXPECT_EQ(now.login, Login::succeeded);
+  EXPECT_EQ(now.loginStatus, 0);
+  EXPECT_EQ(now.retryDue, std::nullopt);
+  EXPECT_NEAR(secondOf(now.tokenReceived), 900.3, 1e-6);
+}
+
+TEST_F(KXDiagnosisTest, ForgetsARetryThatHasBegun) {
+  service.script(Service::loginPath, {SimulatedReply::status(500), SimulatedReply::silence()});
+  startUp();
+  device.advance(310);
+  EXPECT_EQ(diagnosis().login, Login::underWay);
+  EXPECT_EQ(diagnosis().retryDue, std::nullopt);
+}
+
+TEST_F(KXDiagnosisTest, TellsWhyALoginFailed) {
+  service.script(Service::loginPath, {SimulatedReply::failure("the network is down")});
+  startUp();
+  device.advance(1);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.login, Login::failed);
+  EXPECT_EQ(now.loginStatus, 0);
+  EXPECT_THAT(now.loginError, HasSubstr("the network is down"));
+  EXPECT_THAT(now.text(), HasSubstr(": " + now.loginError + "\n"));
+  EXPECT_THAT(now.text(), HasSubstr("- The service could not be reached for the login."));
+  device.advance(301);
+  EXPECT_EQ(diagnosis().loginError, "");
+}
+
+TEST_F(KXDiagnosisTest, TellsThatALoginGaveNoToken) {
+  service.script(Service::loginPath, {SimulatedReply::status(204)});
+  startUp();
+  device.advance(1);
+  EXPECT_EQ(diagnosis().login, Login::withoutToken);
+  EXPECT_EQ(diagnosis().loginStatus, 204);
+  EXPECT_THAT(diagnosis().text(), HasSubstr("with HTTP status 204, without an access token\n"));
+  EXPECT_THAT(diagnosis().text(), HasSubstr("- What answered the login gave no access token."));
+}
+
+TEST_F(KXDiagnosisTest, TellsThatTheAnswerIsNoneOfHTTP) {
+  SimulatedReply reply;
+  reply.isHTTP = false;
+  service.script(Service::loginPath, {reply});
+  startUp();
+  device.advance(1);
+  EXPECT_EQ(diagnosis().login, Login::refused);
+  EXPECT_EQ(diagnosis().loginStatus, 0);
+  EXPECT_THAT(diagnosis().text(), HasSubstr("with no answer of HTTP\n"));
+  EXPECT_THAT(diagnosis().text(), HasSubstr("- What answered the login does not speak HTTP."));
+}
+
+TEST_F(KXDiagnosisTest, TellsThatTheClockWasSetBack) {
+  startUp();
+  device.advance(10);
+  device.clockService.atSwitchOn -= 3600;
+  const KXDiagnosis now = diagnosis();
+  EXPECT_NEAR(now.tokenReceived->age, -3590.1, 1e-6);
+  EXPECT_THAT(now.text(), HasSubstr("- The clock was set back since the access token came."));
+}
+
+// ---- Reports and messages
+
+TEST_F(KXDiagnosisTest, TellsThatAFactIsNoJSON) {
+  startUp();
+  addFacts({{"speed", std::numeric_limits<double>::infinity()}});
+  device.advance(5);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.drop, Drop::notSerialisable);
+  EXPECT_EQ(now.reportsDropped, 1u);
+  EXPECT_EQ(now.sent, std::nullopt);
+  EXPECT_THAT(now.text(), HasSubstr(": a provider's fact is no JSON\n"));
+  EXPECT_THAT(now.text(), HasSubstr("- A provider's fact is no JSON"));
+}
+
+TEST_F(KXDiagnosisTest, TellsThatTheTransportIsGone) {
+  startUp();
+  device.advance(1);
+  publisher->kxLogger()->setKxNetworking(nullptr);
+  device.advance(5);
+  EXPECT_EQ(diagnosis().drop, Drop::noTransport);
+  EXPECT_THAT(diagnosis().text(), HasSubstr(": there was no transport client\n"));
+  EXPECT_THAT(diagnosis().text(), HasSubstr("- The logger has no transport client"));
+}
+
+TEST_F(KXDiagnosisTest, TellsThatAMessageIsUnderWay) {
+  service.script(Service::messagePath, {SimulatedReply::silence()});
+  startUp();
+  device.advance(6);
+  EXPECT_EQ(diagnosis().delivery, Delivery::underWay);
+  EXPECT_EQ(diagnosis().answered, std::nullopt);
+  EXPECT_THAT(diagnosis().text(), HasSubstr("Last message: sent 1 s ago, under way\n"));
+}
+
+TEST_F(KXDiagnosisTest, TellsHowAMessageWasRefused) {
+  service.script(Service::messagePath, {SimulatedReply::status(500), SimulatedReply::status(299)});
+  startUp();
+  device.advance(6);
+  KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.delivery, Delivery::refused);
+  EXPECT_EQ(now.deliveryStatus, 500);
+  EXPECT_NEAR(secondOf(now.answered), 5.1, 1e-6);
+  EXPECT_EQ(now.messagesAccepted, 0u);
+  EXPECT_THAT(now.text(), HasSubstr("refused 1 s ago with HTTP status 500\n"));
+  EXPECT_THAT(now.text(), HasSubstr("- The service did not take the last message: HTTP status 500."));
+  device.advance(600);
+  now = diagnosis();
+  EXPECT_EQ(now.delivery, Delivery::accepted);
+  EXPECT_EQ(now.deliveryStatus, 299);
+  EXPECT_EQ(now.messagesAccepted, 1u);
+}
+
+TEST_F(KXDiagnosisTest, TellsThatAnAccessTokenWasRefused) {
+  startUp();
+  device.advance(1);
+  service.revokeTokens();
+  device.advance(5);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.deliveryStatus, 403);
+  EXPECT_EQ(now.loginsStarted, 2u);
+  EXPECT_EQ(now.login, Login::succeeded);
+  EXPECT_THAT(now.text(), HasSubstr("- The service refused the access token of the last message."));
+}
+
+TEST_F(KXDiagnosisTest, TellsWhyAMessageFailed) {
+  service.script(Service::messagePath, {SimulatedReply::failure("the server is gone")});
+  startUp();
+  device.advance(6);
+  const KXDiagnosis now = diagnosis();
+  EXPECT_EQ(now.delivery, Delivery::failed);
+  EXPECT_EQ(now.deliveryStatus, 0);
+  EXPECT_THAT(now.deliveryError, HasSubstr("the server is gone"));
+  EXPECT_THAT(now.text(), HasSubstr(", failed 1 s ago: " + now.deliveryError + "\n"));
+  EXPECT_THAT(now.text(), HasSubstr("- The last message could not be delivered and is lost."));
+  device.advance(600);
+  EXPECT_EQ(diagnosis().deliveryError, "");
+}
+
+}  // namespace
+}  // namespace kx
