@@ -41,9 +41,13 @@ endif()
 
 # Compiles a target of this project by the house's rules.
 function(kx_compile_options target)
-  target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
-    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
+  if(PROJECT_IS_TOP_LEVEL OR KX_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE
+      -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
+      $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
+  else()
+    target_compile_options(${target} PRIVATE -w)  # what a host wants to be warned of is in its own code
+  endif()
   set_target_properties(${target} PROPERTIES
     COMPILE_WARNING_AS_ERROR ${KX_WARNINGS_AS_ERRORS}
     C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)

@@ -7,6 +7,10 @@
 
 namespace kx {
 
+// The standard's base class has a destructor that is not virtual, and -Weffc++ in a host warns of that.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
 /// The root of every class whose instances are shared: they are identified by their address, held by
 /// `std::shared_ptr` and never copied.
 class KX_EXPORT Object : public std::enable_shared_from_this<Object> {
@@ -22,6 +26,8 @@ class KX_EXPORT Object : public std::enable_shared_from_this<Object> {
  protected:
   Object() = default;
 };
+
+#pragma GCC diagnostic pop
 
 /// A strong reference to an object that is already shared; empty while it is being built or torn down.
 template <class T>
