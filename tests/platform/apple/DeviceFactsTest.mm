@@ -94,6 +94,13 @@ TEST(AppleDevice, LeavesOutWhatIsNotKnown) {
             (json{{"make", "Apple"}, {"name", machine()}, {"languages", preferredLanguages()}}));
 }
 
+TEST(AppleDevice, IsAskedForOnce) {
+  auto &devices = Platform::current().devices();
+  ASSERT_NE(devices.currentDevice(), nullptr);
+  EXPECT_EQ(devices.currentDevice(), devices.currentDevice());
+  EXPECT_EQ(standin::callsOf("+[UIDevice currentDevice]"), 1);
+}
+
 TEST(AppleDevice, MayFailToAnswer) {
   standin::raiseIn("+[UIDevice currentDevice]");
   EXPECT_NO_THROW(EXPECT_EQ(Platform::current().devices().currentDevice(), nullptr));

@@ -142,6 +142,20 @@ TEST(AppleNotificationCenter, ABlockOnAQueueOfTheLibrarysRunsThere) {
   EXPECT_EQ(queue->operations, 1);
 }
 
+TEST(AppleNotificationCenter, ABlockOnNoQueueRunsWhereSomebodyPosts) {
+  std::atomic<int> received{0};
+  center().addObserverForName(name, nullptr, nullptr, [&received](const std::shared_ptr<Notification> &) {
+    EXPECT_FALSE([NSThread isMainThread]);
+    ++received;
+  });
+  std::thread([] {
+    @autoreleasepool {
+      postAsHost();
+    }
+  }).join();
+  EXPECT_EQ(received, 1);
+}
+
 TEST(AppleNotificationCenter, ABlockIsRunForItsSenderOnly) {
   const auto sender = std::make_shared<Observer>();
   const auto other = std::make_shared<Observer>();

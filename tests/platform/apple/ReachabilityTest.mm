@@ -163,6 +163,20 @@ TEST(AppleReachability, IsFollowedOnlyWithAContextThatTheSystemKnows) {
   EXPECT_FALSE(service.setCallback(target, noteReport, {1, {}}));
 }
 
+void noteAndThrow(NetworkReachabilityRef, NetworkReachabilityFlags, const std::weak_ptr<Object> &) {
+  ++report.calls;
+  throw 1;
+}
+
+TEST(AppleReachability, EndsWhatACallbackThrows) {
+  auto &service = Platform::current().networkReachability();
+  const auto target = service.createWithAddress(SocketAddress{16, 2});
+  EXPECT_TRUE(service.setCallback(target, noteAndThrow, {0, {}}));
+  service.scheduleWithRunLoop(target, Platform::current().runLoops().mainRunLoop(), RunLoopMode::defaultMode);
+  standin::changeReachability(overCellular);
+  EXPECT_TRUE(standin::runMainLoopUntil([] { return report.calls == 1; }));
+}
+
 TEST(AppleReachability, MayBeReportedToNobody) {
   auto &service = Platform::current().networkReachability();
   const auto target = service.createWithAddress(SocketAddress{16, 2});

@@ -31,7 +31,7 @@
 
 @implementation KXDispatchTask
 - (void)run {
-  block();
+  kx::standin::callOut([self] { block(); });
 }
 @end
 

@@ -8,6 +8,7 @@
 #include "tests/platform/apple/harness/StandIn.h"
 #include "tests/platform/apple/harness/StandInDevice.h"
 
+using kx::standin::callOut;
 using kx::standin::locationServices;
 using kx::standin::note;
 
@@ -23,12 +24,6 @@ namespace {
 kx::standin::LiveObjects<CLLocationManager> &managers() {
   static auto *const managers = new kx::standin::LiveObjects<CLLocationManager>;
   return *managers;
-}
-
-/// What a system's call to a delegate is: nothing can be thrown through it.
-template <class Call>
-void callOut(Call &&call) noexcept {
-  call();
 }
 
 /// Lets every location manager do that on its own thread.

@@ -69,7 +69,7 @@ void destroy(CoreFoundationObject *object) {
     callback = handle->callback;
     info = handle->context.info;
   }
-  if (callback != nullptr) callback(handle, flags, info);
+  if (callback != nullptr) kx::standin::callOut([&] { callback(handle, flags, info); });
 }
 
 @end

@@ -42,6 +42,12 @@ void settleMainLoop();
 /// Waits until the main thread runs its loop in one of these ways.
 void awaitMainLoop();
 
+/// What a system's call of the library is: nothing can be thrown through it.
+template <class Call>
+void callOut(Call &&call) noexcept {
+  call();
+}
+
 /// Runs `work` on a new thread that nobody waits for, without an autorelease pool: a library brings its own.
 void runOnThreadOfItsOwn(std::function<void()> work);
 
