@@ -19,6 +19,13 @@ kx::Location locationOf(CLLocation *location) {
           location.verticalAccuracy};
 }
 
+// The successor is asked of a manager, and who asks here has none at hand.
+KX_DEPRECATED_BEGIN
+kx::AuthorizationStatus currentAuthorization() {
+  return static_cast<kx::AuthorizationStatus>([CLLocationManager authorizationStatus]);
+}
+KX_DEPRECATED_END
+
 }  // namespace
 
 /// The delegate of a CLLocationManager: hands what it is told to the delegate of the library's own manager.
@@ -58,8 +65,7 @@ kx::Location locationOf(CLLocation *location) {
 
 - (void)reportAuthorization {
   [self tell:[](kx::LocationManagerDelegate &delegate, kx::LocationManager &libraryManager) {
-    const CLAuthorizationStatus status = [CLLocationManager authorizationStatus];
-    delegate.locationManager(libraryManager, static_cast<kx::AuthorizationStatus>(status));
+    delegate.locationManager(libraryManager, currentAuthorization());
   }];
 }
 
@@ -156,12 +162,9 @@ std::shared_ptr<AppleLocationSwitch> AppleLocationService::switchFor(
   });
 }
 
-// The successor is asked of a manager, and who asks here has none yet.
-KX_DEPRECATED_BEGIN
 AuthorizationStatus AppleLocationService::authorizationStatus() {
-  return static_cast<AuthorizationStatus>([CLLocationManager authorizationStatus]);
+  return currentAuthorization();
 }
-KX_DEPRECATED_END
 
 std::shared_ptr<Geocoder> AppleLocationService::makeGeocoder() {
   return makeAppleGeocoder();
