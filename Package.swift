@@ -9,7 +9,8 @@ import PackageDescription
 /// What is no source of any target.
 let besides = [
   ".ci", "CMakeLists.txt", "CMakePresets.json", "KXPublisher.podspec", "KXPublisherTestKit.podspec", "LICENSE",
-  "README.md", "benchmarks", "bindings", "cmake", "docs", "examples", "packaging", "script", "tests", "tools", "platform/linux",
+  "CHANGELOG.md", "CONTRIBUTING.md", "README.md", "SECURITY.md", "THIRD-PARTY-NOTICES.md", "benchmarks",
+  "bindings", "cmake", "docs", "examples", "packaging", "script", "tests", "tools", "platform/linux",
 ]
 let portable = [
   "diagnostics", "platform/LocalNotificationCenter.cpp", "platform/Platform.cpp", "platform/SerialOperationQueue.cpp",
