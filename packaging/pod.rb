@@ -101,9 +101,9 @@ def read(path, about)
   complain(name, "public headers that are no source files: #{foreign.join(', ')}") unless foreign.empty?
   public_headers.each do |header|
     # What is public is imported by Swift.
-    others = File.read(header).scan(/^#(?:import|include) (?!<(?:KXPublisher|Foundation)\/)(.*)$/)
+    others = File.read(header).scan(/^#(?:import|include) (?!<(?:KXPublisher|Foundation|CoreLocation)\/)(.*)$/)
     complain(name, "#{header} includes #{others.join(', ')}") unless others.empty?
-    complain(name, "#{header} is not for Objective-C") unless File.read(header).match?(/^#import <Foundation/)
+    complain(name, "#{header} is not for Objective-C") unless File.read(header).match?(%r{^#import <(Foundation|KXPublisher|CoreLocation)/})
   end
   resources = spec.fetch(:resource_bundles, {}).flat_map do |_, patterns|
     resolve(name, 'resource_bundles', patterns)
