@@ -60,6 +60,8 @@ class Check:
                     self.check_names(page, code.line + offset, text)
                 if code.language in SHELL:
                     self.check_commands(page, code)
+                if "/" in code.name:
+                    self.check_that_it_is_the_file(page, code)
         self.check_that_each_is_found()
         self.check_message_reference()
         self.check_log_lines()
@@ -100,6 +102,16 @@ class Check:
         for name in self.pages:
             if name.startswith("docs/") and name not in found:
                 self.complaints.append(f"{name} is linked from nowhere")
+
+    # ---- Code
+
+    def check_that_it_is_the_file(self, page, code):
+        """Of code that has a path: what stands there is compiled, so it has to be what stands here."""
+        file = self.root / code.name
+        if not file.is_file():
+            self.complain(page, code.line, f"no such file: {code.name}")
+        elif file.read_text(encoding="utf-8") != code.text:
+            self.complain(page, code.line, f"not the same as {code.name}")
 
     # ---- Names
 

@@ -55,6 +55,13 @@ class DocumentsTest(unittest.TestCase):
             self.assertEqual(result.returncode, 1 if result.stdout else 0)
             return result.stdout
 
+    def test_holds_code_that_has_a_path_against_that_file(self):
+        example = {"examples/ios/App.swift": "import UIKit\n"}
+        shown = "\n```swift examples/ios/App.swift\n%s\n```\n"
+        self.assertEqual(self.complaints(shown % "import UIKit", files=example), "")
+        self.assertIn("not the same as examples/ios/App.swift", self.complaints(shown % "import SwiftUI", files=example))
+        self.assertIn("no such file: examples/ios/App.swift", self.complaints(shown % "import UIKit"))
+
     def test_is_content_with_documents_that_are_right(self):
         self.assertEqual(self.complaints(
             "\n`docs/index.md`, `KX_INSTALL`, `KXPublisher::KXPublisher`, `dataKeyIfa`, [here](#start), "
