@@ -124,7 +124,6 @@ void Journal::tokenReceived() noexcept {
   note([](KXDiagnosis &diagnosis, Moment now) {
     endLogin(diagnosis, Login::succeeded, 0, "", now);
     diagnosis.tokenReceived = now;
-    diagnosis.retryDue.reset();
   });
 }
 

@@ -453,7 +453,8 @@ TEST_F(KXDiagnosisTest, TellsThatAMessageIsUnderWay) {
 }
 
 TEST_F(KXDiagnosisTest, TellsHowAMessageWasRefused) {
-  service.script(Service::messagePath, {SimulatedReply::status(500), SimulatedReply::status(299)});
+  service.script(Service::messagePath,
+                 {SimulatedReply::status(500), SimulatedReply::status(299), SimulatedReply::status(300)});
   startUp();
   device.advance(6);
   KXDiagnosis now = diagnosis();
@@ -468,6 +469,9 @@ TEST_F(KXDiagnosisTest, TellsHowAMessageWasRefused) {
   EXPECT_EQ(now.delivery, Delivery::accepted);
   EXPECT_EQ(now.deliveryStatus, 299);
   EXPECT_EQ(now.messagesAccepted, 1u);
+  device.advance(600);
+  EXPECT_EQ(diagnosis().delivery, Delivery::refused);
+  EXPECT_EQ(diagnosis().messagesAccepted, 1u);
 }
 
 TEST_F(KXDiagnosisTest, TellsThatAnAccessTokenWasRefused) {

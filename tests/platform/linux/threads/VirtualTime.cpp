@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <poll.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -49,6 +50,14 @@ extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t cl
       isVirtual && ofMonotonic ? monotonic : systemClock(clock) + (ofMonotonic ? 0 : wallClockShift);
   time->tv_sec = now / nanosecondsInSecond;
   time->tv_nsec = now % nanosecondsInSecond;
+  return 0;
+}
+
+// From which GLib has the wall clock.
+extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval *time, void * /*zone*/) noexcept {
+  const std::int64_t now = systemClock(CLOCK_REALTIME) + wallClockShift;
+  time->tv_sec = now / nanosecondsInSecond;
+  time->tv_usec = now % nanosecondsInSecond / 1000;
   return 0;
 }
 

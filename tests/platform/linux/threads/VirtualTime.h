@@ -9,7 +9,8 @@ namespace kx {
 /// the default main loop lets it pass, at once. Everything then happens at its exact time, on the busiest
 /// machine.
 ///
-/// Works by the program's own `clock_gettime`, through which GLib reads its clocks. One at a time.
+/// Works by the program's own `clock_gettime` and `gettimeofday`, through which GLib reads its clocks. One at
+/// a time.
 class VirtualTime {
  public:
   VirtualTime();
