@@ -191,7 +191,9 @@ char *kx_publisher_dup_message(KxPublisher *self) {
  */
 char *kx_publisher_dup_diagnosis() {
   try {
-    return g_strdup(kx::KXPublisher::diagnosis().text().c_str());
+    const std::string text =
+        kx::KXPublisher::diagnosis().text();  // an error in it is of another library's making
+    return g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
   } catch (...) {
     return g_strdup("");
   }
