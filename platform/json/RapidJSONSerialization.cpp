@@ -1,8 +1,8 @@
-#include "KXPublisher/platform/foundation/JSONSerialization.h"
-
 #include <rapidjson/writer.h>
 
 #include <utility>
+
+#include "KXPublisher/platform/foundation/JSONSerialization.h"
 
 namespace kx {
 
