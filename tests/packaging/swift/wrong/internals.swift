@@ -1,4 +1,4 @@
-// error: type 'KXPublisher' has no member 'kxLog'
+// error: cannot find 'kx' in scope
 import KXPublisher
 
-let log = KXPublisher.kxLog()  // nothing of C++ is in the module
+let platform = kx.Platform.current()  // nothing of C++ is in the module
