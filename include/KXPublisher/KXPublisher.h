@@ -8,6 +8,13 @@
 #import <Foundation/Foundation.h>
 #import <KXPublisher/KXPublisherConstants.h>
 
+/* In Swift: may be used from any thread. */
+#ifdef NS_SWIFT_SENDABLE
+#define KX_SENDABLE NS_SWIFT_SENDABLE
+#else
+#define KX_SENDABLE
+#endif
+
 NS_ASSUME_NONNULL_BEGIN
 
 /**
@@ -31,7 +38,7 @@ NS_ASSUME_NONNULL_BEGIN
  * No failure reaches the host: nothing here raises, and all but `description` return at once. Everything may
  * be called from any thread.
  */
-__attribute__((visibility("default"))) API_AVAILABLE(ios(9.0)) @interface KXPublisher : NSObject
+__attribute__((visibility("default"))) API_AVAILABLE(ios(9.0)) KX_SENDABLE @interface KXPublisher : NSObject
 
 /**
  * The one publisher, made and started by the first call; later calls ignore their arguments.

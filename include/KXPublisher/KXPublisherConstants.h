@@ -123,7 +123,7 @@ KX_CONSTANT NSString *const dataKeyConnectionType;
 KX_CONSTANT NSString *const dataValueConnectionTypeWifi;
 KX_CONSTANT NSString *const dataValueConnectionTypeCellular;
 /** Name of the notification that the library posts when the way to the network has changed. */
-KX_CONSTANT NSNotificationName const kReachabilityDidChangeNotification;
+KX_CONSTANT NSNotificationName const kReachabilityDidChangeNotification NS_SWIFT_NAME(kReachabilityDidChangeNotification);
 
 /* ---- Keys of a message: the host application */
 

@@ -20,6 +20,8 @@ class AppleDevice : public Device {
   std::optional<std::string> systemVersion() override { return textOf(device_.systemVersion); }
   long userInterfaceIdiom() override { return static_cast<long>(device_.userInterfaceIdiom); }
 
+  UIDevice *systemDevice() const { return device_; }
+
  private:
   UIDevice *const device_;
 };
@@ -27,10 +29,7 @@ class AppleDevice : public Device {
 /// Null too when the system fails to answer.
 std::shared_ptr<Device> systemDevice() {
   std::shared_ptr<Device> device;
-  runAtBoundary([&device] {
-    UIDevice *const current = [UIDevice currentDevice];
-    if (current != nil) device = std::make_shared<AppleDevice>(current);
-  });
+  runAtBoundary([&device] { device = deviceOf([UIDevice currentDevice]); });
   return device;
 }
 
@@ -45,6 +44,15 @@ std::shared_ptr<Device> AppleDeviceService::currentDevice() {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (currentDevice_ == nullptr) currentDevice_ = std::move(device);
   return currentDevice_;
+}
+
+UIDevice *systemDeviceOf(const std::shared_ptr<Device> &device) {
+  const auto appleDevice = std::dynamic_pointer_cast<AppleDevice>(device);
+  return appleDevice == nullptr ? nil : appleDevice->systemDevice();
+}
+
+std::shared_ptr<Device> deviceOf(UIDevice *systemDevice) {
+  return systemDevice == nil ? nullptr : std::make_shared<AppleDevice>(systemDevice);
 }
 
 }  // namespace kx

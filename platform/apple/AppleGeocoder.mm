@@ -54,6 +54,8 @@ class AppleGeocoder : public Geocoder {
                     }];
   }
 
+  CLGeocoder *systemGeocoder() const { return geocoder_; }
+
  private:
   CLGeocoder *const geocoder_;
 };
@@ -63,6 +65,11 @@ class AppleGeocoder : public Geocoder {
 std::shared_ptr<Geocoder> makeAppleGeocoder() {
   CLGeocoder *const geocoder = [[CLGeocoder alloc] init];
   return geocoder == nil ? nullptr : std::make_shared<AppleGeocoder>(geocoder);
+}
+
+CLGeocoder *systemGeocoderOf(const std::shared_ptr<Geocoder> &geocoder) {
+  const auto appleGeocoder = std::dynamic_pointer_cast<AppleGeocoder>(geocoder);
+  return appleGeocoder == nullptr ? nil : appleGeocoder->systemGeocoder();
 }
 
 KX_DEPRECATED_END

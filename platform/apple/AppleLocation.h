@@ -7,9 +7,15 @@
 #include "KXPublisher/platform/LocationService.h"
 #include "platform/apple/AppleLocationSwitch.h"
 
+@class CLLocationManager;
+
 namespace kx {
 
 class AppleLocationManager;
+
+/// The system's object behind a location manager of this service; nil for a null pointer, and for one of
+/// another platform.
+CLLocationManager *_Nullable systemManagerOf(const std::shared_ptr<LocationManager> &manager);
 
 /// CoreLocation. A CLLocationManager reports on the thread that made it, which has to run a run loop: the
 /// main thread, when the host calls the library from there.

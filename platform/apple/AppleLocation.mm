@@ -124,6 +124,7 @@ class AppleLocationManager : public LocationManager {
   void stopUpdatingLocation() override { [manager_ stopUpdatingLocation]; }
 
   void reportAuthorization() { [delegate_ reportAuthorization]; }
+  CLLocationManager *systemManager() const { return manager_; }
 
   std::optional<Location> location() override {
     CLLocation *const location = manager_.location;
@@ -135,6 +136,11 @@ class AppleLocationManager : public LocationManager {
   CLLocationManager *const manager_;
   KXPublisherLocationDelegate *const delegate_ = [[KXPublisherLocationDelegate alloc] init];
 };
+
+CLLocationManager *systemManagerOf(const std::shared_ptr<LocationManager> &manager) {
+  const auto appleManager = std::dynamic_pointer_cast<AppleLocationManager>(manager);
+  return appleManager == nullptr ? nil : appleManager->systemManager();
+}
 
 std::shared_ptr<LocationManager> AppleLocationService::makeLocationManager() {
   CLLocationManager *const systemManager = [[CLLocationManager alloc] init];

@@ -7,9 +7,8 @@
 #include "platform/apple/AppleText.h"
 
 /// Stands for an object of the library's own.
-@interface KXPublisherObject : NSObject
+@interface KXPublisherObject : NSObject <KXPublisherStandIn>
 - (instancetype)initWithObject:(const std::shared_ptr<kx::Object> &)object;
-- (std::shared_ptr<kx::Object>)object;
 @end
 
 @implementation KXPublisherObject {
@@ -22,14 +21,14 @@
   return self;
 }
 
-- (std::shared_ptr<kx::Object>)object {
+- (std::shared_ptr<kx::Object>)kxPublisherObject {
   return _object.lock();
 }
 
 - (NSString *)description {
   NSString *text = nil;
   kx::runAtBoundary([&text, self] {
-    if (const auto object = [self object]) text = kx::stringOf(object->description());
+    if (const auto object = [self kxPublisherObject]) text = kx::stringOf(object->description());
   });
   return text != nil ? text : [super description];
 }
@@ -38,14 +37,24 @@
 
 namespace kx {
 
+namespace {
+
+StandInMaker standInMaker = nullptr;
+
+}  // namespace
+
 id standInFor(const std::shared_ptr<Object> &object) {
   if (object == nullptr) return nil;
+  if (standInMaker != nullptr) {
+    id const standIn = standInMaker(object);
+    if (standIn != nil) return standIn;
+  }
   static auto &standIns = *new std::map<const Object *, KXPublisherObject *>;
-  static std::mutex mutex;
+  static auto &mutex = *new std::mutex;  // no destructor runs while the process exits
   const std::lock_guard<std::mutex> lock(mutex);
   KXPublisherObject *standIn = standIns[object.get()];
   if (standIn == nil ||
-      [standIn object] != object) {  // none yet, or that of an earlier object at this address
+      [standIn kxPublisherObject] != object) {  // none yet, or that of an earlier object at this address
     standIn = [[KXPublisherObject alloc] initWithObject:object];
     standIns[object.get()] = standIn;
   }
@@ -53,9 +62,13 @@ id standInFor(const std::shared_ptr<Object> &object) {
 }
 
 std::shared_ptr<Object> objectBehind(id standIn) {
-  return [standIn isKindOfClass:[KXPublisherObject class]]
-             ? [static_cast<KXPublisherObject *>(standIn) object]
+  return [standIn conformsToProtocol:@protocol(KXPublisherStandIn)]
+             ? [static_cast<id<KXPublisherStandIn>>(standIn) kxPublisherObject]
              : nullptr;
+}
+
+void setStandInMaker(StandInMaker maker) {
+  standInMaker = maker;
 }
 
 }  // namespace kx

@@ -17,4 +17,7 @@ class KX_EXPORT AppleReachability : public NetworkReachability {
                              RunLoopMode mode) override;
 };
 
+/// The SCNetworkReachabilityRef behind a handle of this service, which must not be null.
+const void *systemHandleOf(NetworkReachabilityRef target);
+
 }  // namespace kx

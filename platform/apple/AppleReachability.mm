@@ -105,6 +105,10 @@ bool AppleReachability::unscheduleFromRunLoop(NetworkReachabilityRef target,
                                                     cfNameOf(mode)) != 0;
 }
 
+const void *systemHandleOf(NetworkReachabilityRef target) {
+  return Target::of(target).handle();
+}
+
 KX_DEPRECATED_END
 
 }  // namespace kx

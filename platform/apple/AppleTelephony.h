@@ -2,6 +2,8 @@
 
 #include "KXPublisher/platform/Telephony.h"
 
+@class CTCarrier, CTTelephonyNetworkInfo;
+
 namespace kx {
 
 /// CTTelephonyNetworkInfo, asked for the one subscription that it takes for the subscriber's:
@@ -11,5 +13,10 @@ class KX_EXPORT AppleTelephonyService : public TelephonyService {
  public:
   std::shared_ptr<TelephonyNetworkInfo> makeTelephonyNetworkInfo() override;
 };
+
+/// The system's objects behind those of this service; nil for a null pointer, and for one of another
+/// platform.
+CTTelephonyNetworkInfo *_Nullable systemNetworkInfoOf(const std::shared_ptr<TelephonyNetworkInfo> &info);
+CTCarrier *_Nullable systemCarrierOf(const std::shared_ptr<Carrier> &carrier);
 
 }  // namespace kx

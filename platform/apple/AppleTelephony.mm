@@ -23,6 +23,8 @@ class AppleCarrier : public Carrier {
   std::optional<std::string> mobileCountryCode() override { return textOf(carrier_.mobileCountryCode); }
   std::optional<std::string> mobileNetworkCode() override { return textOf(carrier_.mobileNetworkCode); }
 
+  CTCarrier *systemCarrier() const { return carrier_; }
+
  private:
   CTCarrier *const carrier_;
 };
@@ -76,6 +78,8 @@ class AppleTelephonyNetworkInfo : public TelephonyNetworkInfo {
 
   std::optional<std::string> currentRadioAccessTechnology() override { return textOf(technologyOf(info_)); }
 
+  CTTelephonyNetworkInfo *systemInfo() const { return info_; }
+
  private:
   CTTelephonyNetworkInfo *const info_;
 };
@@ -87,6 +91,16 @@ KX_DEPRECATED_END
 std::shared_ptr<TelephonyNetworkInfo> AppleTelephonyService::makeTelephonyNetworkInfo() {
   CTTelephonyNetworkInfo *const info = [[CTTelephonyNetworkInfo alloc] init];
   return info == nil ? nullptr : std::make_shared<AppleTelephonyNetworkInfo>(info);
+}
+
+CTTelephonyNetworkInfo *systemNetworkInfoOf(const std::shared_ptr<TelephonyNetworkInfo> &info) {
+  const auto appleInfo = std::dynamic_pointer_cast<AppleTelephonyNetworkInfo>(info);
+  return appleInfo == nullptr ? nil : appleInfo->systemInfo();
+}
+
+CTCarrier *systemCarrierOf(const std::shared_ptr<Carrier> &carrier) {
+  const auto appleCarrier = std::dynamic_pointer_cast<AppleCarrier>(carrier);
+  return appleCarrier == nullptr ? nil : appleCarrier->systemCarrier();
 }
 
 }  // namespace kx

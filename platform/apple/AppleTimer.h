@@ -25,6 +25,9 @@ class KX_EXPORT AppleTimer : public RunLoopTimer {
   /// keeps itself alive.
   void installOn(NSRunLoop *_Nonnull runLoop, NSString *_Nonnull mode);
 
+  /// The NSTimer itself.
+  NSTimer *_Nonnull systemTimer() const { return timer_; }
+
   /// What the NSTimer calls, on its run loop's thread.
   void fire();
 

@@ -1,5 +1,9 @@
 #pragma once
 
+#import <Foundation/Foundation.h>
+
+#include <optional>
+
 #include "KXPublisher/platform/URLSession.h"
 
 namespace kx {
@@ -12,5 +16,13 @@ class KX_EXPORT AppleURLSessionService : public URLSessionService {
   std::optional<URL> URLWithString(const std::string &text) override;
   std::shared_ptr<URLSession> sessionWithDefaultConfiguration() override;
 };
+
+using UploadCompletionHandler = void (^)(NSData *_Nullable body, NSURLResponse *_Nullable response,
+                                         NSError *_Nullable error);
+
+/// A task of `session`, not yet started, for a request of the library's; nil when the system refuses it.
+NSURLSessionUploadTask *_Nullable systemUploadTask(NSURLSession *_Nonnull session, const URLRequest &request,
+                                                   const std::optional<Data> &body,
+                                                   UploadCompletionHandler _Nonnull completionHandler);
 
 }  // namespace kx

@@ -70,21 +70,16 @@ class AppleURLSession : public URLSession {
                                                               std::optional<Data> fromData,
                                                               CompletionHandler completionHandler) override {
     if (invalidated_) return nullptr;
-    NSURLRequest *const systemRequest = requestOf(request);
-    if (systemRequest == nil) return nullptr;
-    NSData *const body = fromData ? [NSData dataWithBytes:fromData->data() length:fromData->size()] : nil;
     NSURLSessionUploadTask *const task =
-        [session_ uploadTaskWithRequest:systemRequest
-                               fromData:body
-                      completionHandler:^(NSData *, NSURLResponse *response, NSError *error) {
-                        runAtBoundary([&] {
-                          if (error != nil) {
-                            completionHandler(nullptr, errorOf(error));
-                          } else {
-                            completionHandler(responseOf(response), std::nullopt);
-                          }
-                        });
-                      }];
+        systemUploadTask(session_, request, fromData, ^(NSData *, NSURLResponse *response, NSError *error) {
+          runAtBoundary([&] {
+            if (error != nil) {
+              completionHandler(nullptr, errorOf(error));
+            } else {
+              completionHandler(responseOf(response), std::nullopt);
+            }
+          });
+        });
     return task == nil ? nullptr : std::make_shared<AppleUploadTask>(task);
   }
 
@@ -99,6 +94,15 @@ class AppleURLSession : public URLSession {
 };
 
 }  // namespace
+
+NSURLSessionUploadTask *systemUploadTask(NSURLSession *session, const URLRequest &request,
+                                         const std::optional<Data> &body,
+                                         UploadCompletionHandler completionHandler) {
+  NSURLRequest *const systemRequest = requestOf(request);
+  if (systemRequest == nil) return nil;
+  NSData *const data = body ? [NSData dataWithBytes:body->data() length:body->size()] : nil;
+  return [session uploadTaskWithRequest:systemRequest fromData:data completionHandler:completionHandler];
+}
 
 std::optional<URL> AppleURLSessionService::URLWithString(const std::string &text) {
   NSString *const string = stringOf(text);

@@ -4,17 +4,7 @@
 
 #include "platform/apple/AppleText.h"
 
-#ifdef KX_NO_RETIRED_WEB_VIEW
-
-namespace kx {
-
-std::unique_ptr<WebView> AppleWebViewService::makeWebView() {
-  return nullptr;
-}
-
-}  // namespace kx
-
-#else
+#ifdef KX_RETIRED_WEB_VIEW
 
 /// What is asked of a UIWebView. Its own header is retired, too.
 @protocol KXPublisherScriptableWebView <NSObject>
@@ -43,6 +33,16 @@ class AppleWebView : public WebView {
 std::unique_ptr<WebView> AppleWebViewService::makeWebView() {
   id<KXPublisherScriptableWebView> const webView = [[NSClassFromString(@"UIWebView") alloc] init];
   return webView == nil ? nullptr : std::make_unique<AppleWebView>(webView);
+}
+
+}  // namespace kx
+
+#else
+
+namespace kx {
+
+std::unique_ptr<WebView> AppleWebViewService::makeWebView() {
+  return nullptr;
 }
 
 }  // namespace kx

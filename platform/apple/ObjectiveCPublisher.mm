@@ -1,34 +1,35 @@
-#import <KXPublisher/KXPublisher.h>
+#include "platform/apple/ObjectiveCPublisher.h"
 
-#include <memory>
-
-#include "KXPublisher/KXPublisher.hpp"  // the one for C++
 #include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
 
 // The library's door for Objective-C and Swift, in front of the publisher itself.
 
 @implementation KXPublisher {
-  std::shared_ptr<kx::KXPublisher> _publisher;  // null when there was no memory for one
+  std::shared_ptr<kx::KXPublisher> _publisher;
 }
 
 + (KXPublisher *)sharedInstanceWithApiToken:(NSString *)apiToken hostname:(NSString *)hostname {
   static KXPublisher *sharedInstance;
   static dispatch_once_t once;
   dispatch_once(&once, ^{
-    sharedInstance = [[KXPublisher alloc] initWithApiToken:apiToken hostname:hostname];
+    std::shared_ptr<kx::KXPublisher> publisher;
+    kx::runAtBoundary([&] {
+      publisher = kx::KXPublisher::sharedInstanceWithApiToken(kx::textOf(apiToken), kx::textOf(hostname));
+    });
+    sharedInstance = [[KXPublisher alloc] initWithKXPublisherObject:publisher];
   });
   return sharedInstance;
 }
 
-- (instancetype)initWithApiToken:(NSString *)apiToken hostname:(NSString *)hostname {
+- (instancetype)initWithKXPublisherObject:(const std::shared_ptr<kx::KXPublisher> &)object {
   self = [super init];
-  if (self != nil) {
-    kx::runAtBoundary([&] {
-      _publisher = kx::KXPublisher::sharedInstanceWithApiToken(kx::textOf(apiToken), kx::textOf(hostname));
-    });
-  }
+  if (self != nil) _publisher = object;
   return self;
+}
+
+- (const std::shared_ptr<kx::KXPublisher> &)kxPublisherObject {
+  return _publisher;
 }
 
 - (void)enableDebugging {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/SerialOperationQueue.h"
@@ -84,9 +85,9 @@ class KX_EXPORT KXData : public Object {
   virtual void instanceDidStartInit();
 
   /// Makes a provider: plain construction, then `init`.
-  template <class Provider>
-  static std::shared_ptr<Provider> make() {
-    std::shared_ptr<Provider> provider(new Provider);
+  template <class Provider, class... Arguments>
+  static std::shared_ptr<Provider> make(Arguments &&...arguments) {
+    std::shared_ptr<Provider> provider(new Provider(std::forward<Arguments>(arguments)...));
     provider->init();
     return provider;
   }

@@ -16,6 +16,9 @@ typedef double NSTimeInterval;
 #define NS_UNAVAILABLE __attribute__((unavailable))
 #define NS_SWIFT_NAME(name) __attribute__((swift_name(#name)))
 #define NS_FORMAT_FUNCTION(position, first) __attribute__((format(__NSString__, position, first)))
+#define NS_ENUM(type, name) \
+  enum name : type name;    \
+  enum name : type
 #define NS_RETURNS_INNER_POINTER __attribute__((objc_returns_inner_pointer))
 
 #ifdef __cplusplus
@@ -96,7 +99,15 @@ typedef struct {
 - (void)setObject:(ObjectType)object forKey:(id<NSCopying>)key;
 @end
 
-@interface NSNumber : NSObject
+@interface NSValue : NSObject
++ (NSValue *)valueWithPointer:(nullable const void *)pointer;
+@property(readonly) const char *objCType NS_RETURNS_INNER_POINTER;
+@end
+
+@interface NSNumber : NSValue
+@property(readonly) BOOL boolValue;
+@property(readonly) double doubleValue;
+@property(readonly) long long longLongValue;
 + (NSNumber *)numberWithBool:(BOOL)value;
 + (NSNumber *)numberWithDouble:(double)value;
 + (NSNumber *)numberWithLongLong:(long long)value;
@@ -244,6 +255,44 @@ typedef NSString *NSNotificationName;
 @interface NSHTTPURLResponse : NSURLResponse
 @property(readonly) NSInteger statusCode;
 @property(readonly, copy) NSDictionary *allHeaderFields;
+@end
+
+// ---- What the classes beside the publisher's need
+
+@interface NSObject (Messages)
+- (IMP)methodForSelector:(SEL)selector;
+- (void)doesNotRecognizeSelector:(SEL)selector;
++ (void)doesNotRecognizeSelector:(SEL)selector;
++ (void)load;
+@end
+
+FOUNDATION_EXPORT NSString *NSStringFromSelector(SEL selector);
+
+@interface NSString (Formatting)
+- (instancetype)initWithFormat:(NSString *)format arguments:(va_list)arguments NS_FORMAT_FUNCTION(1, 0);
+@end
+
+@interface NSException (Raising)
++ (NSException *)exceptionWithName:(NSExceptionName)name
+                            reason:(nullable NSString *)reason
+                          userInfo:(nullable NSDictionary *)userInfo;
++ (void)raise:(NSExceptionName)name format:(NSString *)format, ... NS_FORMAT_FUNCTION(2, 3);
+@end
+
+FOUNDATION_EXPORT NSExceptionName const NSInternalInconsistencyException;
+FOUNDATION_EXPORT NSExceptionName const NSInvalidArgumentException;
+FOUNDATION_EXPORT NSExceptionName const NSRangeException;
+
+@interface NSArray<ObjectType>(Making)
++ (instancetype)array;
+@end
+
+@interface NSDictionary<KeyType, ObjectType>(Making)
++ (instancetype)dictionary;
+@end
+
+@interface NSTimer (Validity)
+@property(readonly, getter=isValid) BOOL valid;
 @end
 
 NS_ASSUME_NONNULL_END
