@@ -238,9 +238,9 @@ TEST_F(ApplePublisher, PrintsWhatFailsAndNotTheToken) {
 }
 
 TEST_F(ApplePublisher, TellsWhyNothingArrives) {
-  EXPECT_THAT(::KXPublisher.diagnosis.UTF8String, HasSubstr("- The host has not made its call."));
+  EXPECT_THAT([::KXPublisher diagnosis].UTF8String, HasSubstr("- The host has not made its call."));
   startAndLogIn();
-  EXPECT_THAT(::KXPublisher.diagnosis.UTF8String, HasSubstr("Login: succeeded "));
+  EXPECT_THAT([::KXPublisher diagnosis].UTF8String, HasSubstr("Login: succeeded "));
 }
 
 TEST_F(ApplePublisher, DebugsOnlyWhileItIsTo) {
