@@ -5,7 +5,7 @@
 namespace kx {
 
 /// ASIdentifierManager.
-class KX_EXPORT AppleAdvertisingService : public AdvertisingService {
+class AppleAdvertisingService : public AdvertisingService {
  public:
   std::shared_ptr<AdvertisingIdentifierManager> sharedManager() override;
 };

@@ -6,7 +6,7 @@ namespace kx {
 
 /// The shared UIApplication object. It is asked for at each use: a library may be called before there is one,
 /// and then nothing is known and nothing granted.
-class KX_EXPORT AppleApplication : public Application {
+class AppleApplication : public Application {
  public:
   BackgroundRefreshStatus backgroundRefreshStatus() override;
   BackgroundTaskIdentifier beginBackgroundTaskWithName(const std::string &name,

@@ -5,7 +5,7 @@
 namespace kx {
 
 /// NSBundle. Of an information list's values only texts are given, which is what the library asks for.
-class KX_EXPORT AppleBundleService : public BundleService {
+class AppleBundleService : public BundleService {
  public:
   std::shared_ptr<Bundle> mainBundle() override;
   std::shared_ptr<Bundle> bundleWithIdentifier(const std::optional<std::string> &identifier) override;

@@ -5,7 +5,7 @@
 namespace kx {
 
 /// NSLog.
-class KX_EXPORT AppleConsole : public Console {
+class AppleConsole : public Console {
  public:
   void log(const std::string &line) override;
 };

@@ -11,7 +11,7 @@ namespace kx {
 
 /// UIDevice, asked for at the first use: an answer that ends in an exception is reported, which takes a
 /// platform that is made already.
-class KX_EXPORT AppleDeviceService : public DeviceService {
+class AppleDeviceService : public DeviceService {
  public:
   std::shared_ptr<Device> currentDevice() override;
 

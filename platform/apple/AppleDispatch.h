@@ -12,7 +12,7 @@ namespace kx {
 void performOnMainThread(WorkItem block);
 
 /// A queue of libdispatch. What a task throws ends with it.
-class KX_EXPORT AppleDispatchQueue : public DispatchQueue {
+class AppleDispatchQueue : public DispatchQueue {
  public:
   explicit AppleDispatchQueue(dispatch_queue_t _Nonnull queue) : queue_(queue) {}
 
@@ -24,7 +24,7 @@ class KX_EXPORT AppleDispatchQueue : public DispatchQueue {
 };
 
 /// libdispatch's global queues and its main queue.
-class KX_EXPORT AppleDispatch : public Dispatch {
+class AppleDispatch : public Dispatch {
  public:
   AppleDispatch();
 

@@ -5,7 +5,7 @@
 namespace kx {
 
 /// NSLocale.
-class KX_EXPORT AppleLocale : public Locale {
+class AppleLocale : public Locale {
  public:
   std::vector<std::string> preferredLanguages() override;
 };

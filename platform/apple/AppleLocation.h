@@ -19,7 +19,7 @@ CLLocationManager *_Nullable systemManagerOf(const std::shared_ptr<LocationManag
 
 /// CoreLocation. A CLLocationManager reports on the thread that made it, which has to run a run loop: the
 /// main thread, when the host calls the library from there.
-class KX_EXPORT AppleLocationService : public LocationService {
+class AppleLocationService : public LocationService {
  public:
   std::shared_ptr<LocationManager> makeLocationManager() override;
   bool locationServicesEnabled() override { return switch_->isOn(); }

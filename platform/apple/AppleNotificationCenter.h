@@ -14,7 +14,7 @@ namespace kx {
 
 /// The process's default NSNotificationCenter: the library sees what the system posts there, and the host
 /// what the library posts. To the host, a sender from the library is an object without operations of its own.
-class KX_EXPORT AppleNotificationCenter : public NotificationCenter {
+class AppleNotificationCenter : public NotificationCenter {
  public:
   /// `sharedApplication` and `mainOperationQueue` stand for the system's own.
   AppleNotificationCenter(std::shared_ptr<Object> sharedApplication,

@@ -5,7 +5,7 @@
 namespace kx {
 
 /// `mainQueue` of NSOperationQueue.
-class KX_EXPORT AppleMainOperationQueue : public OperationQueue {
+class AppleMainOperationQueue : public OperationQueue {
  public:
   void addOperation(WorkItem operation) override;
 };

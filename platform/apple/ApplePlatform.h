@@ -25,7 +25,7 @@ namespace kx {
 
 /// iOS: UIKit, CoreLocation and the other frameworks. Making it asks the system for the objects that stand
 /// for the device and the main run loop, and for nothing else.
-class KX_EXPORT ApplePlatform : public Platform {
+class ApplePlatform : public Platform {
  public:
   ApplePlatform();
   ~ApplePlatform() override;

@@ -5,7 +5,7 @@
 namespace kx {
 
 /// NSProcessInfo.
-class KX_EXPORT AppleProcessInfo : public ProcessInfo {
+class AppleProcessInfo : public ProcessInfo {
  public:
   std::string globallyUniqueString() override;
 };

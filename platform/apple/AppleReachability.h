@@ -5,7 +5,7 @@
 namespace kx {
 
 /// SCNetworkReachability. Handles are never released.
-class KX_EXPORT AppleReachability : public NetworkReachability {
+class AppleReachability : public NetworkReachability {
  public:
   NetworkReachabilityRef createWithAddress(const SocketAddress &address) override;
   std::optional<NetworkReachabilityFlags> getFlags(NetworkReachabilityRef target) override;

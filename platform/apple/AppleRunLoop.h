@@ -11,7 +11,7 @@ namespace kx {
 NSString *_Nonnull nameOf(RunLoopMode mode);
 
 /// A thread's NSRunLoop, which is also a CFRunLoop.
-class KX_EXPORT AppleRunLoop : public RunLoop {
+class AppleRunLoop : public RunLoop {
  public:
   AppleRunLoop(NSRunLoop *_Nonnull runLoop, CFRunLoopRef _Nonnull cfRunLoop);
   ~AppleRunLoop() override;
@@ -28,7 +28,7 @@ class KX_EXPORT AppleRunLoop : public RunLoop {
 };
 
 /// The system's run loops, and timers that are NSTimers.
-class KX_EXPORT AppleRunLoopService : public RunLoopService {
+class AppleRunLoopService : public RunLoopService {
  public:
   AppleRunLoopService();
 

@@ -9,19 +9,19 @@
 namespace kx {
 
 /// NSDate.
-class KX_EXPORT AppleClock : public Clock {
+class AppleClock : public Clock {
  public:
   double timeIntervalSince1970() override;
 };
 
 /// `uname`.
-class KX_EXPORT AppleSystemName : public SystemName {
+class AppleSystemName : public SystemName {
  public:
   std::optional<std::string> machine() override;
 };
 
 /// `getifaddrs`.
-class KX_EXPORT AppleInterfaceList : public InterfaceList {
+class AppleInterfaceList : public InterfaceList {
  public:
   std::vector<InterfaceAddress> getifaddrs() override;
 };

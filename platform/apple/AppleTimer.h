@@ -12,7 +12,7 @@ namespace kx {
 
 /// An NSTimer. Whether it is valid is decided here and not asked of the NSTimer, which for some time after a
 /// one-shot timer has fired still says yes, and which may be invalidated on its run loop's thread only.
-class KX_EXPORT AppleTimer : public RunLoopTimer {
+class AppleTimer : public RunLoopTimer {
  public:
   /// A timer that is not installed yet; see `RunLoopService::timerWithTimeInterval`.
   static std::shared_ptr<AppleTimer> make(double timeInterval, std::shared_ptr<Object> target,

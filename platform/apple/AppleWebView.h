@@ -13,7 +13,7 @@ namespace kx {
 /// this service holds up that thread until it has an answer. To wait there would either stop the host, or run
 /// its events in the middle of a task of the library. To ask ahead of time does not help: the device's facts
 /// are read once, milliseconds after the host's call, and the engine's processes take longer to start.
-class KX_EXPORT AppleWebViewService : public WebViewService {
+class AppleWebViewService : public WebViewService {
  public:
   std::unique_ptr<WebView> makeWebView() override;
 };

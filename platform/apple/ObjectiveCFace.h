@@ -67,8 +67,10 @@ auto raising(Operation &&operation) {
     note(NSInvalidArgumentException, exception);
   } catch (const RangeException &exception) {
     note(NSRangeException, exception);
-  } @
-  throw [NSException exceptionWithName:name reason:reason userInfo:nil];
+  }
+  // clang-format off
+  @throw [NSException exceptionWithName:name reason:reason userInfo:nil];
+  // clang-format on
 }
 
 }  // namespace kx

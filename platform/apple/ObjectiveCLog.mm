@@ -16,7 +16,7 @@
 
 + (KXLog *)sharedInstanceWithLogLevel:(KXLogLevel)logLevel {
   static KXLog *const sharedInstance = kx::faceOf<KXLog>(kx::KXLog::sharedInstanceWithLogLevel(logLevel));
-  return sharedInstance;
+  return static_cast<KXLog *_Nonnull>(sharedInstance);  // the log is never a null pointer
 }
 
 + (KXLog *)sharedInstance {

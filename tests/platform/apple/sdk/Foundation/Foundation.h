@@ -262,7 +262,6 @@ typedef NSString *NSNotificationName;
 @interface NSObject (Messages)
 - (IMP)methodForSelector:(SEL)selector;
 - (void)doesNotRecognizeSelector:(SEL)selector;
-+ (void)doesNotRecognizeSelector:(SEL)selector;
 + (void)load;
 @end
 
