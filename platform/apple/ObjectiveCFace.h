@@ -50,6 +50,12 @@ Face *_Nullable faceOf(const std::shared_ptr<T> &object) {
   return static_cast<Face *>(face);
 }
 
+/// The same for a single instance, which is there as long as the process.
+template <class Face, class T>
+Face *_Nonnull faceOfInstance(const std::shared_ptr<T> &instance) {
+  return static_cast<Face *_Nonnull>(faceOf<Face>(instance));
+}
+
 /// Calls the library, and raises what it throws for a programming error as the system has it.
 template <class Operation>
 auto raising(Operation &&operation) {

@@ -15,8 +15,9 @@
 }
 
 + (KXLog *)sharedInstanceWithLogLevel:(KXLogLevel)logLevel {
-  static KXLog *const sharedInstance = kx::faceOf<KXLog>(kx::KXLog::sharedInstanceWithLogLevel(logLevel));
-  return static_cast<KXLog *_Nonnull>(sharedInstance);  // the log is never a null pointer
+  static KXLog *const sharedInstance =
+      kx::faceOfInstance<KXLog>(kx::KXLog::sharedInstanceWithLogLevel(logLevel));
+  return sharedInstance;
 }
 
 + (KXLog *)sharedInstance {

@@ -26,7 +26,7 @@ NSString *stringOf(const std::optional<std::string> &text) {
 @implementation KXDevice
 
 + (KXDevice *)sharedInstance {
-  static KXDevice *const sharedInstance = kx::faceOf<KXDevice>(kx::KXDevice::sharedInstance());
+  static KXDevice *const sharedInstance = kx::faceOfInstance<KXDevice>(kx::KXDevice::sharedInstance());
   return sharedInstance;
 }
 
@@ -83,7 +83,7 @@ NSString *stringOf(const std::optional<std::string> &text) {
 @implementation KXCarrier
 
 + (KXCarrier *)sharedInstance {
-  static KXCarrier *const sharedInstance = kx::faceOf<KXCarrier>(kx::KXCarrier::sharedInstance());
+  static KXCarrier *const sharedInstance = kx::faceOfInstance<KXCarrier>(kx::KXCarrier::sharedInstance());
   return sharedInstance;
 }
 
@@ -112,7 +112,7 @@ NSString *stringOf(const std::optional<std::string> &text) {
 @implementation KXLocation
 
 + (KXLocation *)sharedInstance {
-  static KXLocation *const sharedInstance = kx::faceOf<KXLocation>(kx::KXLocation::sharedInstance());
+  static KXLocation *const sharedInstance = kx::faceOfInstance<KXLocation>(kx::KXLocation::sharedInstance());
   return sharedInstance;
 }
 
@@ -166,7 +166,8 @@ NSString *stringOf(const std::optional<std::string> &text) {
 @implementation KXConnection
 
 + (KXConnection *)sharedInstance {
-  static KXConnection *const sharedInstance = kx::faceOf<KXConnection>(kx::KXConnection::sharedInstance());
+  static KXConnection *const sharedInstance =
+      kx::faceOfInstance<KXConnection>(kx::KXConnection::sharedInstance());
   return sharedInstance;
 }
 
@@ -208,7 +209,7 @@ NSString *stringOf(const std::optional<std::string> &text) {
 @implementation KXAsn
 
 + (KXAsn *)sharedInstance {
-  static KXAsn *const sharedInstance = kx::faceOf<KXAsn>(kx::KXAsn::sharedInstance());
+  static KXAsn *const sharedInstance = kx::faceOfInstance<KXAsn>(kx::KXAsn::sharedInstance());
   return sharedInstance;
 }
 

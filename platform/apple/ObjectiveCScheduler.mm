@@ -88,7 +88,8 @@
 }
 
 + (KXScheduler *)sharedInstance {
-  static KXScheduler *const sharedInstance = kx::faceOf<KXScheduler>(kx::KXScheduler::sharedInstance());
+  static KXScheduler *const sharedInstance =
+      kx::faceOfInstance<KXScheduler>(kx::KXScheduler::sharedInstance());
   return sharedInstance;
 }
 

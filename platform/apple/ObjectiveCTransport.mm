@@ -56,7 +56,7 @@ class HostSession : public kx::URLSession {
 }
 
 + (KXNetworking *)sharedInstanceWithApiToken:(NSString *)apiToken hostname:(NSString *)hostname {
-  static KXNetworking *const sharedInstance = kx::faceOf<KXNetworking>(
+  static KXNetworking *const sharedInstance = kx::faceOfInstance<KXNetworking>(
       kx::KXNetworking::sharedInstanceWithApiToken(kx::textOf(apiToken), kx::textOf(hostname)));
   return sharedInstance;
 }
@@ -186,7 +186,7 @@ class HostSession : public kx::URLSession {
 }
 
 + (KXLogger *)sharedInstanceWithApiToken:(NSString *)apiToken hostname:(NSString *)hostname {
-  static KXLogger *const sharedInstance = kx::faceOf<KXLogger>(
+  static KXLogger *const sharedInstance = kx::faceOfInstance<KXLogger>(
       kx::KXLogger::sharedInstanceWithApiToken(kx::textOf(apiToken), kx::textOf(hostname)));
   return sharedInstance;
 }

@@ -103,6 +103,7 @@ TEST(ObjectiveCScheduler, CallsTheHostsTargetWithTheTimer) {
   EXPECT_TRUE(sel_isEqual(info.selector, @selector(tick:)));
   EXPECT_EQ(info.timeInterval, 0.01);
   EXPECT_TRUE([scheduler scheduleInfoForTarget:target selector:@selector(tock:)] == nil);
+  [scheduler removeTimerForTarget:target selector:@selector(tick:)];
 }
 
 TEST(ObjectiveCScheduler, ARecordHasOneFaceAsLongAsItIsHeld) {
@@ -115,6 +116,7 @@ TEST(ObjectiveCScheduler, ARecordHasOneFaceAsLongAsItIsHeld) {
   EXPECT_TRUE([scheduler scheduleInfoForTarget:target selector:@selector(tick:)] == info);
   [scheduler scheduleTimerForTarget:target selector:@selector(tick:) withTimeInverval:200];
   EXPECT_FALSE([scheduler scheduleInfoForTarget:target selector:@selector(tick:)] == info);
+  [scheduler removeTimerForTarget:target selector:@selector(tick:)];
 }
 
 TEST(ObjectiveCScheduler, PausesResumesAndRemoves) {
@@ -171,6 +173,9 @@ TEST(ObjectiveCScheduler, AHostsRecordIsKeptAndResumed) {
   EXPECT_TRUE(info.target == target);
   [scheduler resumeTimerForTarget:target selector:@selector(tick:)];
   EXPECT_TRUE(standin::runMainLoopUntil([target] { return target->calls >= 100; }));
+  // Resumed was what the record names by now.
+  [scheduler removeTimerForTarget:target selector:@selector(tick:)];
+  [scheduler removeTimerForTarget:target selector:@selector(tock:)];
 }
 
 TEST(ObjectiveCScheduler, KnowsAPairByItsDescriptions) {
@@ -242,6 +247,7 @@ TEST(ObjectiveCNetworking, AMessageTaskNeedsItsDataAndItsToken) {
   EXPECT_TRUE(task(nil, @"token", session) == nil);
   EXPECT_TRUE(task(data, nil, session) == nil);
   EXPECT_TRUE(task(data, @"token", nil) == nil);
+  [session finishTasksAndInvalidate];
 }
 
 TEST(ObjectiveCNetworking, LogsInAndSends) {
