@@ -1,6 +1,7 @@
 #pragma once
 
 #include "KXPublisher/platform/Telephony.h"
+#include "platform/apple/AppleDeprecated.h"
 
 @class CTCarrier, CTTelephonyNetworkInfo;
 
@@ -15,8 +16,10 @@ class AppleTelephonyService : public TelephonyService {
 };
 
 /// The system's objects behind those of this service; nil for a null pointer, and for one of another
-/// platform.
+/// platform. To name CTCarrier, deprecated since iOS 16, is no new use of it.
+KX_DEPRECATED_BEGIN
 CTTelephonyNetworkInfo *_Nullable systemNetworkInfoOf(const std::shared_ptr<TelephonyNetworkInfo> &info);
 CTCarrier *_Nullable systemCarrierOf(const std::shared_ptr<Carrier> &carrier);
+KX_DEPRECATED_END
 
 }  // namespace kx

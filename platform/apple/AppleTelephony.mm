@@ -84,8 +84,6 @@ class AppleTelephonyNetworkInfo : public TelephonyNetworkInfo {
   CTTelephonyNetworkInfo *const info_;
 };
 
-KX_DEPRECATED_END
-
 }  // namespace
 
 std::shared_ptr<TelephonyNetworkInfo> AppleTelephonyService::makeTelephonyNetworkInfo() {
@@ -102,5 +100,7 @@ CTCarrier *systemCarrierOf(const std::shared_ptr<Carrier> &carrier) {
   const auto appleCarrier = std::dynamic_pointer_cast<AppleCarrier>(carrier);
   return appleCarrier == nullptr ? nil : appleCarrier->systemCarrier();
 }
+
+KX_DEPRECATED_END
 
 }  // namespace kx

@@ -3,6 +3,7 @@
 #include "KXPublisher/providers/KXConnection.h"
 #include "KXPublisher/providers/KXDevice.h"
 #include "KXPublisher/providers/KXLocation.h"
+#include "platform/apple/AppleDeprecated.h"
 #include "platform/apple/AppleDevice.h"
 #include "platform/apple/AppleGeocoder.h"
 #include "platform/apple/AppleLocation.h"
@@ -103,9 +104,14 @@ NSString *stringOf(const std::optional<std::string> &text) {
   return kx::systemNetworkInfoOf([self kxCarrier]->networkInfo());
 }
 
+// To name what is deprecated is no new use of it: it is what the library holds.
+KX_DEPRECATED_BEGIN
+
 - (CTCarrier *)carrierInfo {
   return kx::systemCarrierOf([self kxCarrier]->carrierInfo());
 }
+
+KX_DEPRECATED_END
 
 @end
 
@@ -128,9 +134,13 @@ NSString *stringOf(const std::optional<std::string> &text) {
   return kx::systemManagerOf([self kxLocation]->locationManager());
 }
 
+KX_DEPRECATED_BEGIN
+
 - (CLGeocoder *)geocoder {
   return kx::systemGeocoderOf([self kxLocation]->geocoder());
 }
+
+KX_DEPRECATED_END
 
 // Whose report it is does not count, and neither does what is in it; without a manager there is nothing to
 // do.

@@ -282,11 +282,11 @@ FOUNDATION_EXPORT NSExceptionName const NSInternalInconsistencyException;
 FOUNDATION_EXPORT NSExceptionName const NSInvalidArgumentException;
 FOUNDATION_EXPORT NSExceptionName const NSRangeException;
 
-@interface NSArray<ObjectType>(Making)
+@interface NSArray <ObjectType>(Making)
 + (instancetype)array;
 @end
 
-@interface NSDictionary<KeyType, ObjectType>(Making)
+@interface NSDictionary <KeyType, ObjectType>(Making)
 + (instancetype)dictionary;
 @end
 
