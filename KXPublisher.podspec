@@ -25,7 +25,7 @@ Pod::Spec.new do |spec|
   # The constants' counterpart is in Objective-C; the header of those in C is no part of the module.
   spec.exclude_files = 'publisher/KXConstants.cpp', 'include/KXPublisher/KXConstants.h'
   spec.public_header_files = 'include/KXPublisher/*.h'
-  spec.preserve_paths = 'include/**/*.{h,hpp}', '{diagnostics,platform/apple,providers,publisher,transport}/*.h',
+  spec.preserve_paths = 'include/**/*.{h,hpp}', '{diagnostics,platform,platform/apple,providers,publisher,transport}/*.h',
                         'packaging/about.json'
   spec.requires_arc = true
   # One folder for what hosts include, one for the rest; the module map in the former is Swift Package Manager's.
