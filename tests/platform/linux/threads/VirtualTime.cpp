@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <ctime>
 
@@ -16,9 +17,10 @@ constexpr std::int64_t nanosecondsInSecond = 1'000'000'000;
 constexpr std::int64_t nanosecondsInMillisecond = 1'000'000;
 constexpr std::int64_t start = 1000 * nanosecondsInSecond;
 
-bool isVirtual = false;
-std::int64_t monotonic = start;  // nanoseconds, like the next ones
-std::int64_t wallClockShift = 0;
+// The library's workers ask for the time, too.
+std::atomic<bool> isVirtual{false};
+std::atomic<std::int64_t> monotonic{start};  // nanoseconds, like the next ones
+std::atomic<std::int64_t> wallClockShift{0};
 std::int64_t runEnd = start;
 kx::VirtualTime *current = nullptr;
 
@@ -37,7 +39,7 @@ gint waitVirtually(GPollFD *descriptors, guint count, gint timeout) {
   if (ready != 0 || timeout == 0) return ready;
   current->waits.push_back(timeout);
   const std::int64_t due = timeout < 0 ? runEnd : monotonic + timeout * nanosecondsInMillisecond;
-  monotonic = std::max(monotonic, std::min(due, runEnd));
+  monotonic = std::max(monotonic.load(), std::min(due, runEnd));
   return 0;
 }
 
