@@ -48,8 +48,9 @@ gint waitVirtually(GPollFD *descriptors, guint count, gint timeout) {
 // What every library of this program calls.
 extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t clock, timespec *time) {
   const bool ofMonotonic = clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_COARSE;
-  const std::int64_t now =
-      isVirtual && ofMonotonic ? monotonic : systemClock(clock) + (ofMonotonic ? 0 : wallClockShift);
+  const std::int64_t now = isVirtual && ofMonotonic
+                               ? monotonic.load()
+                               : systemClock(clock) + (ofMonotonic ? 0 : wallClockShift.load());
   time->tv_sec = now / nanosecondsInSecond;
   time->tv_nsec = now % nanosecondsInSecond;
   return 0;
