@@ -71,7 +71,8 @@ void Journal::publisherMade() noexcept {
 void Journal::clientMade(const std::optional<std::string> &apiToken,
                          const std::optional<std::string> &hostname) noexcept {
   Argument host = kindOf(hostname);
-  if (host == Argument::given && !isHostnameWithOrWithoutPort(*hostname)) host = Argument::malformed;
+  if (hostname && host == Argument::given && !isHostnameWithOrWithoutPort(*hostname))
+    host = Argument::malformed;
   note([token = kindOf(apiToken), host](KXDiagnosis &diagnosis, Moment) {
     diagnosis.apiToken = token;
     diagnosis.hostname = host;
