@@ -5,7 +5,7 @@ import PackageDescription
 let package = Package(
   name: "Host",
   platforms: [.iOS(.v12)],
-  dependencies: [.package(url: "file:///work/KXPublisher", from: "1.0.0")],
+  dependencies: [.package(url: "file:///checked/KXPublisher", from: "1.0.0")],
   targets: [
     .target(
       name: "Host",
