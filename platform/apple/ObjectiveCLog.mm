@@ -14,6 +14,11 @@
   kx::Behind<kx::KXLog> _log;
 }
 
+// The compiler does not let a host call it; who gets here by the runtime gets nothing.
+- (instancetype)init {
+  return nil;
+}
+
 + (KXLog *)sharedInstanceWithLogLevel:(KXLogLevel)logLevel {
   static KXLog *const sharedInstance =
       kx::faceOfInstance<KXLog>(kx::KXLog::sharedInstanceWithLogLevel(logLevel));

@@ -26,6 +26,11 @@ NSString *stringOf(const std::optional<std::string> &text) {
 
 @implementation KXDevice
 
+// The compiler does not let a host call it; who gets here by the runtime gets nothing.
+- (instancetype)init {
+  return nil;
+}
+
 + (KXDevice *)sharedInstance {
   static KXDevice *const sharedInstance = kx::faceOfInstance<KXDevice>(kx::KXDevice::sharedInstance());
   return sharedInstance;
@@ -83,6 +88,10 @@ NSString *stringOf(const std::optional<std::string> &text) {
 
 @implementation KXCarrier
 
+- (instancetype)init {
+  return nil;
+}
+
 + (KXCarrier *)sharedInstance {
   static KXCarrier *const sharedInstance = kx::faceOfInstance<KXCarrier>(kx::KXCarrier::sharedInstance());
   return sharedInstance;
@@ -116,6 +125,10 @@ KX_DEPRECATED_END
 @end
 
 @implementation KXLocation
+
+- (instancetype)init {
+  return nil;
+}
 
 + (KXLocation *)sharedInstance {
   static KXLocation *const sharedInstance = kx::faceOfInstance<KXLocation>(kx::KXLocation::sharedInstance());
@@ -175,6 +188,10 @@ KX_DEPRECATED_END
 
 @implementation KXConnection
 
+- (instancetype)init {
+  return nil;
+}
+
 + (KXConnection *)sharedInstance {
   static KXConnection *const sharedInstance =
       kx::faceOfInstance<KXConnection>(kx::KXConnection::sharedInstance());
@@ -217,6 +234,10 @@ KX_DEPRECATED_END
 @end
 
 @implementation KXAsn
+
+- (instancetype)init {
+  return nil;
+}
 
 + (KXAsn *)sharedInstance {
   static KXAsn *const sharedInstance = kx::faceOfInstance<KXAsn>(kx::KXAsn::sharedInstance());

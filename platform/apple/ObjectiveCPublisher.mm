@@ -9,6 +9,11 @@
   std::shared_ptr<kx::KXPublisher> _publisher;
 }
 
+// The compiler does not let a host call it; who gets here by the runtime gets nothing.
+- (instancetype)init {
+  return nil;
+}
+
 + (KXPublisher *)sharedInstanceWithApiToken:(NSString *)apiToken hostname:(NSString *)hostname {
   static KXPublisher *sharedInstance;
   static dispatch_once_t once;

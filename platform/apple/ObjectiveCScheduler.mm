@@ -16,6 +16,11 @@
   kx::Behind<kx::KXScheduleInfo> _info;
 }
 
+// The compiler does not let a host call it; who gets here by the runtime gets nothing.
+- (instancetype)init {
+  return nil;
+}
+
 - (instancetype)initWithKXPublisherObject:(const std::shared_ptr<kx::KXScheduleInfo> &)object {
   self = [super init];
   if (self != nil) _info.set(object);

@@ -55,6 +55,11 @@ class HostSession : public kx::URLSession {
   kx::Behind<kx::KXNetworking> _networking;
 }
 
+// The compiler does not let a host call it; who gets here by the runtime gets nothing.
+- (instancetype)init {
+  return nil;
+}
+
 + (KXNetworking *)sharedInstanceWithApiToken:(NSString *)apiToken hostname:(NSString *)hostname {
   static KXNetworking *const sharedInstance = kx::faceOfInstance<KXNetworking>(
       kx::KXNetworking::sharedInstanceWithApiToken(kx::textOf(apiToken), kx::textOf(hostname)));
@@ -183,6 +188,10 @@ class HostSession : public kx::URLSession {
 
 @implementation KXLogger {
   kx::Behind<kx::KXLogger> _logger;
+}
+
+- (instancetype)init {
+  return nil;
 }
 
 + (KXLogger *)sharedInstanceWithApiToken:(NSString *)apiToken hostname:(NSString *)hostname {

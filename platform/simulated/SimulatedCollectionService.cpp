@@ -172,14 +172,14 @@ void SimulatedURLSessionService::send(const URLRequest &request, const std::opti
                    [reply, completionHandler = std::move(completionHandler)] {
                      if (reply.never) {
                        completionHandler(nullptr, Error{"simulated", -1001, "The request timed out."});
-                     } else if (reply.error) {
+                     } else if (reply.error && !reply.answersToo) {
                        completionHandler(nullptr, reply.error);
                      } else if (reply.isHTTP) {
                        completionHandler(
                            std::make_shared<HTTPURLResponse>(reply.statusCode, reply.headerFields),
-                           std::nullopt);
+                           reply.error);
                      } else {
-                       completionHandler(std::make_shared<URLResponse>(), std::nullopt);
+                       completionHandler(std::make_shared<URLResponse>(), reply.error);
                      }
                    });
 }

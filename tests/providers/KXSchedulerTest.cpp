@@ -91,6 +91,15 @@ TEST_F(KXSchedulerTest, ReplacesATimerOfAnotherPeriod) {
   EXPECT_EQ(scheduler->scheduleInfoForTarget(target, tick)->timeInterval(), 5);
 }
 
+TEST_F(KXSchedulerTest, ReplacesATimerWhoseRecordSomebodyHolds) {
+  scheduler->scheduleTimerForTarget(target, tick, 10);
+  const auto held = scheduler->scheduleInfoForTarget(target, tick);
+  scheduler->scheduleTimerForTarget(target, tick, 5);
+  EXPECT_FALSE(held->timer()->isValid());
+  device.advance(10);
+  EXPECT_EQ(target->ticks, 2);
+}
+
 TEST_F(KXSchedulerTest, TakesAPeriodThatDiffersInItsLastBitForAnother) {
   scheduler->scheduleTimerForTarget(target, tick, 10);
   const auto first = timer();

@@ -1,5 +1,6 @@
 #include <KXPublisher/KXPublisher.hpp>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -206,6 +207,15 @@ TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheWorkerIsDoneAndALateExpirati
   expirationHandler();
   EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1, invalidBackgroundTask}));
   EXPECT_EQ(sent(), 2u);
+}
+
+TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheReportFails) {
+  start();
+  device.advance(10);
+  device.urlSessionService.whileNextSessionIsMade = [] { throw std::runtime_error("no session"); };
+  application.enterBackground();
+  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
+  EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1}));
 }
 
 TEST_F(KXPublisherTest, GivesEachEntryIntoTheBackgroundATaskOfItsOwn) {

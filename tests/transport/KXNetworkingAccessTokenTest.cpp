@@ -217,6 +217,17 @@ TEST_F(KXNetworkingAccessTokenTest, LogsAFailureOfTheTransport) {
   EXPECT_EQ(networking->lastAccessTokenRequestTimeInterval(), 300.0);
 }
 
+TEST_F(KXNetworkingAccessTokenTest, TakesAnErrorBesideAnAnswerForAFailure) {
+  SimulatedReply reply = SimulatedReply::token("unused");
+  reply.error = Error{"simulated", -1, "cut off"};
+  reply.answersToo = true;
+  start({reply});
+  EXPECT_EQ(lines,
+            (Lines{"[KX Error] Error getting access token: Error Domain=simulated Code=-1 \"cut off\""}));
+  EXPECT_EQ(networking->accessToken(), std::nullopt);
+  EXPECT_EQ(networking->lastAccessTokenRequestTimeInterval(), 300.0);
+}
+
 TEST_F(KXNetworkingAccessTokenTest, LogsAnAnswerThatIsNoSuccess) {
   for (const long status : {199L, 300L, 403L, 500L}) {
     lines.clear();

@@ -98,6 +98,16 @@ TEST_F(KXNetworkingUploadTest, LogsTwoLinesForAFailureOfTheTransport) {
   EXPECT_EQ(service.logins().size(), 1u);
 }
 
+TEST_F(KXNetworkingUploadTest, TakesAnErrorBesideARefusalForAFailureOfTheTransport) {
+  SimulatedReply reply = SimulatedReply::status(403);
+  reply.error = Error{"simulated", -1, "connection lost"};
+  reply.answersToo = true;
+  EXPECT_EQ(linesAfter(reply),
+            (Lines{"[KX Error] Error sending data: Error Domain=simulated Code=-1 \"connection lost\"",
+                   "[KX Error] Error sending data. HTTP status: 0"}));
+  EXPECT_EQ(service.logins().size(), 1u);
+}
+
 TEST_F(KXNetworkingUploadTest, TakesAnAnswerThatIsNotHTTPForAFailure) {
   SimulatedReply reply;
   reply.isHTTP = false;

@@ -41,6 +41,16 @@ std::string raisedBy(const std::function<void()> &work) {
   return std::string(raised.name.UTF8String) + ": " + raised.reason.UTF8String;
 }
 
+TEST(ObjectiveCClasses, MakeNothingWhereTheyHaveNoWayToBeMade) {
+  for (NSString *const name in @[
+         @"KXPublisher", @"KXLog", @"KXLogger", @"KXNetworking", @"KXScheduleInfo", @"KXDevice", @"KXCarrier",
+         @"KXLocation", @"KXConnection", @"KXAsn"
+       ]) {
+    NSObject *const made = [NSClassFromString(name) alloc];
+    EXPECT_TRUE([made init] == nil) << name.UTF8String;
+  }
+}
+
 TEST(ObjectiveCLog, IsTheLibrarysOwn) {
   KXLog *const log = [KXLog sharedInstanceWithLogLevel:KXLogLevelDebug];
   EXPECT_TRUE(log == [KXLog sharedInstance]);

@@ -35,6 +35,7 @@ struct KX_EXPORT SimulatedReply {
   HTTPURLResponse::HeaderFields headerFields;
   double latency = 0.1;        ///< seconds from the request to the completion
   std::optional<Error> error;  ///< a transport error, instead of an answer
+  bool answersToo = false;     ///< the answer comes beside the error, as the system may have it
   bool isHTTP = true;          ///< otherwise the answer is one of an unknown kind
   bool never = false;          ///< nothing comes back; the session gives up after 60 s
 
