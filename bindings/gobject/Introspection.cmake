@@ -4,7 +4,7 @@ set(typelib ${CMAKE_CURRENT_BINARY_DIR}/KxPublisher-1.0.typelib)
 
 add_custom_command(OUTPUT ${gir}
   COMMAND ${CMAKE_COMMAND} -E env CC=${CMAKE_C_COMPILER} ${KX_G_IR_SCANNER} --quiet --warn-all --warn-error
-    --namespace=KxPublisher --nsversion=1.0 --identifier-prefix=Kx --symbol-prefix=kx
+    --sources-top-dirs=${PROJECT_SOURCE_DIR} --namespace=KxPublisher --nsversion=1.0 --identifier-prefix=Kx --symbol-prefix=kx
     --include=GObject-2.0 --pkg=gobject-2.0 --pkg-export=kx-publisher-1.0
     --c-include=KXPublisher/gobject/kx-publisher.h
     --cflags-begin -I${PROJECT_SOURCE_DIR}/include --cflags-end
