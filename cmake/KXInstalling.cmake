@@ -14,6 +14,13 @@ install(TARGETS KXPublisher EXPORT KXPublisherTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(EXPORT KXPublisherTargets NAMESPACE KXPublisher:: DESTINATION ${package})
+if(NOT KX_BUILD_SHARED AND KX_PLATFORM STREQUAL linux)
+  # A shared library knows where it is; what an archive is linked into does not.
+  install(CODE "if(NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\")
+    message(NOTICE \"KXPublisher: the archive will look for its table of places below ${CMAKE_INSTALL_PREFIX}; \"
+      \"configure with -DCMAKE_INSTALL_PREFIX=\${CMAKE_INSTALL_PREFIX} to have it found here\")
+  endif()")
+endif()
 set(test_kits)
 foreach(test_kit KXPublisherSimulated KXPublisherTestKit)
   if(TARGET ${test_kit})

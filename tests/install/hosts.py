@@ -40,7 +40,7 @@ def run(*command, folder=None, **environment):
 
 
 def install(prefix, build=BUILD):
-    run("cmake", "--install", build, "--prefix", prefix)
+    return run("cmake", "--install", build, "--prefix", prefix)
 
 
 def library_folder(prefix):

@@ -20,10 +20,16 @@ def main(work):
     for kind, shared in (("shared", "ON"), ("static", "OFF")):
         built, prefix = work / f"library-{kind}", work / f"prefix-{kind}"
         # KX_PLATFORM is the device's; the simulated one comes along.
+        # A shared library may be installed elsewhere than it was configured for; an archive looks for its table there.
+        configured = [] if kind == "shared" else [f"-DCMAKE_INSTALL_PREFIX={prefix}"]
         hosts.configure(hosts.SOURCE, built, f"-DKX_BUILD_SHARED={shared}", "-DKX_BUILD_PROGRAMS=OFF",
-                        "-DKX_BUILD_TESTS=OFF")
+                        "-DKX_BUILD_TESTS=OFF", *configured)
         hosts.build(built)
-        hosts.install(prefix, built)
+        told = "will look for its table of places" in hosts.install(work / f"elsewhere-{kind}", built)
+        if told == (kind == "shared"):
+            raise hosts.Failure(f"installed elsewhere, {kind}: {told=}")
+        if "will look for" in hosts.install(prefix, built):
+            raise hosts.Failure(f"a word too much at the installation of what is {kind}")
         check(f"{kind}, CMake package, C alone", hosts.check_host_in_c, work / f"{kind}-c", prefix)
         for compiler in hosts.COMPILERS:
             folder = work / f"{kind}-{compiler}"
