@@ -177,6 +177,17 @@ TEST(AppleLocation, SurvivesWhatTheGeocoderRaises) {
   EXPECT_TRUE(comesToKnow(*provider, nothing));
 }
 
+TEST(AppleGeocoder, EndsWhatTheAnswerThrows) {
+  const auto geocoder = Platform::current().location().makeGeocoder();
+  std::atomic<int> answers{0};
+  geocoder->reverseGeocodeLocation({}, [&answers](const std::vector<Placemark> &) {
+    ++answers;
+    throw 1;
+  });
+  EXPECT_NO_THROW(standin::answerGeocoding(@[ berlin() ]));
+  EXPECT_TRUE(standin::runMainLoopUntil([&answers] { return answers == 1; }));
+}
+
 /// Counts what it is told.
 class Delegate : public Object, public LocationManagerDelegate {
  public:
@@ -241,6 +252,11 @@ TEST_F(AppleLocationManager, TellsItsDelegateSeveralLocationsAtOnce) {
   EXPECT_TRUE(standin::runMainLoopUntil([this] { return delegate->received.size() == 2; }));
   EXPECT_EQ(delegate->received[0].coordinate.latitude, 1);
   EXPECT_EQ(delegate->received[1].coordinate.latitude, 3);
+}
+
+TEST_F(AppleLocationManager, MayKnowNoLocation) {
+  standin::locationServices().location = nil;
+  EXPECT_EQ(manager->location(), std::nullopt);
 }
 
 TEST_F(AppleLocationManager, MayHaveNoDelegate) {
