@@ -20,11 +20,11 @@ let portable = [
 let elsewhere = ["platform/json", "publisher/KXConstants.cpp"]
 let device = ["platform/apple"]
 let simulated = [
-  "platform/simulated/SimulatedApplication.cpp", "platform/simulated/SimulatedCollectionService.cpp",
-  "platform/simulated/SimulatedDevice.cpp", "platform/simulated/SimulatedLocation.cpp",
+  "platform/simulated/SimulatedApplication.cpp", "platform/simulated/SimulatedBundle.cpp",
+  "platform/simulated/SimulatedCollectionService.cpp", "platform/simulated/SimulatedLocation.cpp",
   "platform/simulated/SimulatedPlatform.cpp", "platform/simulated/SimulatedReachability.cpp",
   "platform/simulated/SimulatedRunLoop.cpp", "platform/simulated/SimulatedScheduler.cpp",
-  "platform/simulated/SimulatedTelephony.cpp",
+  "platform/simulated/SimulatedTelephony.cpp", "platform/simulated/SimulatedWebView.cpp",
 ]
 let testKit = ["platform/simulated/apple"]
 

@@ -26,14 +26,15 @@ TEST(Hostname, IsNothingMore) {
 }
 
 TEST(Hostname, HasAPortOfAtMost65535) {
-  for (const char *text : {"a:", ":1", "a:0", "a:65536", "a:100000", "a:x", "a:1:2", "a:-1", "a:1 "}) {
+  for (const char *text : {"a:", ":1", "a:0", "a:65536", "a:100000", "a:x", "a:1:2", "a:-1", "a:1 ",
+                           "a:4294967376", "a:000080"}) {
     EXPECT_FALSE(isHostnameWithOrWithoutPort(text)) << text;
   }
 }
 
 TEST(Hostname, HasAnIPv6AddressInBrackets) {
-  for (const char *text :
-       {"::1", "2001:db8::1", "[::1", "::1]", "[]", "[1]", "[::x]", "[::1]x", "[::1]:", "[::1]:0"}) {
+  for (const char *text : {"::1", "2001:db8::1", "[::1", "::1]", "[]", "[1]", "[::x]", "[::1]x",
+                           "[::1]:", "[1234]", "[dead.beef]", "[::1a", "[::12", "[::1]:0"}) {
     EXPECT_FALSE(isHostnameWithOrWithoutPort(text)) << text;
   }
 }

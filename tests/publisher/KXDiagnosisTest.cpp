@@ -75,6 +75,18 @@ TEST_F(KXDiagnosisTest, TellsThatTheHostHasNotMadeItsCall) {
   EXPECT_THAT(before.text(), HasSubstr("- The host has not made its call."));
 }
 
+TEST(KXDiagnosisValue, TellsThatOptionsCameTooLateBeforeAndAfterTheCall) {
+  constexpr const char *advice = "- The host's options came after the library had been used";
+  KXDiagnosis diagnosis;
+  EXPECT_THAT(diagnosis.text(), Not(HasSubstr(advice)));
+  diagnosis.optionsCameTooLate = true;
+  EXPECT_THAT(diagnosis.text(), HasSubstr(advice));
+  diagnosis.publisherMade = KXDiagnosis::Moment{start};
+  EXPECT_THAT(diagnosis.text(), HasSubstr(advice));
+  diagnosis.optionsCameTooLate = false;
+  EXPECT_THAT(diagnosis.text(), Not(HasSubstr(advice)));
+}
+
 // ---- When all is well
 
 TEST_F(KXDiagnosisTest, TellsEachStepOfAMessageThatWasTaken) {
@@ -453,8 +465,8 @@ TEST_F(KXDiagnosisTest, TellsThatAMessageIsUnderWay) {
 }
 
 TEST_F(KXDiagnosisTest, TellsHowAMessageWasRefused) {
-  service.script(Service::messagePath,
-                 {SimulatedReply::status(500), SimulatedReply::status(299), SimulatedReply::status(300)});
+  service.script(Service::messagePath, {SimulatedReply::status(500), SimulatedReply::status(299),
+                                        SimulatedReply::status(300), SimulatedReply::status(199)});
   startUp();
   device.advance(6);
   KXDiagnosis now = diagnosis();
@@ -469,9 +481,12 @@ TEST_F(KXDiagnosisTest, TellsHowAMessageWasRefused) {
   EXPECT_EQ(now.delivery, Delivery::accepted);
   EXPECT_EQ(now.deliveryStatus, 299);
   EXPECT_EQ(now.messagesAccepted, 1u);
-  device.advance(600);
-  EXPECT_EQ(diagnosis().delivery, Delivery::refused);
-  EXPECT_EQ(diagnosis().messagesAccepted, 1u);
+  for (const long status : {300, 199}) {
+    device.advance(600);
+    EXPECT_EQ(diagnosis().delivery, Delivery::refused);
+    EXPECT_EQ(diagnosis().deliveryStatus, status);
+    EXPECT_EQ(diagnosis().messagesAccepted, 1u);
+  }
 }
 
 TEST_F(KXDiagnosisTest, TellsThatAnAccessTokenWasRefused) {

@@ -15,15 +15,9 @@
 #include "KXPublisher/platform/foundation/Data.h"
 #include "KXPublisher/platform/foundation/Object.h"
 #include "KXPublisher/platform/foundation/Value.h"
+#include "KXPublisher/transport/KXLoginDelays.h"
 
 namespace kx {
-
-namespace constants {
-// The delays between failed logins: doubled from the first to the last, in seconds.
-inline constexpr double accessTokenRequestTimeIntervalMinValue = 300.0;
-inline constexpr double accessTokenRequestTimeIntervalMaxValue = 3600.0;
-inline constexpr unsigned accessTokenRequestTimeIntervalMultiplier = 2;
-}  // namespace constants
 
 /// The client of the collection service. It holds the access token that the service gives in exchange for the
 /// API token, and sends each message once. There is one in a process.

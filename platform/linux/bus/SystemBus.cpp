@@ -6,6 +6,15 @@
 
 namespace kx {
 
+namespace {
+
+constexpr unsigned int timeBetweenAttempts = 600;  // seconds
+
+}  // namespace
+
+SystemBus::SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop)
+    : SystemBus(std::move(mainRunLoop), timeBetweenAttempts) {}
+
 SystemBus::SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop, unsigned int secondsBetweenAttempts)
     : mainRunLoop_(std::move(mainRunLoop)), secondsBetweenAttempts_(secondsBetweenAttempts) {}
 

@@ -23,9 +23,9 @@ class SystemBus : public Object {
   /// lost, by turns. The connection may be kept; its signals arrive on the main thread.
   using Observer = std::function<void(GDBusConnection *connection)>;
 
-  /// `secondsBetweenAttempts`: how long after a failure or a loss the next attempt begins. By default as long
-  /// as from one report to the next.
-  explicit SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop, unsigned int secondsBetweenAttempts = 600);
+  /// After a failure or a loss the next attempt begins as long after as from one report to the next.
+  explicit SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop);
+  SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop, unsigned int secondsBetweenAttempts);
   ~SystemBus() override;
 
   /// Has `observer` told from now on, beginning with the connection that is open. Returns at once; from any

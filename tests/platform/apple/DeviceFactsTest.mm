@@ -173,6 +173,12 @@ TEST(AppleWebView, IsMadeUsedAndReleasedOnTheMainThreadOnly) {
   }
 }
 
+TEST(AppleWebView, IsNoneWhenTheSystemMakesNone) {
+  EXPECT_NE(Platform::current().webViews().makeWebView(), nullptr);
+  standin::webEngine().makesViews = false;
+  EXPECT_EQ(Platform::current().webViews().makeWebView(), nullptr);
+}
+
 TEST(AppleWebView, SurvivesWhatTheWebEngineRaises) {
   standin::raiseIn("-[UIWebView stringByEvaluatingJavaScriptFromString:]");
   EXPECT_TRUE(comesToKnowOfTheDevice("make", "Apple"));

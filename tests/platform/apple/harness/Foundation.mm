@@ -102,6 +102,16 @@ NSArray *preferredLanguages(id self, SEL selector) {
   return hasLanguages ? languages : originalPreferredLanguages(self, selector);
 }
 
+// ---- URLs
+
+using URLWithString = id(id, SEL, NSString *);
+URLWithString *originalURLWithString;
+
+id makeURL(id self, SEL selector, NSString *text) {
+  if (text == nil) complain("NSURL is made of nil");
+  return originalURLWithString(self, selector, text);
+}
+
 // ---- Autorelease pools, whose absence gnustep-base tells in the log.
 
 NSLog_printf_handler *originalLog;
@@ -127,6 +137,7 @@ void watchFoundation() {
   originalInvalidate = replace(method([NSTimer class], @selector(invalidate)), invalidate);
   originalPreferredLanguages =
       replace(classMethod([NSLocale class], @selector(preferredLanguages)), preferredLanguages);
+  originalURLWithString = replace(classMethod([NSURL class], @selector(URLWithString:)), makeURL);
   originalLog = _NSLog_printf_handler;
   _NSLog_printf_handler = takeLogLine;
 }

@@ -1,6 +1,6 @@
-#include "KXPublisher/platform/simulated/SimulatedDevice.h"
-
 #include <stdexcept>
+
+#include "KXPublisher/platform/simulated/SimulatedDevice.h"
 
 namespace kx {
 
@@ -27,11 +27,6 @@ std::unique_ptr<WebView> SimulatedWebViewService::makeWebView() {
 
 void SimulatedWebViewService::requireMainThread() const {
   if (!dispatch_.isMainThread()) throw std::logic_error("a web view is used off the main thread");
-}
-
-std::optional<Value> SimulatedBundle::objectForInfoDictionaryKey(const std::string &key) {
-  const auto found = information.find(key);
-  return found == information.end() ? std::nullopt : std::optional<Value>(found->second);
 }
 
 }  // namespace kx

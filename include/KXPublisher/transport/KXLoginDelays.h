@@ -1,0 +1,11 @@
+#pragma once
+
+namespace kx::constants {
+
+// From a failed login to the next one, in seconds: the first delay, the last one, and by what it grows
+// between the two.
+inline constexpr double accessTokenRequestTimeIntervalMinValue = 300.0;
+inline constexpr double accessTokenRequestTimeIntervalMaxValue = 3600.0;
+inline constexpr unsigned accessTokenRequestTimeIntervalMultiplier = 2;
+
+}  // namespace kx::constants
