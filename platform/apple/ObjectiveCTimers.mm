@@ -42,6 +42,7 @@ Selector HostTarget::selectorOf(SEL selector) {
 }
 
 void HostTarget::fire(const std::shared_ptr<RunLoopTimer> &timer) {
+  // A record had none while another thread was giving it one.
   if (selector_ == nullptr) return;
   using Operation = void (*)(id, SEL, NSTimer *);
   const auto operation = reinterpret_cast<Operation>([target_ methodForSelector:selector_]);

@@ -31,9 +31,12 @@ CLPlacemark *berlin() {
                             [NSTimeZone timeZoneForSecondsFromGMT:7200]);
 }
 
-/// The updates that the library has asked for start once it knows that location services are switched on.
+/// The updates that the library has asked for start once it knows that location services are switched on;
+/// then nothing is under way any more.
 bool comesToUpdate() {
-  return standin::runMainLoopUntil([] { return standin::updatingLocationManagers() == 1; });
+  if (!standin::runMainLoopUntil([] { return standin::updatingLocationManagers() == 1; })) return false;
+  standin::settleQueues();
+  return true;
 }
 
 std::shared_ptr<KXLocation> providerAtSea() {
