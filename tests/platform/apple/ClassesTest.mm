@@ -8,6 +8,8 @@
 #include <string>
 
 #include "KXPublisher/diagnostics/KXLog.h"
+#include "KXPublisher/platform/foundation/Object.h"
+#include "platform/apple/ObjectiveCFace.h"
 #include "tests/platform/apple/harness/Raised.h"
 
 namespace {
@@ -23,6 +25,27 @@ TEST(ObjectiveCClasses, MakeNothingWhereTheyHaveNoWayToBeMade) {
     NSObject *const made = [NSClassFromString(name) alloc];
     EXPECT_TRUE([made init] == nil) << name.UTF8String;
   }
+}
+
+class Anything : public kx::Object {};
+
+// Two threads at once ask for the face of the same object: who comes second gets the first one's.
+TEST(ObjectiveCFace, IsTheFirstOneMade) {
+  const Anything object;
+  NSObject *const first = [[NSObject alloc] init];
+  NSObject *const second = [[NSObject alloc] init];
+  EXPECT_TRUE(kx::becomeFaceOf(&object, first) == first);
+  EXPECT_TRUE(kx::becomeFaceOf(&object, second) == first);
+  EXPECT_TRUE(kx::knownFaceOf(&object) == first);
+}
+
+// While a face goes, another thread may already have made the next.
+TEST(ObjectiveCFace, ThatGoesDoesNotTakeTheNextOneAlong) {
+  const Anything object;
+  NSObject *const next = [[NSObject alloc] init];
+  kx::becomeFaceOf(&object, next);
+  kx::forgetFaceOf(&object);
+  EXPECT_TRUE(kx::knownFaceOf(&object) == next);
 }
 
 TEST(ObjectiveCLog, IsTheLibrarysOwn) {

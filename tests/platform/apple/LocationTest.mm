@@ -119,6 +119,7 @@ TEST(AppleLocation, ThatIsInvalidIsNoLocation) {
 TEST(AppleLocation, FollowsTheUsersPermission) {
   standin::locationServices().authorizationStatus = kCLAuthorizationStatusDenied;
   const auto provider = providerAtSea();
+  standin::settleQueues();
   EXPECT_EQ(standin::updatingLocationManagers(), 0);
   standin::changeAuthorization(kCLAuthorizationStatusAuthorizedAlways);
   EXPECT_TRUE(comesToKnow(*provider, atSea));
@@ -132,6 +133,7 @@ TEST(AppleLocation, FollowsTheUsersPermissionBeforeIOS14) {
   standin::locationServices().knowsItsOwnAuthorization = false;
   standin::locationServices().authorizationStatus = kCLAuthorizationStatusDenied;
   const auto provider = providerAtSea();
+  standin::settleQueues();
   standin::changeAuthorization(kCLAuthorizationStatusAuthorizedWhenInUse);
   EXPECT_TRUE(comesToKnow(*provider, atSea));
   standin::changeAuthorization(kCLAuthorizationStatusDenied);
