@@ -40,7 +40,7 @@ TEST(ObjectiveCPublisher, HasItsPartsAlwaysWithTheSameFaces) {
   NSArray<Class> *const classes =
       @[ [KXDevice class], [KXCarrier class], [KXLocation class], [KXConnection class], [KXAsn class] ];
   ASSERT_EQ(providers.count, classes.count);
-  // What comes first by the list is what comes by the class.
+  // Each is of its class also where nobody has asked that for it yet.
   for (NSUInteger i = 0; i < classes.count; ++i) {
     EXPECT_TRUE([[providers objectAtIndex:i] isKindOfClass:[classes objectAtIndex:i]]) << i;
   }
@@ -95,7 +95,7 @@ TEST(ObjectiveCPublisher, SendsOnDemand) {
   EXPECT_EQ(standin::callsOf(resume), sent + 1);
   standin::settleQueues();
   EXPECT_GE(standin::callsOf(resume), sent + 2);
-  EXPECT_TRUE(standin::runMainLoopUntil([&] { return collector.requests("message").size() == 2; }));
+  EXPECT_TRUE(standin::runMainLoopUntil([&] { return collector.requests("message").size() >= 2; }));
 }
 
 }  // namespace
