@@ -80,16 +80,16 @@ TEST_F(KXPublisherTest, SwitchesTheLogBetweenDebugAndErrorInTheWholeProcess) {
 
 // ---- The send gate
 
-struct Identifier {
+struct GateCase {
   const char *name;
   std::optional<std::string> text;
 };
 
-std::string nameOf(const ::testing::TestParamInfo<Identifier> &info) {
+std::string nameOf(const ::testing::TestParamInfo<GateCase> &info) {
   return info.param.name;
 }
 
-class KXPublisherGateTest : public KXPublisherTest, public ::testing::WithParamInterface<Identifier> {};
+class KXPublisherGateTest : public KXPublisherTest, public ::testing::WithParamInterface<GateCase> {};
 
 TEST_P(KXPublisherGateTest, DropsAMessageWithoutAUsableIdentifierAndSaysNothing) {
   device.advertisingService->identifier = GetParam().text;
@@ -103,11 +103,11 @@ TEST_P(KXPublisherGateTest, DropsAMessageWithoutAUsableIdentifierAndSaysNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(Unusable, KXPublisherGateTest,
-                         ::testing::Values(Identifier{"Absent", std::nullopt}, Identifier{"Empty", ""},
-                                           Identifier{"AllZeros", "00000000-0000-0000-0000-000000000000"}),
+                         ::testing::Values(GateCase{"Absent", std::nullopt}, GateCase{"Empty", ""},
+                                           GateCase{"AllZeros", "00000000-0000-0000-0000-000000000000"}),
                          nameOf);
 
-class KXPublisherOpenGateTest : public KXPublisherTest, public ::testing::WithParamInterface<Identifier> {};
+class KXPublisherOpenGateTest : public KXPublisherTest, public ::testing::WithParamInterface<GateCase> {};
 
 TEST_P(KXPublisherOpenGateTest, SendsAMessageWithAnyOtherIdentifier) {
   device.advertisingService->identifier = GetParam().text;
@@ -118,11 +118,11 @@ TEST_P(KXPublisherOpenGateTest, SendsAMessageWithAnyOtherIdentifier) {
 
 INSTANTIATE_TEST_SUITE_P(
     Usable, KXPublisherOpenGateTest,
-    ::testing::Values(Identifier{"OneZero", "0"}, Identifier{"Blank", " "},
-                      Identifier{"ZerosWithoutHyphens", "00000000000000000000000000000000"},
-                      Identifier{"ZerosInBraces", "{00000000-0000-0000-0000-000000000000}"},
-                      Identifier{"AlmostAllZeros", "00000000-0000-0000-0000-000000000001"},
-                      Identifier{"AnyText", "anything"}),
+    ::testing::Values(GateCase{"OneZero", "0"}, GateCase{"Blank", " "},
+                      GateCase{"ZerosWithoutHyphens", "00000000000000000000000000000000"},
+                      GateCase{"ZerosInBraces", "{00000000-0000-0000-0000-000000000000}"},
+                      GateCase{"AlmostAllZeros", "00000000-0000-0000-0000-000000000001"},
+                      GateCase{"AnyText", "anything"}),
     nameOf);
 
 TEST_F(KXPublisherTest, BuildsAMessageAtEachReportEvenIfItIsDropped) {
