@@ -1,0 +1,427 @@
+// The page: what has come, what comes, and which part of it is shown.
+
+import { api, listen, query } from "./api.js";
+import { Detail } from "./detail.js";
+import { Devices } from "./devices.js";
+import { byId, copy, el, say, setText, shown, visible } from "./dom.js";
+import { Faults } from "./faults.js";
+import { count } from "./format.js";
+import { List } from "./list.js";
+import { TrackMap } from "./map.js";
+import { Records, View } from "./records.js";
+import { Timeline } from "./timeline.js";
+
+const PAGE = 1000;  // requests at once
+const VIEWS = ["requests", "timeline", "map", "faults"];
+const THEMES = { auto: "Auto", dark: "Dark", light: "Light" };
+
+const records = new Records();
+const view = new View(records);
+const counts = { all: 0, good: 0, bad: 0, warned: 0 };
+let status = { next: [], service: "", caFile: "" };
+let current = "requests";
+let pausedAt = null;
+let waiting = 0;  // came while paused
+let fresh = [];  // came since the last frame
+let frame = 0;
+let soon = 0;
+let loaded = false;
+let generation = 0;  // of what there is; another one after it was forgotten
+
+const detail = new Detail(byId("detail"), () => status, {
+  onClose: () => { select(0); byId("list").firstChild.focus({ preventScroll: true }); },
+  onShow: (where, record) => {
+    if (where === "request") { select(record.id); return; }
+    choose(where);
+    (where === "map" ? trackMap : timeline).select(record.id);
+  },
+});
+const list = new List(byId("list"), view, (id, into) => {
+  select(id, true);
+  if (into) byId("detail").focus();
+});
+const timeline = new Timeline(byId("view-timeline"), view, (id) => select(id));
+const trackMap = new TrackMap(byId("view-map"), view, (id) => select(id));
+const faults = new Faults(byId("view-faults"), records);
+const devices = new Devices(byId("devices"), records, (chosen) => setFilter(chosen));
+
+function select(id, byList = false) {
+  if (!byList) list.select(id, true);
+  timeline.selected = id;
+  trackMap.selected = id;
+  if (current === "timeline") timeline.select(id);
+  if (current === "map") trackMap.select(id);
+  document.body.classList.toggle("with-detail", id > 0);
+  detail.show(id);
+  remember();
+}
+
+// What comes
+
+function take(summary) {
+  if (!records.add(summary)) return false;
+  counts.all += 1;
+  counts[summary.outcome === "good" ? "good" : "bad"] += 1;
+  if (summary.warnings.length) counts.warned += 1;
+  return true;
+}
+
+function arrived(summary) {
+  if (!take(summary)) return;
+  if (pausedAt !== null) waiting += 1;
+  fresh.push(summary.id);
+  frame ||= requestAnimationFrame(flush);
+  later();
+}
+
+/** Into the list, once for all that came within a frame. */
+function flush() {
+  frame = 0;
+  showState();
+  if (pausedAt !== null) return;
+  const ids = fresh;
+  fresh = [];
+  if (view.filter.text) {
+    searchNewer();
+    return;
+  }
+  const matches = view.matcher();
+  let inOrder = true;
+  for (const id of ids) {
+    if (!matches(id)) continue;
+    if (view.length && id < view.ids[view.length - 1]) inOrder = false;
+    else view.push(id);
+  }
+  if (!inOrder) view.rebuild();
+  list.refresh(inOrder);
+}
+
+/** Into what is dearer to draw, twice a second at most. */
+function later() {
+  soon ||= setTimeout(() => {
+    soon = 0;
+    devices.refresh(view.filter);
+    offer("device", [...records.devices.values()].map(({ device }) => device), "Every device");
+    offer("bundle", [...records.devices.values()].map(({ bundle }) => bundle).filter(Boolean), "Every application");
+    showState();
+    if (pausedAt === null) refreshView();
+  }, 500);
+}
+
+function refreshView() {
+  if (current === "timeline") timeline.refresh(pausedAt);
+  if (current === "map") trackMap.refresh();
+}
+
+function offer(id, values, all) {
+  const host = byId(id);
+  const wanted = [...new Set(values)].sort().slice(0, 500);
+  if (view.filter[id] && !wanted.includes(view.filter[id])) wanted.push(view.filter[id]);
+  if (host.options.length === wanted.length + 1 && wanted.every((value, at) => host.options[at + 1].value === value)) return;
+  host.replaceChildren(el("option", { value: "" }, all), ...wanted.map((value) => el("option", { value }, visible(value))));
+  host.value = view.filter[id];
+}
+
+function showState() {
+  for (const [name, number] of Object.entries(counts)) setText(byId(`count-${name}`), count(number));
+  const text = { live: loaded ? "Live" : "Loading", lost: "Not reached; trying again", wait: "Connecting" }[document.body.dataset.link ?? "wait"];
+  setText(byId("live-text"), pausedAt === null ? text : `Paused${waiting ? `, ${count(waiting)} new` : ""}`);
+  byId("welcome").hidden = records.size > 0 || !loaded;
+  byId("list").hidden = !byId("welcome").hidden;
+  document.title = counts.bad ? `(${count(counts.bad)} refused) kx-collector` : "kx-collector";
+}
+
+/** The latest at once, then backwards to the first one. */
+async function load() {
+  const mine = generation;
+  let before;
+  for (let more = true; more;) {
+    const answer = await api.requests({ order: "desc", limit: PAGE, before });
+    if (mine !== generation) return;
+    for (const summary of answer.requests) take(summary);
+    more = answer.more && answer.requests.length > 0;
+    before = answer.requests.at(-1)?.id;
+    if (pausedAt === null) rebuild(true);
+    if (!performance.getEntriesByName("first").length) {
+      performance.mark("first");
+      restoreSelection();
+    }
+    await new Promise((resolve) => setTimeout(resolve));  // whoever types or scrolls goes first
+  }
+  loaded = true;
+  performance.mark("loaded");
+  rebuild();
+}
+
+function rebuild(partly = false) {
+  view.rebuild();
+  fresh = [];
+  list.refresh();
+  later();
+  showState();
+  if (!partly) refreshView();
+}
+
+function reset() {
+  generation += 1;
+  loaded = true;
+  records.clear();
+  Object.assign(counts, { all: 0, good: 0, bad: 0, warned: 0 });
+  waiting = 0;
+  view.found = view.filter.text ? new Set() : null;
+  select(0);
+  rebuild();
+}
+
+// Which of it
+
+let searching = null;
+let searchedTo = 0;
+
+/** Has the program search, the latest first, and shows what is found meanwhile. */
+async function search() {
+  searching?.abort();
+  searching = null;
+  if (!view.filter.text) {
+    view.found = null;
+    rebuild();
+    return;
+  }
+  searching = new AbortController();
+  const { signal } = searching;
+  view.found = new Set();
+  searchedTo = records.last;
+  try {
+    let before;
+    for (let more = true; more;) {
+      const answer = await api.requests({ text: view.filter.text, order: "desc", limit: PAGE, before }, signal);
+      for (const { id } of answer.requests) view.found.add(id);
+      searchedTo = Math.max(searchedTo, answer.requests[0]?.id ?? 0);
+      before = answer.requests.at(-1)?.id;
+      more = answer.more && answer.requests.length > 0;
+      rebuild(more);
+    }
+    say(`${count(view.length)} requests match`);
+    if (records.last > searchedTo) searchNewer();
+  } catch (error) {
+    if (!signal.aborted) say(error.message);
+  }
+}
+
+let newer = false;
+
+async function searchNewer() {
+  if (newer || !searching) return;
+  newer = true;
+  const { signal } = searching;
+  try {
+    const upTo = records.last;
+    let after = searchedTo;
+    for (let more = true; more;) {
+      const answer = await api.requests({ text: view.filter.text, order: "asc", limit: PAGE, after }, signal);
+      for (const { id } of answer.requests) view.found.add(id);
+      after = answer.requests.at(-1)?.id ?? after;
+      more = answer.more && answer.requests.length > 0;
+    }
+    searchedTo = Math.max(upTo, after);
+    rebuild();
+  } catch (error) {
+    if (!signal.aborted) say(error.message);
+  } finally {
+    newer = false;
+    if (searching && records.last > searchedTo && pausedAt === null) setTimeout(searchNewer, 100);
+  }
+}
+
+function setFilter(changes) {
+  const before = view.filter;
+  view.filter = { ...before, ...changes };
+  for (const id of ["kind", "device", "bundle"]) {
+    const host = byId(id);
+    const value = view.filter[id];
+    if (value && ![...host.options].some((option) => option.value === value)) host.append(el("option", { value }, visible(value)));
+    host.value = value;
+  }
+  document.querySelector(`#outcome input[value="${["good", "bad", "warned"].includes(view.filter.outcome) ? view.filter.outcome : ""}"]`).checked = true;
+  if (byId("search").value.trim() !== view.filter.text) byId("search").value = view.filter.text;
+  byId("unfilter").hidden = Object.values(view.filter).every((value) => !value);
+  const { outcome, kind, device, bundle, text } = view.filter;
+  byId("download").href = `/api/download${query({ kind, device, bundle, text, outcome: outcome === "warned" ? "" : outcome, warned: outcome === "warned" ? "true" : "" })}`;
+  list.behind = 0;
+  if (before.text !== text) search();
+  else rebuild();
+  devices.refresh(view.filter);
+  remember();
+}
+
+// What the reader does
+
+function choose(name) {
+  current = name;
+  for (const one of VIEWS) {
+    byId(`view-${one}`).hidden = one !== name;
+    byId(`tab-${one}`).setAttribute("aria-selected", String(one === name));
+    byId(`tab-${one}`).tabIndex = one === name ? 0 : -1;
+  }
+  document.body.dataset.view = name;
+  if (name === "requests") list.refresh();
+  refreshView();
+  remember();
+}
+
+function pause() {
+  pausedAt = pausedAt === null ? Date.now() : null;
+  waiting = 0;
+  byId("pause").setAttribute("aria-pressed", String(pausedAt !== null));
+  setText(byId("pause"), pausedAt === null ? "Pause" : "Go on");
+  document.body.classList.toggle("paused", pausedAt !== null);
+  if (pausedAt === null) {
+    if (view.filter.text) searchNewer();
+    rebuild();
+  }
+  showState();
+}
+
+let asked = 0;
+
+/** Asks by its own label whether it is meant. */
+async function clear() {
+  const button = byId("clear");
+  clearTimeout(asked);
+  if (button.dataset.sure) {
+    delete button.dataset.sure;
+    setText(button, "Clear");
+    await api.clear().catch((error) => say(error.message));
+    return;
+  }
+  button.dataset.sure = "asked";
+  setText(button, `Forget all ${count(counts.all)}?`);
+  asked = setTimeout(() => {
+    delete button.dataset.sure;
+    setText(button, "Clear");
+  }, 4000);
+}
+
+function theme(name) {
+  if (name === "auto") delete document.documentElement.dataset.theme;
+  else document.documentElement.dataset.theme = name;
+  setText(byId("theme"), THEMES[name]);
+  byId("theme").setAttribute("aria-label", `Colours: ${THEMES[name].toLowerCase()}`);
+  try { localStorage.setItem("theme", name); } catch { /* it is not kept, then */ }
+  timeline.draw();
+  trackMap.draw();
+}
+
+/** Keeps view, filter and request in the address, so that a reload brings them back. */
+function remember() {
+  const values = { view: current === "requests" ? "" : current, ...view.filter, id: list.selected || "" };
+  history.replaceState(null, "", `#${query(values).slice(1)}`);
+}
+
+let wantedId = 0;
+
+function restore() {
+  const values = Object.fromEntries(new URLSearchParams(location.hash.slice(1)));
+  const filter = Object.fromEntries(Object.keys(view.filter).map((key) => [key, values[key] ?? ""]));
+  wantedId = Number(values.id) || 0;
+  if (Object.values(filter).some(Boolean)) setFilter(filter);
+  if (VIEWS.includes(values.view)) choose(values.view);
+}
+
+function restoreSelection() {
+  if (wantedId > 0) select(wantedId);
+  wantedId = 0;
+}
+
+function keys(event) {
+  if (event.altKey || event.ctrlKey || event.metaKey || byId("help").open) return;
+  const typing = event.target.closest("input:not([type=radio]):not([type=checkbox]), textarea, select");
+  if (event.key === "Escape") {
+    if (event.target === byId("search") && byId("search").value) setFilter({ text: "" });
+    else if (typing) event.target.blur();
+    else if (list.selected) select(0);
+    return;
+  }
+  if (typing) return;
+  const number = Number(event.key);
+  if (number >= 1 && number <= VIEWS.length) {
+    choose(VIEWS[number - 1]);
+    byId(`tab-${VIEWS[number - 1]}`).focus();
+  } else if (event.key === "/") byId("search").focus();
+  else if (event.key === "p") pause();
+  else if (event.key === "?") byId("help").showModal();
+  else if (current === "requests" && (event.key === "j" || event.key === "k")) list.move(event.key === "j" ? 1 : -1);
+  else return;
+  event.preventDefault();
+}
+
+function tabKeys(event) {
+  const at = VIEWS.indexOf(current);
+  const to = { ArrowRight: at + 1, ArrowLeft: at - 1, Home: 0, End: VIEWS.length - 1 }[event.key];
+  if (to === undefined) return;
+  event.preventDefault();
+  choose(VIEWS[(to + VIEWS.length) % VIEWS.length]);
+  byId(`tab-${current}`).focus();
+}
+
+function wire() {
+  for (const name of VIEWS) byId(`tab-${name}`).addEventListener("click", () => choose(name));
+  byId("tabs").addEventListener("keydown", tabKeys);
+  let typed = 0;
+  byId("search").addEventListener("input", () => {
+    clearTimeout(typed);
+    typed = setTimeout(() => setFilter({ text: byId("search").value.trim() }), 200);
+  });
+  byId("outcome").addEventListener("change", (event) => setFilter({ outcome: event.target.value }));
+  for (const id of ["kind", "device", "bundle"]) byId(id).addEventListener("change", (event) => setFilter({ [id]: event.target.value }));
+  byId("filters").addEventListener("submit", (event) => event.preventDefault());
+  byId("filters").addEventListener("reset", (event) => {
+    event.preventDefault();
+    setFilter({ outcome: "", kind: "", device: "", bundle: "", text: "" });
+    byId("search").focus();
+  });
+  byId("pause").addEventListener("click", pause);
+  byId("clear").addEventListener("click", clear);
+  byId("keys").addEventListener("click", () => byId("help").showModal());
+  byId("theme").addEventListener("click", () => {
+    const names = Object.keys(THEMES);
+    theme(names[(names.indexOf(document.documentElement.dataset.theme ?? "auto") + 1) % names.length]);
+  });
+  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => { timeline.draw(); trackMap.draw(); });
+  document.addEventListener("keydown", keys);
+}
+
+function welcome() {
+  const text = status.next.join("\n");
+  const button = el("button", {}, "Copy");
+  button.addEventListener("click", () => copy(text, button));
+  byId("welcome").replaceChildren(
+    el("h2", {}, "Waiting for the first request"),
+    el("p", {}, "The collection service listens at ", el("code", {}, shown(status.service)), ". Give a host these lines:"),
+    el("pre", {}, shown(text, true)), button,
+    el("p", { class: "note" }, "A login comes at the host's first call, and the first message 5 s later."));
+}
+
+async function start() {
+  wire();
+  let kept = null;
+  try { kept = localStorage.getItem("theme"); } catch { /* none, then */ }
+  theme(kept in THEMES ? kept : "auto");
+  restore();
+  listen({
+    request: arrived, reset, faults: (switches) => faults.show(switches),
+    state: (link) => { document.body.dataset.link = link; showState(); },
+  });
+  try {
+    status = await api.status();
+    byId("live").title = `${status.service}, version ${status.version}`;
+    welcome();
+    faults.show(await api.faults());
+    await load();
+  } catch (error) {
+    say(error.message);
+    setText(byId("live-text"), `Not loaded: ${visible(error.message)}`);
+  }
+}
+
+start();
