@@ -162,26 +162,27 @@ export function below(list, value) {
 }
 
 /**
- * Says which device a login is of, for nothing in it tells: the one whose token was just refused, or the one whose
- * first report comes 5 s after it. `lanes`: the devices' sorted lists of {time, status}. Returns a lane's number, or -1.
+ * Says which devices logins are of, for nothing in them tells: the one whose token was just refused, or the one whose
+ * first report comes 5 s later. `times`: of the logins, in their order. `lanes`: the devices' {times, events}, in the order
+ * of time. Returns a lane's number for each, or -1.
  */
-export function laneOfLogin(time, lanes) {
-  if (lanes.length === 1) return 0;
-  let best = -1;
-  let nearest = LATE;
-  lanes.forEach(({ times, events }, lane) => {
-    const at = below(times, time);
-    const before = events[at - 1];
-    if (before && before.status === 403 && time - before.time <= RENEWAL && nearest > -1) {
-      best = lane;
-      nearest = -1;
+export function lanesOfLogins(times, lanes) {
+  const renewed = lanes.map(() => -Infinity);
+  return times.map((time) => {
+    if (lanes.length === 1) return 0;
+    let best = -1;
+    let nearest = LATE;
+    for (let lane = 0; lane < lanes.length; ++lane) {
+      const at = below(lanes[lane].times, time);
+      const before = lanes[lane].events[at - 1];
+      if (before?.status === 403 && time - before.time <= RENEWAL && renewed[lane] < before.time) {
+        renewed[lane] = time;
+        return lane;
+      }
+      const after = lanes[lane].events[at];
+      const off = after ? Math.abs(after.time - time - FIRST) : Infinity;
+      if (off < nearest) [best, nearest] = [lane, off];
     }
-    const after = events[at];
-    const off = after ? Math.abs(after.time - time - FIRST) : Infinity;
-    if (off < nearest) {
-      best = lane;
-      nearest = off;
-    }
+    return best;
   });
-  return best;
 }

@@ -83,7 +83,7 @@ export class Detail {
 
   facts(record) {
     const { receive, work, send } = record.microseconds;
-    const ratio = record.packedSize ? `, ${(record.unpackedSize / record.packedSize).toFixed(1)} times` : "";
+    const ratio = record.packedSize && record.unpackedSize ? `, ${(record.unpackedSize / record.packedSize).toFixed(1)} times` : "";
     const pairs = [
       ["Came", `${day(record.time)} ${clock(record.time)}`],
       ["From", record.remoteAddress],
@@ -162,6 +162,7 @@ export class Detail {
     const filtered = before && changes && this.onlyChanged;
     return [summary, el("table", { class: "message" },
       el("caption", { class: "unseen" }, `The message by groups${before ? `, and what changed since number ${before.id}` : ""}`),
+      el("colgroup", {}, el("col", { class: "keys" }), el("col"), el("col", { class: "marks" })),
       el("thead", { class: "unseen" }, el("tr", {}, ["Key", "Value", "Change"].map((name) => el("th", { scope: "col" }, name)))),
       groups.map(([title, list]) => [title, filtered ? list.filter(({ change }) => change && change !== "new") : list])
         .filter(([, list]) => list.length)

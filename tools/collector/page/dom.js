@@ -34,6 +34,29 @@ export function shown(text, lines = false) {
   return nodes;
 }
 
+const kept = new WeakMap();  // of each host, its children by their keys
+
+/**
+ * Makes the children of a host those of the items: `make(item)` makes one, `update(element, item)` fills it. Children stay
+ * the elements that they are, so that neither the focus nor a click that has begun is lost when something comes.
+ */
+export function keyed(host, items, keyOf, make, update) {
+  const before = kept.get(host) ?? new Map();
+  const now = new Map();
+  for (const item of items) {
+    const key = keyOf(item);
+    const element = before.get(key) ?? make(item);
+    update(element, item);
+    now.set(key, element);
+  }
+  kept.set(host, now);
+  const wanted = [...now.values()];
+  if (wanted.length === host.childNodes.length && wanted.every((element, at) => host.childNodes[at] === element)) return;
+  const focused = host.contains(document.activeElement) ? document.activeElement : null;
+  host.replaceChildren(...wanted);
+  if (focused?.isConnected) focused.focus({ preventScroll: true });
+}
+
 /** Sets the text of an element, if it is another one. */
 export function setText(element, text) {
   if (element.textContent !== text) element.textContent = text;

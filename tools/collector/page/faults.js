@@ -1,7 +1,7 @@
 // The fault switches: a form for a new one, and those that are on.
 
 import { api } from "./api.js";
-import { byId, el, say, setText, shown } from "./dom.js";
+import { byId, el, keyed, say, setText, shown } from "./dom.js";
 import { count, short } from "./format.js";
 
 const ACTIONS = {
@@ -94,14 +94,19 @@ export class Faults {
     badge.hidden = !faults.length;
     setText(badge, faults.length ? String(faults.length) : "");
     this.off.hidden = !faults.length;
-    const focused = document.activeElement?.dataset?.fault;
-    this.list.replaceChildren(...faults.map((fault) => el("li", { "data-fault": fault.id },
+    keyed(this.list, faults.length ? faults : [null], (fault) => fault?.id, (fault) => this.make(fault), (row, fault) => {
+      if (!fault) return;
+      const limit = fault.count === null || fault.count === undefined ? ", until switched off" : ` of ${count(fault.count)}`;
+      setText(row.querySelector(".fault-done"), `acted ${count(fault.done)} ${fault.done === 1 ? "time" : "times"}${limit}`);
+    });
+  }
+
+  make(fault) {
+    if (!fault) return el("li", { class: "note" }, "None: the collector answers as it should.");
+    return el("li", { "data-fault": fault.id },
       el("span", { class: "fault-what" }, el("b", {}, shown(this.sentence(fault))),
         el("span", {}, ` ${(ENDPOINTS[fault.endpoint] ?? fault.endpoint).toLowerCase()}`, fault.device ? [" of ", shown(short(fault.device))] : "")),
-      el("span", { class: "fault-done" }, `acted ${count(fault.done)} ${fault.done === 1 ? "time" : "times"}` +
-        (fault.count === null || fault.count === undefined ? ", until switched off" : ` of ${count(fault.count)}`)),
-      el("button", { "data-fault": fault.id, onclick: () => this.act(() => api.removeFault(fault.id), "The fault switch is off") }, "Switch off"))));
-    if (!faults.length) this.list.append(el("li", { class: "note" }, "None: the collector answers as it should."));
-    if (focused) (this.list.querySelector(`button[data-fault="${focused}"]`) ?? this.off).focus();
+      el("span", { class: "fault-done" }),
+      el("button", { onclick: () => this.act(() => api.removeFault(fault.id), "The fault switch is off") }, "Switch off"));
   }
 }

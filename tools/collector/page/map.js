@@ -1,6 +1,6 @@
 // The track of positions, with the circles of their accuracy.
 
-import { el, setText, shown, visible } from "./dom.js";
+import { el, keyed, setText, shown, visible } from "./dom.js";
 import { clock, count, metres, place, short } from "./format.js";
 import { palette, prepared } from "./lane.js";
 import { girth, latOf, lonOf, unpacked, x, y } from "./world.js";
@@ -88,14 +88,29 @@ export class TrackMap {
     const total = this.tracks.reduce((sum, track) => sum + track.ids.length, 0);
     this.canvas.setAttribute("aria-label", `Map: ${count(total)} positions of ${count(this.tracks.length)} devices` +
       (this.off ? `, and ${count(this.off)} that are nowhere on Earth` : "") + ". Arrow keys move it, plus and minus zoom, n and b go along the track.");
-    this.legend.replaceChildren(...this.tracks.slice(0, 12).map((track, at) => el("li", {}, el("button", {
-      class: `track-${(at % TRACKS) + 1}`, title: visible(track.device),
-      onclick: () => this.onSelect(track.ids.at(-1)),
-    }, el("i", { "aria-hidden": "true" }, "●"), " ", shown(short(track.device)),
-      el("span", {}, ` ${count(track.ids.length)}, last at ${place(track.lat.at(-1), lonOf(track.x.at(-1)))}` +
-        (Number.isNaN(track.radius.at(-1)) ? "" : ` ± ${metres(track.radius.at(-1))}`))))),
-      ...(this.off ? [el("li", { class: "out" }, `${count(this.off)} nowhere on Earth`)] : []),
-      ...(total ? [] : [el("li", {}, "No position yet")]));
+    const lines = this.tracks.slice(0, 12).map((track, at) => ({ key: `${at} ${track.device}`, at, track }));
+    const note = [this.off ? `${count(this.off)} nowhere on Earth` : "", total ? "" : "No position yet"].filter(Boolean).join(". ");
+    if (note) lines.push({ key: "note" });
+    keyed(this.legend, lines, ({ key }) => key, (line) => this.make(line), (row, { track }) => {
+      if (!track) {
+        setText(row, note);
+        return;
+      }
+      const radius = track.radius.at(-1);
+      setText(row.firstChild.lastChild, ` ${count(track.ids.length)}, last at ${place(track.lat.at(-1), lonOf(track.x.at(-1)))}` +
+        (Number.isNaN(radius) ? "" : ` ± ${metres(radius)}`));
+    });
+  }
+
+  make({ track, at }) {
+    if (!track) return el("li", { class: "note" });
+    const button = el("button", { class: `track-${(at % TRACKS) + 1}`, title: visible(track.device) },
+      el("i", { "aria-hidden": "true" }, "●"), el("b", {}, shown(short(track.device))), el("span", {}));
+    button.addEventListener("click", () => {
+      const now = this.tracks.find(({ device }) => device === track.device);
+      if (now) this.onSelect(now.ids.at(-1));
+    });
+    return el("li", {}, button);
   }
 
   fit() {
@@ -189,6 +204,8 @@ export class TrackMap {
     this.paintGrid(pen, px, py, width, height, colours);
     this.paintTracks(pen, px, py, width, height, colours);
     this.paintScale(pen, width, height, colours);
+    this.host.dataset.scale = scale;
+    this.host.dataset.world = this.world ? "drawn" : "";
     setText(this.where, `${place(latOf(this.centre.y), lonOf(this.centre.x))} · `);
   }
 

@@ -1,7 +1,7 @@
 // Each device's reports on a line of time.
 
-import { STANDS_OUT, STATES, below, cadence, laneOfLogin } from "./cadence.js";
-import { el, setText, shown, visible } from "./dom.js";
+import { STANDS_OUT, STATES, below, cadence, lanesOfLogins } from "./cadence.js";
+import { el, keyed, setText, shown, visible } from "./dom.js";
 import { clock, count, day, moment, short, stretch } from "./format.js";
 import { drawAxis, drawLane, palette, prepared } from "./lane.js";
 
@@ -23,7 +23,9 @@ export class Timeline {
     this.follow = el("button", { onclick: () => { this.until = null; this.draw(); } }, "Now");
     this.where = el("span", { class: "where" });
     this.axis = el("canvas", { class: "axis", "aria-hidden": "true" });
-    this.box = el("div", { class: "lanes" });
+    this.rows = el("div", {});
+    this.note = el("p", { class: "note" });
+    this.box = el("div", { class: "lanes" }, this.rows, this.note);
     this.findings = el("ol", { class: "findings" });
     this.findingsTitle = el("h2", {}, "What stands out");
     host.append(
@@ -81,35 +83,40 @@ export class Timeline {
       lane.logins = [];
     }
     const homeless = [];
-    for (const login of logins) {
-      const at = laneOfLogin(login.time, list);
-      (at < 0 ? homeless : list[at].logins).push(login);
-    }
+    const owners = lanesOfLogins(logins.map(({ time }) => time), list);
+    logins.forEach((login, at) => (owners[at] < 0 ? homeless : list[owners[at]].logins).push(login));
     for (const lane of list) lane.events = [...lane.logins, ...lane.events].sort((one, other) => one.time - other.time || one.id - other.id);
     list = list.filter(({ device, bundle }) => (!filter.device || filter.device === device) && (!filter.bundle || filter.bundle === bundle));
     list.sort((one, other) => other.events.at(-1).time - one.events.at(-1).time);
     this.hiddenLanes = Math.max(0, list.length - MOST_LANES);
-    this.lanes = list.slice(0, MOST_LANES);
+    this.lanes = list.slice(0, MOST_LANES).sort((one, other) => one.events[0].time - other.events[0].time);
     if (homeless.length && !filter.device && !filter.bundle) this.lanes.push({ device: null, bundle: null, events: homeless });
     this.build();
   }
 
+  /** The lanes' elements; those that are there already stay. */
   build() {
-    this.box.replaceChildren(...this.lanes.map((lane) => {
-      lane.label = el("div", { class: "lane-label" },
-        lane.device ? el("b", { title: visible(lane.device) }, shown(short(lane.device))) : el("b", {}, "Logins"),
-        el("span", {}, lane.bundle ? shown(lane.bundle) : lane.device ? "" : "that no report followed"));
-      lane.summary = el("small", {});
-      lane.label.append(lane.summary);
-      lane.canvas = el("canvas", { tabindex: 0, role: "img" });
-      lane.canvas.addEventListener("click", (event) => this.pick(lane, event));
-      lane.canvas.addEventListener("mousemove", (event) => this.hover(lane, event));
-      lane.canvas.addEventListener("keydown", (event) => this.key(lane, event));
-      this.drag(lane.canvas);
-      return el("div", { class: "lane" }, lane.label, lane.canvas);
-    }));
-    if (this.hiddenLanes) this.box.append(el("p", { class: "note" }, `${count(this.hiddenLanes)} more devices: choose one by the filter.`));
-    if (!this.lanes.length) this.box.append(el("p", { class: "note" }, "No device has reported yet."));
+    keyed(this.rows, this.lanes, ({ device, bundle }) => `${device}\n${bundle}`, (lane) => this.make(lane), (row, lane) => {
+      row.lane = lane;
+      lane.summary = row.firstChild.lastChild;
+      lane.canvas = row.lastChild;
+    });
+    this.note.hidden = this.lanes.length > 0 && !this.hiddenLanes;
+    setText(this.note, this.lanes.length ? `${count(this.hiddenLanes)} more devices: choose one by the filter.` : "No device has reported yet.");
+  }
+
+  make({ device, bundle }) {
+    const canvas = el("canvas", { tabindex: 0, role: "img" });
+    const row = el("div", { class: "lane" },
+      el("div", { class: "lane-label" },
+        device ? el("b", { title: visible(device) }, shown(short(device))) : el("b", {}, "Logins"),
+        el("span", {}, bundle ? shown(bundle) : device ? "" : "that no report followed"), el("small", {})),
+      canvas);
+    canvas.addEventListener("click", (event) => this.pick(row.lane, event));
+    canvas.addEventListener("mousemove", (event) => this.hover(row.lane, event));
+    canvas.addEventListener("keydown", (event) => this.key(row.lane, event));
+    this.drag(canvas);
+    return row;
   }
 
   compute() {
