@@ -22,7 +22,7 @@ export class Devices {
     const all = [...this.records.devices.values()];
     const latest = all.length > MOST ? all.sort((one, other) => other.lastId - one.lastId).slice(0, MOST) : all;
     const groups = new Map();
-    for (const device of latest.sort((one, other) => one.first - other.first)) {
+    for (const device of latest.sort((one, other) => one.firstId - other.firstId)) {
       if (!groups.has(device.bundle)) groups.set(device.bundle, []);
       groups.get(device.bundle).push(device);
     }

@@ -335,7 +335,7 @@ function restoreSelection() {
 
 function keys(event) {
   if (event.altKey || event.ctrlKey || event.metaKey || byId("help").open) return;
-  const typing = event.target.closest("input:not([type=radio]):not([type=checkbox]), textarea, select");
+  const typing = event.target.closest?.("input:not([type=radio]):not([type=checkbox]), textarea, select");
   if (event.key === "Escape") {
     if (event.target === byId("search") && byId("search").value) setFilter({ text: "" });
     else if (typing) event.target.blur();

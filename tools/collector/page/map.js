@@ -6,7 +6,8 @@ import { palette, prepared } from "./lane.js";
 import { girth, latOf, lonOf, unpacked, x, y } from "./world.js";
 
 const NEAREST = 4e8;  // pixels for the whole map: 10 cm each
-const MOST_CIRCLES = 2000;
+const MOST_CIRCLES = 1000;
+const PART = 64;  // of a track that is drawn at once, in positions
 const TRACKS = 6;
 
 export class TrackMap {
@@ -252,48 +253,67 @@ export class TrackMap {
   }
 
   paintTracks(pen, px, py, width, height, colours) {
-    let circles = 0;
+    const taken = new Uint8Array(width * height);  // pixels that have a dot
+    this.circles = 0;
     this.tracks.forEach((track, at) => {
-      const colour = colours[`track-${(at % TRACKS) + 1}`];
-      pen.fillStyle = pen.strokeStyle = colour;
-      pen.globalAlpha = 0.1;
-      for (let index = track.ids.length - 1; index >= 0 && circles < MOST_CIRCLES; --index) {
-        const radius = (track.radius[index] / girth(track.lat[index])) * this.scale;
-        const [cx, cy] = [px(track.x[index]), py(track.y[index])];
-        if (!(radius > 3) || cx < -radius || cx > width + radius || cy < -radius || cy > height + radius) continue;
-        pen.beginPath();
-        pen.arc(cx, cy, radius, 0, 7);
-        pen.fill();
-        pen.globalAlpha = 0.45;
-        pen.stroke();
-        pen.globalAlpha = 0.1;
-        circles += 1;
-      }
+      pen.fillStyle = pen.strokeStyle = colours[`track-${(at % TRACKS) + 1}`];
+      this.paintCircles(pen, track, px, py, width, height);
       pen.globalAlpha = 0.8;
       pen.lineWidth = 1.5;
-      pen.beginPath();
-      let [lastX, lastY] = [Infinity, Infinity];
+      let [lastX, lastY, parts] = [Infinity, Infinity, 0];
       const dots = [];
-      track.x.forEach((value, index) => {
-        const [cx, cy] = [px(value), py(track.y[index])];
-        if (Math.abs(cx - lastX) + Math.abs(cy - lastY) < 2 && index < track.x.length - 1) return;
-        if (lastX === Infinity) pen.moveTo(cx, cy);
-        else pen.lineTo(cx, cy);
+      pen.beginPath();
+      for (let index = 0; index < track.x.length; ++index) {
+        const [cx, cy] = [px(track.x[index]), py(track.y[index])];
+        if (Math.abs(cx - lastX) + Math.abs(cy - lastY) < 2 && index < track.x.length - 1) continue;
+        const inside = cx >= 0 && cx < width && cy >= 0 && cy < height;
+        if (parts === 0) pen.moveTo(lastX === Infinity ? cx : lastX, lastX === Infinity ? cy : lastY);
+        pen.lineTo(cx, cy);
+        parts += 1;
+        if (parts === PART) {  // of a long line that crosses itself a whole would take long to draw
+          pen.stroke();
+          pen.beginPath();
+          parts = 0;
+        }
         [lastX, lastY] = [cx, cy];
-        if (cx > -5 && cx < width + 5 && cy > -5 && cy < height + 5) dots.push(cx, cy);
-      });
+        const pixel = Math.floor(cy) * width + Math.floor(cx);
+        if (!inside || taken[pixel]) continue;
+        taken[pixel] = 1;
+        dots.push(cx, cy);
+      }
       pen.stroke();
       pen.globalAlpha = 1;
+      const small = dots.length > 4000;
       for (let index = 0; index < dots.length; index += 2) {
+        if (small) {
+          pen.fillRect(dots[index] - 1.5, dots[index + 1] - 1.5, 3, 3);
+          continue;
+        }
         pen.beginPath();
         pen.arc(dots[index], dots[index + 1], 3, 0, 7);
         pen.fill();
       }
       const end = track.ids.length - 1;
       const chosen = track.ids.indexOf(this.selected);
-      this.ring(pen, px(track.x[end]), py(track.y[end]), 6, colour);
+      this.ring(pen, px(track.x[end]), py(track.y[end]), 6, pen.fillStyle);
       if (chosen >= 0) this.ring(pen, px(track.x[chosen]), py(track.y[chosen]), 10, colours.text);
     });
+  }
+
+  /** Of the latest positions. */
+  paintCircles(pen, track, px, py, width, height) {
+    for (let index = track.ids.length - 1; index >= 0 && this.circles < MOST_CIRCLES; --index) {
+      const radius = (track.radius[index] / girth(track.lat[index])) * this.scale;
+      const [cx, cy] = [px(track.x[index]), py(track.y[index])];
+      if (!(radius > 3) || cx < -radius || cx > width + radius || cy < -radius || cy > height + radius) continue;
+      pen.beginPath();
+      pen.arc(cx, cy, radius, 0, 7);
+      pen.globalAlpha = 0.1;
+      pen.fill();
+      pen.globalAlpha = 0.45;
+      pen.stroke();
+      this.circles += 1;
+    }
   }
 
   ring(pen, cx, cy, radius, colour) {

@@ -89,7 +89,7 @@ export class Timeline {
     list = list.filter(({ device, bundle }) => (!filter.device || filter.device === device) && (!filter.bundle || filter.bundle === bundle));
     list.sort((one, other) => other.events.at(-1).time - one.events.at(-1).time);
     this.hiddenLanes = Math.max(0, list.length - MOST_LANES);
-    this.lanes = list.slice(0, MOST_LANES).sort((one, other) => one.events[0].time - other.events[0].time);
+    this.lanes = list.slice(0, MOST_LANES).sort((one, other) => one.events[0].id - other.events[0].id);
     if (homeless.length && !filter.device && !filter.bundle) this.lanes.push({ device: null, bundle: null, events: homeless });
     this.build();
   }

@@ -107,7 +107,7 @@ class StandIn:
         if filters.get("text"):
             wanted = filters["text"].lower()
             found = [record for record in found
-                     if wanted in f"{record['text']} {record['reason']} {record['device']} {record['target']}".lower()]
+                     if wanted in " ".join(record[key] or "" for key in ("text", "reason", "device", "target")).lower()]
         if "after" in filters:
             found = [record for record in found if record["id"] > int(filters["after"])]
         if "before" in filters:
@@ -156,7 +156,10 @@ class PageHandler(http.server.BaseHTTPRequestHandler):
         self.wfile.write(content)
 
     def say(self, value, status=200):
-        self.answer(status, json.dumps(value).encode())
+        try:
+            self.answer(status, json.dumps(value).encode())
+        except OSError:  # the page wants to know no longer
+            self.close_connection = True
 
     def do_GET(self):  # pylint: disable=invalid-name
         url = urllib.parse.urlsplit(self.path)
