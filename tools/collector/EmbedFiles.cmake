@@ -9,8 +9,8 @@ foreach(file ${files})
   get_filename_component(name ${file} NAME)
   file(READ ${file} bytes HEX)
   string(REGEX REPLACE "(..)" "0x\\1," bytes "${bytes}")
-  string(REGEX REPLACE "((0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,)(0x..,))"
-    "\\1\n" bytes "${bytes}")
+  string(REPEAT "0x..," 16 row)
+  string(REGEX REPLACE "(${row})" "\\1\n" bytes "${bytes}")
   # The byte at the end keeps the array of an empty file from being empty.
   string(APPEND arrays "const unsigned char content${count}[] = {\n${bytes}0};\n")
   string(APPEND entries "    {\"${name}\", textOf(content${count}, sizeof content${count} - 1)},\n")

@@ -11,7 +11,8 @@ struct EmbeddedFile {
   std::string_view content;
 };
 
-/// The page's files, and the description of its interface: all of tools/collector/page/, and openapi.json.
+/// The page's files, and the description of its interface: all of tools/collector/page/, and
+/// openapi.json.
 const std::vector<EmbeddedFile> &embeddedFiles();
 
 }  // namespace kx::collector

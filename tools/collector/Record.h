@@ -14,7 +14,7 @@ using HeaderFields = std::vector<std::pair<std::string, std::string>>;
 
 /// How long the parts of a request took.
 struct Durations {
-  std::int64_t receive = 0;  ///< from its first bytes to its last one, in microseconds
+  std::int64_t receive = 0;  ///< from the end of its header to its last byte, in microseconds
   std::int64_t work = 0;     ///< until it was known what to answer, in microseconds
   std::int64_t send = 0;     ///< the answer, in microseconds; 0 until it is sent
 };
