@@ -1,6 +1,7 @@
 #include "tools/collector/Connection.h"
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/write.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
@@ -28,6 +29,10 @@ std::string textOf(const net::ip::tcp::socket &socket) {
   std::ostringstream text;
   text << endpoint;
   return text.str();
+}
+
+std::chrono::microseconds microsecondsSince(std::chrono::steady_clock::time_point begin) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
 }
 
 /// Neither does the answer to a HEAD request have a body, nor one with these statuses.
@@ -81,8 +86,17 @@ void Connection::readRequest() {
   parser_->header_limit(limits_.maximumHeaderSize);
   parser_->body_limit(service_.maximumBodySize());
   limitTime(limits_.timeout);
-  http::async_read(stream_, buffer_, *parser_,
-                   [self = shared_from_this()](ErrorCode error, std::size_t) { self->requestRead(error); });
+  http::async_read_header(
+      stream_, buffer_, *parser_,
+      [self = shared_from_this()](ErrorCode error, std::size_t) { self->headerRead(error); });
+}
+
+void Connection::headerRead(ErrorCode error) {
+  headerTime_ = std::chrono::steady_clock::now();
+  if (error) return requestFailed(error);
+  http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](ErrorCode failure, std::size_t) {
+    self->requestRead(failure);
+  });
 }
 
 void Connection::requestRead(ErrorCode error) {
@@ -103,7 +117,8 @@ void Connection::requestFailed(ErrorCode error) {
 
 Request Connection::parsedRequest() {
   auto &message = parser_->get();
-  Request request{text(message.method_string()), text(message.target()), {}, std::move(message.body())};
+  Request request{text(message.method_string()), text(message.target()), {}, std::move(message.body()),
+                  microsecondsSince(headerTime_)};
   for (const auto &field : message)
     request.fields.emplace_back(text(field.name_string()), text(field.value()));
   return request;
@@ -116,29 +131,50 @@ void Connection::serve(const Request &request) {
   delay_.expires_after(answer.delay);
   delay_.async_wait([self = shared_from_this(), answer](ErrorCode) {
     if (answer.drop) return self->close();
+    if (answer.stall) return self->stall(answer);
     self->respond(answer, self->parser_->keep_alive());
   });
 }
 
+void Connection::stall(const Answer &answer) {
+  prepare(answer, /*keepAlive=*/true);
+  std::ostringstream text;
+  text << response_;
+  half_ = text.str();
+  half_.resize(half_.size() / 2);
+  net::async_write(stream_, net::buffer(half_),
+                   [self = shared_from_this(), time = *answer.stall](ErrorCode error, std::size_t) {
+                     if (error) return;
+                     self->delay_.expires_after(time);
+                     self->delay_.async_wait([self](ErrorCode) { self->close(); });
+                   });
+}
+
 void Connection::respond(const Answer &answer, bool keepAlive) {
-  response_ = {};
-  response_.version(11);
-  response_.result(answer.status);
-  response_.keep_alive(keepAlive);
-  if (answer.status == 405) response_.set(http::field::allow, "POST");
-  if (answer.accessToken) response_.set("set-authorization", *answer.accessToken);
-  if (!answer.reason.empty() && mayHaveBody(parser_->get().method(), answer.status)) {
-    response_.set(http::field::content_type, "text/plain; charset=utf-8");
-    response_.body() = answer.reason + "\n";
-  }
-  response_.prepare_payload();
+  prepare(answer, keepAlive);
   limitTime(limits_.timeout);
+  answering_ = std::chrono::steady_clock::now();
   http::async_write(stream_, response_,
                     [self = shared_from_this()](ErrorCode error, std::size_t) { self->responded(error); });
 }
 
+void Connection::prepare(const Answer &answer, bool keepAlive) {
+  response_ = {};
+  response_.version(11);
+  response_.result(answer.status);
+  response_.keep_alive(keepAlive);
+  for (const auto &[name, value] : answer.fields()) response_.insert(name, value);
+  if (mayHaveBody(parser_->get().method(), answer.status)) {
+    if (!answer.reason.empty()) response_.body() = answer.reason + "\n";
+  } else {
+    response_.erase(http::field::content_type);
+  }
+  response_.prepare_payload();
+}
+
 void Connection::responded(ErrorCode error) {
   if (error) return log_.failed(client_, "the answer could not be sent: " + reasonFor(error));
+  log_.answered(client_, microsecondsSince(answering_));
   if (response_.keep_alive()) return readRequest();
   sayGoodbye();
 }

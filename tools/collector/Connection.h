@@ -34,11 +34,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
   using Parser = boost::beast::http::request_parser<boost::beast::http::string_body>;
 
   void readRequest();
+  void headerRead(ErrorCode error);
   void requestRead(ErrorCode error);
   /// The request could not be read. Answers what can be answered, and ends the connection.
   void requestFailed(ErrorCode error);
   void serve(const Request &request);
   void respond(const Answer &answer, bool keepAlive);
+  /// Sends the first half of the answer, and lets the client wait for the rest.
+  void stall(const Answer &answer);
+  void prepare(const Answer &answer, bool keepAlive);
   void responded(ErrorCode error);
   void sayGoodbye();
   /// Reads on for a while: what is unread when the connection goes could cost the client its answer.
@@ -63,9 +67,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::string client_;
   boost::asio::steady_timer deadline_;
   bool isTooLate_ = false;
+  std::chrono::steady_clock::time_point headerTime_;  // when the header of the request at hand had come
+  std::chrono::steady_clock::time_point answering_;   // since when its answer is being sent
   boost::beast::flat_buffer buffer_{maximumBufferSize};
   std::unique_ptr<Parser> parser_;  // of the request at hand
   boost::beast::http::response<boost::beast::http::string_body> response_;
+  std::string half_;  // of an answer
   boost::asio::steady_timer delay_;
   std::array<char, 4096> discarded_;
 };

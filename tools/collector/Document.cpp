@@ -1,7 +1,9 @@
 #include "tools/collector/Document.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "tools/collector/Refusal.h"
@@ -69,21 +71,30 @@ std::string dump(const Document &value) {
   return escapeControlCharacters(value.dump(-1, ' ', false, Document::error_handler_t::replace));
 }
 
+[[noreturn]] void refuseText(const Document::exception &error, Subject subject) {
+  // The reason quotes what the client sent.
+  const std::string reason = quote(error.what());
+  throw Refusal(400, "the body is not JSON text: " + reason.substr(1, reason.size() - 2), std::move(subject));
+}
+
 }  // namespace
 
 Document parseDocument(const std::string &text) {
   if (text.compare(0, byteOrderMark.size(), byteOrderMark) == 0) {
-    throw Refusal(400, "the JSON text begins with a byte order mark");
+    throw Refusal(400, "the JSON text begins with a byte order mark",
+                  {Subject::Part::bytes, {0, byteOrderMark.size()}});
   }
   Watcher watcher;
   try {
     return Document::parse(text, [&watcher](int depth, Document::parse_event_t event, Document &parsed) {
       return watcher(depth, event, parsed);
     });
+  } catch (const Document::parse_error &error) {
+    // It counts from 1, to the last byte that it has read; that may be the end, which is no byte.
+    const std::size_t offset = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
+    refuseText(error, {Subject::Part::bytes, {offset, offset < text.size() ? 1u : 0u}});
   } catch (const Document::exception &error) {
-    // The reason quotes what the client sent.
-    const std::string reason = quote(error.what());
-    throw Refusal(400, "the body is not JSON text: " + reason.substr(1, reason.size() - 2));
+    refuseText(error, {});
   }
 }
 

@@ -6,6 +6,8 @@
 #include <ctime>
 #include <vector>
 
+#include "tools/collector/RecordDocument.h"
+
 namespace kx::collector {
 
 namespace {
@@ -94,6 +96,7 @@ std::string ListeningAddress::url() const {
 void PrettyEventLog::listening(const ListeningAddress &where) {
   output_ << "listening on " << where.url() << (where.isAuthority ? ", CA file " : ", certificate ")
           << where.trustedFile << std::endl;
+  if (!where.page.empty()) output_ << "see them arrive at " << where.page << "/" << std::endl;
 }
 
 void PrettyEventLog::received(const std::string &client, const Request & /*request*/, const Answer &answer) {
@@ -123,11 +126,16 @@ void PrettyEventLog::printRow(const std::string &key, const std::string &value, 
 }
 
 void JSONEventLog::listening(const ListeningAddress &where) {
-  print({{"event", "listening"},
-         {"url", where.url()},
-         {"address", where.address},
-         {"port", where.port},
-         {where.isAuthority ? "caFile" : "certificate", where.trustedFile}});
+  Document event = {{"event", "listening"},
+                    {"url", where.url()},
+                    {"address", where.address},
+                    {"port", where.port},
+                    {where.isAuthority ? "caFile" : "certificate", where.trustedFile}};
+  if (!where.page.empty()) {
+    event["page"] = where.page;
+    event["pageToken"] = where.pageToken;
+  }
+  print(event);
 }
 
 void JSONEventLog::received(const std::string &client, const Request &request, const Answer &answer) {
@@ -135,9 +143,16 @@ void JSONEventLog::received(const std::string &client, const Request &request, c
   if (answer.endpoint != Endpoint::unknown) event["endpoint"] = nameOf(answer.endpoint);
   event["method"] = request.method;
   event["target"] = request.target;
+  event["headerFields"] = documentOf(request.fields);
+  event["packedSize"] = request.body.size();
+  if (answer.text) event["unpackedSize"] = answer.text->size();
+  event["accepted"] = answer.reason.empty();
   event["status"] = answer.status;
   if (!answer.reason.empty()) event["reason"] = answer.reason;
+  if (!answer.warnings.empty()) event["warnings"] = answer.warnings;
+  if (!answer.fault.empty()) event["fault"] = answer.fault;
   if (answer.drop) event["dropped"] = true;
+  event["microseconds"] = {{"receive", request.receiveTime.count()}, {"work", answer.workTime.count()}};
   if (answer.accessToken) event["accessToken"] = *answer.accessToken;
   if (answer.document) event["document"] = *answer.document;
   print(event);

@@ -15,6 +15,9 @@ struct ListeningAddress {
   /// What clients have to trust: the file of the certificate authority, or of the certificate that was given.
   std::string trustedFile;
   bool isAuthority = true;
+  /// The page's address, and the token of requests that set its switches; empty if there is none.
+  std::string page = {};
+  std::string pageToken = {};
 
   /// "https://127.0.0.1:8443"; an IPv6 address stands in brackets.
   std::string url() const;
@@ -28,6 +31,8 @@ class EventLog {
   virtual void listening(const ListeningAddress &where) = 0;
   /// A whole request has arrived from `client`, an address with a port.
   virtual void received(const std::string &client, const Request &request, const Answer &answer) = 0;
+  /// The answer to the latest request of that client has gone out, and took that long.
+  virtual void answered(const std::string & /*client*/, std::chrono::microseconds /*time*/) {}
   /// A connection came to nothing.
   virtual void failed(const std::string &client, const std::string &reason) = 0;
 };

@@ -16,6 +16,7 @@ namespace {
 
 constexpr double maximumSeconds = 86400.0;
 constexpr long maximumBodySize = 1L << 30;
+constexpr long maximumKeep = 100000000;
 
 /// False for what is not a number, too.
 bool isDuration(double seconds) {
@@ -46,6 +47,11 @@ po::options_description descriptions() {
   add("message-drop", "close the connection instead of answering a message");
   add("expire-tokens", value("SECONDS"), "refuse an access token, with 403, when it is that old");
   add("max-body", value("BYTES"), "refuse longer bodies, packed or unpacked (1048576)");
+  add("page-port", value("PORT"),
+      "show the page on this port of 127.0.0.1 (8080 or the next free one); 0 for any free one");
+  add("no-page", "show no page");
+  add("database", value("FILE"), "keep the requests in this file, over restarts (in memory)");
+  add("keep", value("N"), "keep the newest N requests (100000)");
   add("json", "print one line of JSON for each event, for scripts");
   add("help", "print this and exit");
   return described;
@@ -162,6 +168,13 @@ Options optionsFrom(int count, const char *const *arguments) {
   if (const auto size = given.number("max-body", 1, maximumBodySize)) {
     options.service.maximumBodySize = static_cast<std::size_t>(*size);
   }
+  options.page = !given.has("no-page");
+  if (const auto port = given.number("page-port", 0, 65535)) {
+    if (!options.page) throw BadArguments("--no-page and --page-port exclude each other");
+    options.pagePort = static_cast<std::uint16_t>(*port);
+  }
+  if (const auto file = given.text("database")) options.database = *file;
+  if (const auto keep = given.number("keep", 1, maximumKeep)) options.keep = static_cast<std::size_t>(*keep);
   return options;
 }
 
