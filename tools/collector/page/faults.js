@@ -22,7 +22,7 @@ export class Faults {
       this.field("Do", this.choice("action", ACTIONS)),
       this.field("Status", el("input", { name: "status", type: "number", min: 200, max: 599, value: 503, required: true }), "status"),
       this.field("Location", el("input", { name: "location", type: "text", placeholder: "https://…", autocomplete: "off" }), "location"),
-      this.field("Seconds", el("input", { name: "seconds", type: "number", min: 0, max: 3600, step: "any", value: 10, required: true }), "seconds"),
+      this.field("Seconds", el("input", { name: "seconds", type: "number", min: 0.001, max: 3600, step: "any", value: 10, required: true }), "seconds"),
       this.field("To", this.choice("endpoint", ENDPOINTS)),
       this.field("Of the device", el("input", { name: "device", type: "text", list: "fault-devices", placeholder: "any", autocomplete: "off", spellcheck: "false" })),
       this.field("How often", el("input", { name: "count", type: "number", min: 1, placeholder: "until it is switched off" })),

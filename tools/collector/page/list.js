@@ -44,9 +44,10 @@ export class List {
   refresh(same = false) {
     const total = this.view.length * this.height;
     this.spacer.style.height = `${Math.min(total, MAXIMUM)}px`;
-    if (same && this.box.scrollTop > 4 && total <= MAXIMUM) {
-      this.box.scrollTop += (this.view.length - this.known) * this.height;
-      this.behind = (this.behind ?? 0) + this.view.length - this.known;
+    const more = this.view.length - this.known;
+    if (same && more > 0 && this.box.scrollTop > 4 && total <= MAXIMUM) {
+      this.box.scrollTop += more * this.height;
+      this.behind = (this.behind ?? 0) + more;
     }
     this.known = this.view.length;
     this.box.setAttribute("aria-rowcount", this.view.length + 1);

@@ -17,12 +17,12 @@ const THEMES = { auto: "Auto", dark: "Dark", light: "Light" };
 
 const records = new Records();
 const view = new View(records);
-const counts = { all: 0, good: 0, bad: 0, warned: 0 };
 let status = { next: [], service: "", caFile: "" };
 let current = "requests";
 let pausedAt = null;
 let waiting = 0;  // came while paused
 let fresh = [];  // came since the last frame
+let changed = false;  // more is known of one that came before
 let frame = 0;
 let soon = 0;
 let loaded = false;
@@ -58,18 +58,16 @@ function select(id, byList = false) {
 
 // What comes
 
-function take(summary) {
-  if (!records.add(summary)) return false;
-  counts.all += 1;
-  counts[summary.outcome === "good" ? "good" : "bad"] += 1;
-  if (summary.warnings.length) counts.warned += 1;
-  return true;
-}
-
 function arrived(summary) {
-  if (!take(summary)) return;
-  if (pausedAt !== null) waiting += 1;
-  fresh.push(summary.id);
+  if (records.size && records.has(summary.id)) {
+    records.put(summary);
+    changed = true;
+    if (detail.id === summary.id) detail.show(summary.id);
+  } else {
+    records.put(summary);
+    fresh.push(summary.id);
+    if (pausedAt !== null) waiting += 1;
+  }
   frame ||= requestAnimationFrame(flush);
   later();
 }
@@ -82,18 +80,20 @@ function flush() {
   const ids = fresh;
   fresh = [];
   if (view.filter.text) {
+    if (changed) rebuild();
     searchNewer();
     return;
   }
   const matches = view.matcher();
-  let inOrder = true;
+  let inOrder = !changed;
+  changed = false;
   for (const id of ids) {
     if (!matches(id)) continue;
     if (view.length && id < view.ids[view.length - 1]) inOrder = false;
     else view.push(id);
   }
   if (!inOrder) view.rebuild();
-  list.refresh(inOrder);
+  list.refresh(true);
 }
 
 /** Into what is dearer to draw, twice a second at most. */
@@ -123,12 +123,12 @@ function offer(id, values, all) {
 }
 
 function showState() {
-  for (const [name, number] of Object.entries(counts)) setText(byId(`count-${name}`), count(number));
+  for (const [name, number] of Object.entries(records.counts)) setText(byId(`count-${name}`), count(number));
   const text = { live: loaded ? "Live" : "Loading", lost: "Not reached; trying again", wait: "Connecting" }[document.body.dataset.link ?? "wait"];
   setText(byId("live-text"), pausedAt === null ? text : `Paused${waiting ? `, ${count(waiting)} new` : ""}`);
   byId("welcome").hidden = records.size > 0 || !loaded;
   byId("list").hidden = !byId("welcome").hidden;
-  document.title = counts.bad ? `(${count(counts.bad)} refused) kx-collector` : "kx-collector";
+  document.title = records.counts.bad ? `(${count(records.counts.bad)} refused) kx-collector` : "kx-collector";
 }
 
 /** The latest at once, then backwards to the first one. */
@@ -138,7 +138,7 @@ async function load() {
   for (let more = true; more;) {
     const answer = await api.requests({ order: "desc", limit: PAGE, before });
     if (mine !== generation) return;
-    for (const summary of answer.requests) take(summary);
+    for (const summary of answer.requests) if (!records.size || !records.has(summary.id)) records.put(summary);  // what came by itself is newer
     more = answer.more && answer.requests.length > 0;
     before = answer.requests.at(-1)?.id;
     if (pausedAt === null) rebuild(true);
@@ -155,6 +155,7 @@ async function load() {
 
 function rebuild(partly = false) {
   view.rebuild();
+  changed = false;
   fresh = [];
   list.refresh();
   later();
@@ -166,7 +167,6 @@ function reset() {
   generation += 1;
   loaded = true;
   records.clear();
-  Object.assign(counts, { all: 0, good: 0, bad: 0, warned: 0 });
   waiting = 0;
   view.found = view.filter.text ? new Set() : null;
   select(0);
@@ -295,7 +295,7 @@ async function clear() {
     return;
   }
   button.dataset.sure = "asked";
-  setText(button, `Forget all ${count(counts.all)}?`);
+  setText(button, `Forget all ${count(records.counts.all)}?`);
   asked = setTimeout(() => {
     delete button.dataset.sure;
     setText(button, "Clear");

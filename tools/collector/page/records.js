@@ -3,7 +3,7 @@
 export const KINDS = ["login", "message", "other"];
 
 const COLUMNS = {
-  time: Float64Array, eventTime: Float64Array, lat: Float64Array, lon: Float64Array, accuracy: Float32Array,
+  time: Float64Array, lat: Float64Array, lon: Float64Array, accuracy: Float32Array,
   status: Uint16Array, kind: Uint8Array, good: Uint8Array, present: Uint8Array, packed: Uint32Array, unpacked: Uint32Array,
   micros: Float32Array, device: Uint32Array, bundle: Uint32Array, reason: Uint32Array, warnings: Uint32Array,
   fault: Uint32Array,
@@ -36,18 +36,18 @@ export class Records {
     this.first = Infinity;
     this.last = 0;
     this.texts = { device: new Texts(), bundle: new Texts(), reason: new Texts(), warnings: new Texts(), fault: new Texts() };
+    this.counts = { all: 0, good: 0, bad: 0, warned: 0 };
     this.devices = new Map();  // by device and bundle: what the list of devices shows
     for (const [name, Type] of Object.entries(COLUMNS)) this[name] = new Type(0);
   }
 
-  /** Takes a summary; false if it is known already. */
-  add(summary) {
-    if (this.size && this.has(summary.id)) return false;
-    this.reserve(summary.id);
+  /** Takes a summary: of a new request, or what else is known of one by now. */
+  put(summary) {
+    const known = this.size > 0 && this.has(summary.id);
+    if (known) this.count(summary.id, -1);
+    else this.reserve(summary.id);
     const at = summary.id - this.origin;
-    this.present[at] = 1;
     this.time[at] = summary.time;
-    this.eventTime[at] = summary.eventTime ?? NaN;
     this.lat[at] = summary.lat ?? NaN;
     this.lon[at] = summary.lon ?? NaN;
     this.accuracy[at] = summary.horizontalAccuracy ?? NaN;
@@ -60,11 +60,21 @@ export class Records {
     this.micros[at] = receive + work + send;
     for (const name of ["device", "bundle", "reason", "fault"]) this[name][at] = this.texts[name].number(summary[name]);
     this.warnings[at] = this.texts.warnings.number(summary.warnings.length ? summary.warnings.join("; ") : null);
+    this.count(summary.id, 1);
+    if (known) return;
+    this.present[at] = 1;
     this.size += 1;
     this.first = Math.min(this.first, summary.id);
     this.last = Math.max(this.last, summary.id);
     if (summary.device) this.addToDevice(summary);
-    return true;
+  }
+
+  /** Adds a request to the counts, or takes it away. */
+  count(id, by) {
+    const at = id - this.origin;
+    this.counts.all += by;
+    this.counts[this.good[at] ? "good" : "bad"] += by;
+    if (this.warnings[at]) this.counts.warned += by;
   }
 
   addToDevice({ id, device, bundle, time, outcome }) {
@@ -104,10 +114,6 @@ export class Records {
     }
     this.origin = origin;
     this.capacity = capacity;
-  }
-
-  *ids() {
-    for (let id = this.first; id <= this.last; ++id) if (this.has(id)) yield id;
   }
 }
 

@@ -20,6 +20,17 @@ class LiveTest(PageCase):
         self.assertEqual(self.browser.texts("#outcome b"), ["3", "2", "1", "0"])
         self.assertEqual(self.browser.text("#live-text"), "Live")
 
+    def test_shows_what_is_known_only_later(self):
+        login = self.collector.add(kind="login")
+        self.collector.add(message(1))
+        self.show()
+        self.select(1)
+        self.collector.change(login, warnings=["no message followed"])
+        self.browser.until("return document.querySelector('#row-1 .c-what').textContent === 'no message followed'")
+        self.browser.until("return document.querySelector('.verdict .warning')?.textContent === 'Warning: no message followed'")
+        self.assertEqual(self.browser.texts("#outcome b"), ["2", "2", "0", "1"])
+        self.assertEqual(self.rows(), [2, 1])
+
     def test_tells_what_to_do_while_nothing_has_come(self):
         self.show()
         self.browser.until("return !document.getElementById('welcome').hidden")

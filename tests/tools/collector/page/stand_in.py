@@ -81,6 +81,12 @@ class StandIn:
                 self.tell("faults", {"faults": self.faults})
         return record
 
+    def change(self, record, **facts):
+        """More is known of a request that came before; its event has no id."""
+        with self.changed:
+            record.update(facts)
+            self.tell("request", self.summary(record))
+
     def tell(self, event, data, number=None):
         """To every page that listens; `changed` is held."""
         lines = f"event: {event}\n" + (f"id: {number}\n" if number else "") + f"data: {json.dumps(data)}\n\n"
