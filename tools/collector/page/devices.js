@@ -51,8 +51,8 @@ export class Devices {
     button.setAttribute("aria-pressed", String(this.chosen(device, bundle)));
     when.dataset.last = last;
     setText(when, ago(last));
-    setText(numbers.firstChild, count(messages));
-    setText(numbers.lastChild, refused ? ` ${count(refused)} refused` : "");
+    setText(numbers.firstChild, `${count(messages)} ${messages === 1 ? "message" : "messages"}`);
+    setText(numbers.lastChild, refused ? `, ${count(refused)} refused` : "");
   }
 
   touch() {

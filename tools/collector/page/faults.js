@@ -105,7 +105,7 @@ export class Faults {
     if (!fault) return el("li", { class: "note" }, "None: the collector answers as it should.");
     return el("li", { "data-fault": fault.id },
       el("span", { class: "fault-what" }, el("b", {}, shown(this.sentence(fault))),
-        el("span", {}, ` ${(ENDPOINTS[fault.endpoint] ?? fault.endpoint).toLowerCase()}`, fault.device ? [" of ", shown(short(fault.device))] : "")),
+        el("span", {}, ` · ${(ENDPOINTS[fault.endpoint] ?? fault.endpoint).toLowerCase()}`, fault.device ? [" of ", shown(short(fault.device))] : "")),
       el("span", { class: "fault-done" }),
       el("button", { onclick: () => this.act(() => api.removeFault(fault.id), "The fault switch is off") }, "Switch off"));
   }

@@ -7,7 +7,7 @@ import { girth, latOf, lonOf, unpacked, x, y } from "./world.js";
 
 const NEAREST = 4e8;  // pixels for the whole map: 10 cm each
 const MOST_CIRCLES = 1000;
-const PART = 64;  // of a track that is drawn at once, in positions
+const LONGEST = 1e6;  // of all lines between positions, in pixels; what is older has dots only
 const TRACKS = 6;
 
 export class TrackMap {
@@ -260,24 +260,23 @@ export class TrackMap {
       this.paintCircles(pen, track, px, py, width, height);
       pen.globalAlpha = 0.8;
       pen.lineWidth = 1.5;
-      let [lastX, lastY, parts] = [Infinity, Infinity, 0];
+      let left = LONGEST / this.tracks.length;
+      let [lastX, lastY] = [Infinity, Infinity];
       const dots = [];
       pen.beginPath();
-      for (let index = 0; index < track.x.length; ++index) {
+      for (let index = track.x.length - 1; index >= 0; --index) {
         const [cx, cy] = [px(track.x[index]), py(track.y[index])];
-        if (Math.abs(cx - lastX) + Math.abs(cy - lastY) < 2 && index < track.x.length - 1) continue;
-        const inside = cx >= 0 && cx < width && cy >= 0 && cy < height;
-        if (parts === 0) pen.moveTo(lastX === Infinity ? cx : lastX, lastX === Infinity ? cy : lastY);
-        pen.lineTo(cx, cy);
-        parts += 1;
-        if (parts === PART) {  // of a long line that crosses itself a whole would take long to draw
-          pen.stroke();
-          pen.beginPath();
-          parts = 0;
+        const length = Math.abs(cx - lastX) + Math.abs(cy - lastY);
+        if (length < 2 && index > 0) continue;
+        if (lastX === Infinity || left < 0) {
+          pen.moveTo(cx, cy);
+        } else {
+          pen.lineTo(cx, cy);
+          left -= Math.min(length, width + height);
         }
         [lastX, lastY] = [cx, cy];
         const pixel = Math.floor(cy) * width + Math.floor(cx);
-        if (!inside || taken[pixel]) continue;
+        if (cx < 0 || cx >= width || cy < 0 || cy >= height || taken[pixel]) continue;
         taken[pixel] = 1;
         dots.push(cx, cy);
       }

@@ -24,7 +24,7 @@ class FaultsTest(PageCase):
         self.browser.until("return document.querySelectorAll('.faults [data-fault]').length > 0")
         self.assertEqual(self.written(), [("POST", "/api/faults", {
             "endpoint": "message", "device": None, "action": "status", "count": 2, "status": 307, "location": "https://127.0.0.1:1/x"})])
-        self.assertEqual(self.browser.text(".fault-what"), "Answer with 307 to https://127.0.0.1:1/x messages")
+        self.assertEqual(self.browser.text(".fault-what"), "Answer with 307 to https://127.0.0.1:1/x · messages")
         self.assertEqual(self.browser.text(".fault-done"), "acted 0 times of 2")
         self.assertEqual(self.browser.text("#faults-count"), "1")
         self.browser.click(".faults button")

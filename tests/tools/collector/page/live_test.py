@@ -83,7 +83,7 @@ class LiveTest(PageCase):
         self.show()
         self.browser.until("return document.querySelectorAll('#devices button').length === 2")
         self.assertEqual(self.browser.texts("#devices h3"), ["com.example.One", "com.example.Two"])
-        self.assertEqual(self.browser.texts("#devices .numbers"), ["1", "2 1 refused"])
+        self.assertEqual(self.browser.texts("#devices .numbers"), ["1 message", "2 messages, 1 refused"])
         self.browser.click("#devices section:nth-of-type(1) button")
         self.await_rows(1)
         self.browser.click("#devices section:nth-of-type(1) button")

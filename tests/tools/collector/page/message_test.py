@@ -3,6 +3,7 @@
 import base64
 import os
 import pathlib
+import re
 import shlex
 import subprocess
 import tempfile
@@ -34,6 +35,14 @@ class MessageTest(PageCase):
         self.assertTrue(values["eventTime"].endswith("2.0 s before it came"), values["eventTime"])
         self.assertEqual(values["own"], "thing")
         self.assertEqual(self.browser.text("#part .changes"), "The device's first message here.")
+
+    def test_has_the_groups_and_keys_of_the_reference(self):
+        reference = (pathlib.Path(__file__).resolve().parents[4] / "docs/message-reference.md").read_text()
+        every = reference.split("## Every key")[1].split("## Where each platform")[0]
+        groups = [re.findall(r"^\| `(\w+)` \|", part, re.MULTILINE) for part in every.split("\n### ")[1:]]
+        self.show()
+        shown = self.browser.run_async("const { GROUPS } = await import('/message.js'); return GROUPS.map(([, keys]) => keys)")
+        self.assertEqual(shown, groups)
 
     def test_says_what_changed_since_the_device_s_message_before(self):
         self.collector.add(message(1, zip="10115"), time=NOW)
