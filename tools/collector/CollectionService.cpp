@@ -62,8 +62,8 @@ std::optional<std::string> deviceIn(const Answer &answer) {
 
 /// A refusal stays what it is; when and whether its answer goes out is another matter.
 bool actsOn(Fault::Action action, const Answer &answer) {
-  const bool changesAnswer = action == Fault::Action::status || action == Fault::Action::expire ||
-                             action == Fault::Action::refuse;
+  const bool changesAnswer =
+      action == Fault::Action::status || action == Fault::Action::expire || action == Fault::Action::refuse;
   return answer.reason.empty() || !changesAnswer;
 }
 

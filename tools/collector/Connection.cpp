@@ -117,7 +117,10 @@ void Connection::requestFailed(ErrorCode error) {
 
 Request Connection::parsedRequest() {
   auto &message = parser_->get();
-  Request request{text(message.method_string()), text(message.target()), {}, std::move(message.body()),
+  Request request{text(message.method_string()),
+                  text(message.target()),
+                  {},
+                  std::move(message.body()),
                   microsecondsSince(headerTime_)};
   for (const auto &field : message)
     request.fields.emplace_back(text(field.name_string()), text(field.value()));

@@ -38,8 +38,8 @@ class Database {
   std::unique_ptr<sqlite3, Closer> handle_;
 };
 
-/// A statement that is ready to run, again and again. Places for values, and columns, count from 1 and from 0,
-/// as SQLite has it.
+/// A statement that is ready to run, again and again. Places for values, and columns, count from 1 and from
+/// 0, as SQLite has it.
 class Statement {
  public:
   Statement(Database &database, const std::string &sql);

@@ -45,7 +45,7 @@ constexpr const char *tables = R"(
     receive INTEGER NOT NULL,
     work INTEGER NOT NULL,
     send INTEGER NOT NULL);
-  CREATE INDEX device ON request(device, bundle, kind, id) WHERE device IS NOT NULL;
+  CREATE INDEX device ON request(device, bundle, kind, id, time, accepted) WHERE device IS NOT NULL;
   CREATE TABLE content(
     id INTEGER PRIMARY KEY,
     method BLOB NOT NULL,

@@ -132,8 +132,8 @@ bool isAllowedWithoutRule(const std::string &key, const Document &value) {
   return key != "carrierName" && !value.is_null() && !value.is_object();
 }
 
-/// Every key known, unless others are allowed, of its type, and present if required. `outer` is the object's own
-/// key.
+/// Every key known, unless others are allowed, of its type, and present if required. `outer` is the object's
+/// own key.
 void checkObject(const Document &object, const std::vector<Rule> &rules, const std::string &outer = "",
                  bool areOthersAllowed = false) {
   const std::string path = outer.empty() ? "" : outer + ".";

@@ -12,7 +12,8 @@ namespace kx::collector {
 namespace {
 
 constexpr std::array<std::string_view, 3> endpointNames = {"any", "login", "message"};
-constexpr std::array<std::string_view, 6> actionNames = {"status", "delay", "drop", "stall", "expire", "refuse"};
+constexpr std::array<std::string_view, 6> actionNames = {"status", "delay",  "drop",
+                                                         "stall",  "expire", "refuse"};
 constexpr double maximumSeconds = 3600;
 constexpr std::int64_t maximumCount = 1000000;
 constexpr std::size_t maximumTextSize = 2000;
@@ -94,7 +95,8 @@ void checkParts(const Fault &fault) {
   const bool hasTime = fault.action == Fault::Action::delay || fault.action == Fault::Action::stall;
   const std::string name(actionNames[static_cast<std::size_t>(fault.action)]);
   if (hasStatus != (fault.status != 0)) {
-    refuse(hasStatus ? "the action \"status\" needs a \"status\"" : "the action \"" + name + "\" has no \"status\"");
+    refuse(hasStatus ? "the action \"status\" needs a \"status\""
+                     : "the action \"" + name + "\" has no \"status\"");
   }
   if (hasTime != (fault.time.count() != 0)) {
     refuse("the action \"" + name + "\" " + (hasTime ? "needs" : "has no") + " \"seconds\"");
@@ -140,7 +142,8 @@ void Faults::clear() {
   ++changes_;
 }
 
-std::vector<Fault> Faults::matching(Fault::Endpoint endpoint, const std::optional<std::string> &device) const {
+std::vector<Fault> Faults::matching(Fault::Endpoint endpoint,
+                                    const std::optional<std::string> &device) const {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<Fault> found;
   for (const Fault &fault : faults_) {

@@ -27,11 +27,11 @@ struct Fault {
   Endpoint endpoint = Endpoint::any;
   std::optional<std::string> device;  ///< of messages alone; a login does not tell
   Action action = Action::status;
-  unsigned status = 0;                   ///< for `status`
-  std::optional<std::string> location;   ///< for `status`, a redirect: where to
-  std::chrono::milliseconds time{0};     ///< for `delay` and `stall`
-  std::optional<std::uint64_t> count;    ///< for so many requests; absent until it is switched off
-  std::uint64_t done = 0;                ///< how often it has acted
+  unsigned status = 0;                  ///< for `status`
+  std::optional<std::string> location;  ///< for `status`, a redirect: where to
+  std::chrono::milliseconds time{0};    ///< for `delay` and `stall`
+  std::optional<std::uint64_t> count;   ///< for so many requests; absent until it is switched off
+  std::uint64_t done = 0;               ///< how often it has acted
 };
 
 /// The switches that are on. May be used on any thread.

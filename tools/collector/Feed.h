@@ -21,13 +21,14 @@ class Feed {
 
   virtual ~Feed() = default;
 
-  /// What there is to send by now; nothing if nothing has happened. Is asked again when something has changed,
-  /// at `wakeUp` at the latest, and after each piece at once.
+  /// What there is to send by now; nothing if nothing has happened. Is asked again when something has
+  /// changed, at `wakeUp` at the latest, and after each piece at once.
   virtual Piece next(Time now) = 0;
   virtual Time wakeUp() const { return Time::max(); }
 };
 
-/// Requests and faults as server-sent events. It reads on where it stands, so that a slow reader costs nothing.
+/// Requests and faults as server-sent events. It reads on where it stands, so that a slow reader costs
+/// nothing.
 class EventFeed : public Feed {
  public:
   /// Begins after the latest request, or after that one.

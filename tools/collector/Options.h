@@ -26,7 +26,7 @@ struct Options {
   std::optional<CertificateFiles> certificate;     ///< absent for one of the collector's own authority
   CollectionServiceSettings service;
   bool page = true;
-  std::optional<std::uint16_t> pagePort;          ///< absent for 8080 or the next free one; 0 for any free one
+  std::optional<std::uint16_t> pagePort;  ///< absent for 8080 or the next free one; 0 for any free one
   std::optional<std::filesystem::path> database;  ///< absent to keep requests in memory
   std::size_t keep = Store::defaultKeep;          ///< how many requests are kept
   bool json = false;

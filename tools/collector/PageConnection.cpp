@@ -109,12 +109,11 @@ void PageConnection::beginFeed() {
   header_.keep_alive(false);
   header_.chunked(true);
   serializer_ = std::make_unique<http::response_serializer<http::empty_body>>(header_);
-  http::async_write_header(socket_, *serializer_,
-                           [self = shared_from_this()](ErrorCode error, std::size_t) {
-                             if (error) return;
-                             self->watch();
-                             self->feed();
-                           });
+  http::async_write_header(socket_, *serializer_, [self = shared_from_this()](ErrorCode error, std::size_t) {
+    if (error) return;
+    self->watch();
+    self->feed();
+  });
 }
 
 void PageConnection::feed() {
@@ -126,10 +125,9 @@ void PageConnection::feed() {
     self->feedWritten(error, isLast);
   };
   if (piece_.empty()) return net::async_write(socket_, http::make_chunk_last(), written);
-  net::async_write(socket_, http::make_chunk(net::buffer(piece_)),
-                   [self = shared_from_this()](ErrorCode error, std::size_t) {
-                     self->feedWritten(error, false);
-                   });
+  net::async_write(
+      socket_, http::make_chunk(net::buffer(piece_)),
+      [self = shared_from_this()](ErrorCode error, std::size_t) { self->feedWritten(error, false); });
 }
 
 void PageConnection::feedWritten(ErrorCode error, bool isLast) {
@@ -153,11 +151,10 @@ void PageConnection::wake() {
 }
 
 void PageConnection::watch() {
-  socket_.async_read_some(net::buffer(discarded_),
-                          [self = shared_from_this()](ErrorCode error, std::size_t) {
-                            if (error) return self->close();
-                            self->watch();
-                          });
+  socket_.async_read_some(net::buffer(discarded_), [self = shared_from_this()](ErrorCode error, std::size_t) {
+    if (error) return self->close();
+    self->watch();
+  });
 }
 
 void PageConnection::limitTime(std::chrono::milliseconds time) {

@@ -33,7 +33,8 @@ std::string decoded(std::string_view text) {
     } else if (text[at] == '%') {
       const int high = at + 2 < text.size() ? digitIn(text[at + 1]) : -1;
       const int low = at + 2 < text.size() ? digitIn(text[at + 2]) : -1;
-      if (high < 0 || low < 0) throw Refusal(400, "a % in the query must stand before two hexadecimal digits");
+      if (high < 0 || low < 0)
+        throw Refusal(400, "a % in the query must stand before two hexadecimal digits");
       result += static_cast<char>(high * 16 + low);
       at += 2;
     } else {
@@ -117,7 +118,8 @@ std::optional<bool> Query::boolean(std::string_view name) {
   return *which == 1;
 }
 
-std::optional<std::size_t> Query::choice(std::string_view name, const std::vector<std::string_view> &choices) {
+std::optional<std::size_t> Query::choice(std::string_view name,
+                                         const std::vector<std::string_view> &choices) {
   const auto value = text(name);
   if (!value) return std::nullopt;
   const auto found = std::find(choices.begin(), choices.end(), *value);
@@ -143,8 +145,8 @@ RecordFilter Query::filter() {
 
 void Query::expectNoMore() const {
   if (parameters_.empty()) return;
-  throw Refusal(400, "the parameter " + quote(parameters_.front().first) +
-                         " is unknown here, or there more than once");
+  throw Refusal(
+      400, "the parameter " + quote(parameters_.front().first) + " is unknown here, or there more than once");
 }
 
 std::string_view pathOf(std::string_view target) {
@@ -154,8 +156,8 @@ std::string_view pathOf(std::string_view target) {
 void checkWhereFrom(const PageRequest &request, std::uint16_t port) {
   const auto host = request.value("Host");
   if (!host || !isOwnName(*host, port)) {
-    throw Refusal(403, "the header Host must be 127.0.0.1, localhost or [::1] with the port " +
-                           std::to_string(port));
+    throw Refusal(
+        403, "the header Host must be 127.0.0.1, localhost or [::1] with the port " + std::to_string(port));
   }
   if (request.has("Origin")) {
     constexpr std::string_view scheme = "http://";

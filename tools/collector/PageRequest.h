@@ -24,8 +24,8 @@ struct PageRequest {
   bool has(std::string_view name) const;
 };
 
-/// The parameters behind the question mark of a target. Each is taken at most once; what nobody has taken is a
-/// mistake. Whatever is wrong is a Refusal with status 400.
+/// The parameters behind the question mark of a target. Each is taken at most once; what nobody has taken is
+/// a mistake. Whatever is wrong is a Refusal with status 400.
 class Query {
  public:
   explicit Query(std::string_view target);
@@ -49,8 +49,9 @@ class Query {
 /// "/api/requests" of "/api/requests?limit=1"
 std::string_view pathOf(std::string_view target);
 
-/// Throws a Refusal with status 403 for a request that another web site, or another name for this machine, may
-/// be behind: its Host has to be this machine's own name with that port, its Origin absent or the page's own.
+/// Throws a Refusal with status 403 for a request that another web site, or another name for this machine,
+/// may be behind: its Host has to be this machine's own name with that port, its Origin absent or the page's
+/// own.
 void checkWhereFrom(const PageRequest &request, std::uint16_t port);
 
 }  // namespace kx::collector

@@ -40,7 +40,8 @@ class PageServer {
   std::uint16_t port() const { return port_; }
   /// "http://127.0.0.1:8080"
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  /// To be called when there may be something new for those who wait; on any thread, and costs next to nothing.
+  /// To be called when there may be something new for those who wait; on any thread, and costs next to
+  /// nothing.
   void wake();
 
  private:

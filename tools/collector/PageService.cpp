@@ -208,8 +208,7 @@ PageAnswer PageService::wait(const PageRequest &, Query &query, std::uint64_t, F
 PageAnswer PageService::download(const PageRequest &, Query &query, std::uint64_t, Feed::Time) {
   RecordFilter filter = query.filter();
   query.expectNoMore();
-  PageAnswer answer =
-      fed("application/x-ndjson", std::make_unique<DownloadFeed>(store_, std::move(filter)));
+  PageAnswer answer = fed("application/x-ndjson", std::make_unique<DownloadFeed>(store_, std::move(filter)));
   answer.fields.emplace_back("Content-Disposition", "attachment; filename=\"requests.ndjson\"");
   return answer;
 }
@@ -277,7 +276,8 @@ void PageService::checkToken(const PageRequest &request) const {
 }
 
 PageAnswer PageService::file(std::string_view path) const {
-  const std::string_view name = path == "/" ? "index.html" : path.substr(std::min<std::size_t>(1, path.size()));
+  const std::string_view name =
+      path == "/" ? "index.html" : path.substr(std::min<std::size_t>(1, path.size()));
   const auto &files = embeddedFiles();
   const auto found = std::find_if(files.begin(), files.end(),
                                   [name](const EmbeddedFile &file) { return file.name == name; });

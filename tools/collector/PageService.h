@@ -26,9 +26,9 @@ struct PageAnswer {
 
 /// What the page tells of the collector.
 struct CollectorStatus {
-  std::string service;                ///< "https://127.0.0.1:8443"
-  std::string caFile;                 ///< that clients have to trust
-  std::string caCertificate;          ///< the same in PEM; empty if it is no authority of the collector's own
+  std::string service;        ///< "https://127.0.0.1:8443"
+  std::string caFile;         ///< that clients have to trust
+  std::string caCertificate;  ///< the same in PEM; empty if it is no authority of the collector's own
   std::vector<std::string> nextSteps;  ///< lines for the developer of a host
 };
 

@@ -41,7 +41,8 @@ std::string profileOf(const std::string &authorityPem) {
       <string>ca.cer</string>
       <key>PayloadContent</key>
       <data>
-)" + der + R"(      </data>
+)" + der +
+         R"(      </data>
       <key>PayloadDisplayName</key>
       <string>kx-collector's certificate authority</string>
       <key>PayloadIdentifier</key>
@@ -49,7 +50,8 @@ std::string profileOf(const std::string &authorityPem) {
       <key>PayloadType</key>
       <string>com.apple.security.root</string>
       <key>PayloadUUID</key>
-      <string>)" + uuidFor("certificate" + der) + R"(</string>
+      <string>)" +
+         uuidFor("certificate" + der) + R"(</string>
       <key>PayloadVersion</key>
       <integer>1</integer>
     </dict>
@@ -63,7 +65,8 @@ std::string profileOf(const std::string &authorityPem) {
   <key>PayloadType</key>
   <string>Configuration</string>
   <key>PayloadUUID</key>
-  <string>)" + uuidFor(der) + R"(</string>
+  <string>)" +
+         uuidFor(der) + R"(</string>
   <key>PayloadVersion</key>
   <integer>1</integer>
 </dict>

@@ -21,12 +21,12 @@ struct Durations {
 
 /// What lists show of a request.
 struct RecordSummary {
-  std::uint64_t id = 0;    ///< 1, 2, ... in the order of arrival
-  std::int64_t time = 0;   ///< of arrival, in milliseconds since 1970
-  std::string kind;        ///< "login", "message" or "other"
-  bool accepted = false;   ///< whether it was answered as a request that is fine
-  unsigned status = 0;     ///< of the answer
-  std::string reason;      ///< why it was not accepted; empty when it was
+  std::uint64_t id = 0;               ///< 1, 2, ... in the order of arrival
+  std::int64_t time = 0;              ///< of arrival, in milliseconds since 1970
+  std::string kind;                   ///< "login", "message" or "other"
+  bool accepted = false;              ///< whether it was answered as a request that is fine
+  unsigned status = 0;                ///< of the answer
+  std::string reason;                 ///< why it was not accepted; empty when it was
   std::optional<std::string> device;  ///< a message's "ifa"
   std::optional<std::string> bundle;  ///< a message's "bundleId"
   std::size_t packedSize = 0;         ///< of the body, in bytes
@@ -34,9 +34,9 @@ struct RecordSummary {
   std::vector<std::string> warnings;  ///< what is allowed and suspicious
   std::optional<std::string> fault;   ///< what fault switches did to it
   std::optional<std::string> eventId;
-  std::optional<std::int64_t> eventTime;  ///< in milliseconds since 1970
-  std::optional<double> latitude;         ///< degrees
-  std::optional<double> longitude;        ///< degrees
+  std::optional<std::int64_t> eventTime;     ///< in milliseconds since 1970
+  std::optional<double> latitude;            ///< degrees
+  std::optional<double> longitude;           ///< degrees
   std::optional<double> horizontalAccuracy;  ///< metres
   Durations microseconds;
 };

@@ -108,8 +108,8 @@ void Recorder::follow(std::uint64_t id, const Request &request, const Answer &an
 
 void Recorder::checkLogins(std::chrono::steady_clock::time_point now) {
   while (!logins_.empty() && now - logins_.front().time >= patience) {
-    store_.addWarning(logins_.front().id, "no message has followed this login for " +
-                                              std::to_string(patience.count()) + " s");
+    store_.addWarning(logins_.front().id,
+                      "no message has followed this login for " + std::to_string(patience.count()) + " s");
     logins_.pop_front();
   }
 }

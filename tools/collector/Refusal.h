@@ -9,8 +9,8 @@
 
 namespace kx::collector {
 
-/// What a refusal is about, as far as that is known: bytes of the unpacked text (of the body, when that cannot be
-/// unpacked), or a member of the document in it.
+/// What a refusal is about, as far as that is known: bytes of the unpacked text (of the body, when that
+/// cannot be unpacked), or a member of the document in it.
 struct Subject {
   enum class Part { none, bytes, key, value };
 

@@ -29,8 +29,8 @@ Store::Store(const std::optional<std::filesystem::path> &file, std::size_t keep)
       keep_(keep) {
   if (!file_) createTables(*writing_);
   addFunctions(*reading_);
-  lastId_ = static_cast<std::uint64_t>(
-      writing_->number("SELECT seq FROM sqlite_sequence WHERE name = 'request'"));
+  lastId_ =
+      static_cast<std::uint64_t>(writing_->number("SELECT seq FROM sqlite_sequence WHERE name = 'request'"));
   writer_ = std::thread([this] { write(); });
   if (file_) checkpointer_ = std::thread([this] { checkpoint(); });
 }

@@ -101,15 +101,15 @@ class Store {
   /// The requests that have changed after the `from`th change, and how many changes there were in all.
   std::pair<std::vector<std::uint64_t>, std::uint64_t> changedSince(std::uint64_t from) const;
 
-  /// Is called, on a thread of the store, whenever something has changed. The one before is not called any more
-  /// when this returns.
+  /// Is called, on a thread of the store, whenever something has changed. The one before is not called any
+  /// more when this returns.
   void onChange(std::function<void()> callback);
 
  private:
   class Writer;
   struct Change {
     std::function<void(Writer &)> apply;
-    std::size_t size = 0;                          // in memory, roughly
+    std::size_t size = 0;                           // in memory, roughly
     std::shared_ptr<std::promise<void>> isWritten;  // nothing if nobody waits for it
   };
 

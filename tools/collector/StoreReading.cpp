@@ -64,8 +64,7 @@ Record recordIn(const Statement &row) {
   record.body = row.bytes(first + 4);
   if (!row.isNull(first + 5)) record.text = row.bytes(first + 5);
   if (!row.isNull(first + 6)) {
-    record.offending =
-        OffendingBytes{static_cast<std::size_t>(row.number(first + 6)), row.bytes(first + 7)};
+    record.offending = OffendingBytes{static_cast<std::size_t>(row.number(first + 6)), row.bytes(first + 7)};
   }
   record.answerFields = fieldsIn(row.bytes(first + 8));
   return record;
@@ -94,8 +93,8 @@ class Conditions {
   /// The tables that they need, and themselves.
   std::string text(bool withContents) const {
     const bool joined = withContents || filter_.text;
-    return std::string(" FROM request r") + (joined ? " JOIN content c ON c.id = r.id" : "") +
-           " WHERE 1" + text_;
+    return std::string(" FROM request r") + (joined ? " JOIN content c ON c.id = r.id" : "") + " WHERE 1" +
+           text_;
   }
 
   void bind(Statement &statement) const {
@@ -195,16 +194,16 @@ std::vector<KnownDevice> Store::devices() {
   std::vector<KnownDevice> devices;
   while (row.step()) {
     devices.push_back({row.text(0), textOrNothing(row, 1), row.number(2), row.number(3),
-                       static_cast<std::uint64_t>(row.number(4)),
-                       static_cast<std::uint64_t>(row.number(5))});
+                       static_cast<std::uint64_t>(row.number(4)), static_cast<std::uint64_t>(row.number(5))});
   }
   return devices;
 }
 
 std::vector<std::string> Store::latestEventIds(std::size_t count) {
   const auto lock = reading();
-  Statement row(*reading_,
-                "SELECT eventId FROM request WHERE accepted AND eventId IS NOT NULL ORDER BY id DESC LIMIT ?1");
+  Statement row(
+      *reading_,
+      "SELECT eventId FROM request WHERE accepted AND eventId IS NOT NULL ORDER BY id DESC LIMIT ?1");
   row.bind(1, static_cast<std::int64_t>(count));
   std::vector<std::string> ids;
   while (row.step()) ids.push_back(row.text(0));

@@ -123,7 +123,8 @@ std::vector<std::string> Warnings::about(const Document &message, system_clock::
   checkText(message, "id", isUUID, "a UUID", warnings);
   checkText(message, "ifa", isUUID, "a UUID", warnings);
   const std::string id = message.value("id", "");
-  if (isKnown_.count(id) != 0) warnings.push_back("a message with the \"id\" " + quote(id) + " has come before");
+  if (isKnown_.count(id) != 0)
+    warnings.push_back("a message with the \"id\" " + quote(id) + " has come before");
   checkTime(message, now, warnings);
   checkPosition(message, warnings);
   checkText(message, "country", isCountryCode, "a code of two letters", warnings);

@@ -1,6 +1,6 @@
-#include "tools/collector/JSONPlaces.h"
-
 #include <gtest/gtest.h>
+
+#include "tools/collector/JSONPlaces.h"
 
 namespace kx::collector {
 namespace {

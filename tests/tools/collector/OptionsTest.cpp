@@ -45,6 +45,23 @@ TEST(OptionsTest, WithoutArgumentsItListensOnLoopback) {
   EXPECT_FALSE(none.help);
 }
 
+TEST(OptionsTest, ReadsWhereThePageIsAndWhatIsKept) {
+  const Options none = options({});
+  EXPECT_TRUE(none.page);
+  EXPECT_FALSE(none.pagePort);
+  EXPECT_FALSE(none.database);
+  EXPECT_EQ(none.keep, 100000u);
+  EXPECT_EQ(options({"--page-port", "0"}).pagePort, 0);
+  EXPECT_FALSE(options({"--no-page"}).page);
+  const Options given = options({"--database", "/a file", "--keep", "7"});
+  EXPECT_EQ(given.database, "/a file");
+  EXPECT_EQ(given.keep, 7u);
+  EXPECT_EQ(refusalOf({"--keep", "0"}), "--keep must be a number from 1 to 100000000, not \"0\"");
+  EXPECT_EQ(refusalOf({"--page-port", "65536"}),
+            "--page-port must be a number from 0 to 65535, not \"65536\"");
+  EXPECT_EQ(refusalOf({"--page-port", "1", "--no-page"}), "--no-page and --page-port exclude each other");
+}
+
 TEST(OptionsTest, ReadsWhereToListen) {
   EXPECT_EQ(options({"--address", "::1"}).address, "::1");
   EXPECT_EQ(options({"--address=192.168.1.5"}).address, "192.168.1.5");

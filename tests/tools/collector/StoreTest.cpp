@@ -1,5 +1,3 @@
-#include "tools/collector/Store.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +6,7 @@
 #include <thread>
 
 #include "tests/support/ChildProcess.h"
+#include "tools/collector/Store.h"
 
 namespace kx::collector {
 namespace {

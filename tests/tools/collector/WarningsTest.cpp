@@ -1,21 +1,20 @@
-#include "tools/collector/Warnings.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/tools/collector/Requests.h"
+#include "tools/collector/Warnings.h"
 
 namespace kx::collector {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
 using std::chrono::hours;
 using std::chrono::milliseconds;
 using std::chrono::minutes;
 using std::chrono::system_clock;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class WarningsTest : public ::testing::Test {
  protected:
@@ -47,8 +46,9 @@ TEST_F(WarningsTest, AUsualMessageHasNone) {
 
 TEST_F(WarningsTest, AnIdentifierThatIsNoUUID) {
   for (const char *key : {"id", "ifa"}) {
-    for (const char *value : {"B1C2", "9F7C5E40-0E3B-4A54-8F53-6B5C2A9A3E1", "9F7C5E40-0E3B-4A54-8F53-6B5C2A9A3E1g",
-                              "9F7C5E4000E3B-4A54-8F53-6B5C2A9A3E11"}) {
+    for (const char *value :
+         {"B1C2", "9F7C5E40-0E3B-4A54-8F53-6B5C2A9A3E1", "9F7C5E40-0E3B-4A54-8F53-6B5C2A9A3E1g",
+          "9F7C5E4000E3B-4A54-8F53-6B5C2A9A3E11"}) {
       expectWarning(key, value, "is not a UUID");
     }
     EXPECT_THAT(about(key, "9f7c5e40-0e3b-4a54-8f53-6b5c2a9a3e11"), IsEmpty());
@@ -91,8 +91,10 @@ TEST_F(WarningsTest, HalfAPositionAndNone) {
 TEST_F(WarningsTest, ATimeThatIsHoursOff) {
   EXPECT_THAT(warnings.about(usual(), now + minutes(59)), IsEmpty());
   EXPECT_THAT(warnings.about(usual(), now - minutes(59)), IsEmpty());
-  EXPECT_THAT(warnings.about(usual(), now + hours(3)), ElementsAre("\"eventTime\" is 3 h before this machine's time"));
-  EXPECT_THAT(warnings.about(usual(), now - hours(1)), ElementsAre("\"eventTime\" is 1 h after this machine's time"));
+  EXPECT_THAT(warnings.about(usual(), now + hours(3)),
+              ElementsAre("\"eventTime\" is 3 h before this machine's time"));
+  EXPECT_THAT(warnings.about(usual(), now - hours(1)),
+              ElementsAre("\"eventTime\" is 1 h after this machine's time"));
   expectWarning("eventTime", INT64_MIN / 1000 * 1000, " h before");
 }
 
@@ -103,7 +105,8 @@ TEST_F(WarningsTest, AKeyThatIsNotInTheReference) {
 TEST_F(WarningsTest, CodesThatLookWrong) {
   for (const char *value : {"de", "DEU", ""}) expectWarning("country", value, "a code of two letters");
   EXPECT_THAT(about("country", "DE"), IsEmpty());
-  for (const char *value : {"26201", "262-1", "262-0123", "26a-01"}) expectWarning("carrierCode", value, "262-01");
+  for (const char *value : {"26201", "262-1", "262-0123", "26a-01"})
+    expectWarning("carrierCode", value, "262-01");
   for (const char *value : {"262-01", "310-410"}) EXPECT_THAT(about("carrierCode", value), IsEmpty());
   expectWarning("ips", Document::array({"10.0.0.1", "::1"}), "no IPv4 address");
   EXPECT_THAT(about("ips", Document::array()), IsEmpty());

@@ -1,20 +1,34 @@
 // What the page asks of the program.
 
-const token = () => document.querySelector('meta[name="page-token"]').content;
+const TOKEN = 'meta[name="page-token"]';
 
 async function ask(path, options = {}) {
-  const answer = await fetch(path, { cache: "no-store", ...options });
+  return read(await fetch(path, { cache: "no-store", ...options }));
+}
+
+async function read(answer) {
   if (answer.status === 204) return null;
   const said = await answer.json();
   if (!answer.ok) throw new Error(said.error ?? `status ${answer.status}`);
   return said;
 }
 
-const write = (method, path, body) => ask(path, {
-  method,
-  headers: { "X-Page-Token": token(), ...(body ? { "Content-Type": "application/json" } : {}) },
-  body: body ? JSON.stringify(body) : undefined,
-});
+/** What changes something needs the token that is in the page; a collector that was started anew has another one. */
+async function write(method, path, body) {
+  const send = (token) => fetch(path, {
+    method, cache: "no-store",
+    headers: { "X-Page-Token": token, ...(body ? { "Content-Type": "application/json" } : {}) },
+    body: body ? JSON.stringify(body) : undefined,
+  });
+  const meta = document.querySelector(TOKEN);
+  let answer = await send(meta.content);
+  if (answer.status === 403) {
+    const page = new DOMParser().parseFromString(await (await fetch("/", { cache: "no-store" })).text(), "text/html");
+    meta.content = page.querySelector(TOKEN)?.content ?? "";
+    answer = await send(meta.content);
+  }
+  return read(answer);
+}
 
 /** The filter as a query; what is empty is left out. */
 export function query(values) {

@@ -153,6 +153,31 @@ async function load() {
   rebuild();
 }
 
+/** The connection was broken: what came meanwhile is asked for, or all of it where something was forgotten. */
+async function catchUp() {
+  if (!loaded) return;
+  const mine = generation;
+  try {
+    const [oldest, newest] = await Promise.all(["asc", "desc"].map((order) => api.requests({ order, limit: 1 })));
+    const [low, high] = [oldest.requests[0]?.id ?? Infinity, newest.requests[0]?.id ?? 0];
+    if (mine !== generation) return;
+    if (low > records.first || high < records.last) {
+      reset();
+      loaded = false;
+      await load();
+      return;
+    }
+    for (let more = true; more;) {
+      const answer = await api.requests({ order: "asc", limit: PAGE, after: records.last });
+      if (mine !== generation) return;
+      for (const summary of answer.requests) if (!records.has(summary.id)) arrived(summary);
+      more = answer.more && answer.requests.length > 0;
+    }
+  } catch (error) {
+    say(error.message);
+  }
+}
+
 function rebuild(partly = false) {
   view.rebuild();
   changed = false;
@@ -410,7 +435,11 @@ async function start() {
   restore();
   listen({
     request: arrived, reset, faults: (switches) => faults.show(switches),
-    state: (link) => { document.body.dataset.link = link; showState(); },
+    state: (link) => {
+      if (link === "live" && document.body.dataset.link === "lost") catchUp();
+      document.body.dataset.link = link;
+      showState();
+    },
   });
   try {
     status = await api.status();

@@ -62,13 +62,26 @@ class FaultsTest(PageCase):
 
     def test_tells_why_one_could_not_be_switched_on(self):
         self.show("#view=faults")
-        self.browser.run("document.querySelector('meta[name=page-token]').content = 'another'")
+        self.set("endpoint", "login")
+        self.set("device", "6D92078A-8246-4BA4-AE5B-76104861E7DC")
         self.browser.click(".fault-form .primary")
-        self.browser.until("return document.querySelector('.error').textContent === 'the field X-Page-Token is missing or wrong'")
+        self.browser.until("return document.querySelector('.error').textContent === 'a login does not tell its \"device\"'")
         self.assertEqual(self.collector.faults, [])
-        refused = [entry["message"] for entry in self.browser.log("browser")]
-        self.assertEqual(len(refused), 1)
-        self.assertIn("403", refused[0])
+        self.refused("400")
+
+    def test_goes_on_with_a_collector_that_was_started_anew(self):
+        self.show("#view=faults")
+        self.browser.run("document.querySelector('meta[name=page-token]').content = 'of another one'")
+        self.browser.click(".fault-form .primary")
+        self.browser.until("return document.querySelectorAll('.faults [data-fault]').length > 0")
+        self.assertEqual(len(self.collector.faults), 1)
+        self.refused("403")
+
+    def refused(self, status):
+        """That is what the console tells of, and nothing else."""
+        told = [entry["message"] for entry in self.browser.log("browser")]
+        self.assertEqual(len(told), 1)
+        self.assertIn(status, told[0])
 
 
 if __name__ == "__main__":

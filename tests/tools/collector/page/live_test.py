@@ -39,20 +39,38 @@ class LiveTest(PageCase):
         self.browser.until("return document.getElementById('welcome').hidden")
         self.await_rows(1)
 
-    def test_misses_nothing_when_the_connection_breaks(self):
-        self.show()
-        self.collector.add(message(1))
-        self.await_rows(1)
+    def lose(self, meanwhile):
+        """Breaks the connection, and lets it come back after that."""
         with self.collector.changed:
-            self.collector.listeners, silent = None, self.collector.listeners
+            self.collector.listeners = None
             self.collector.changed.notify_all()
         self.browser.until("return document.body.dataset.link === 'lost'")
-        del silent
-        self.collector.add(message(2))
+        meanwhile()
         with self.collector.changed:
             self.collector.listeners = []
         self.browser.until("return document.body.dataset.link === 'live'", seconds=20)
+
+    def test_misses_nothing_when_the_connection_breaks(self):
+        self.collector.add(message(1))
+        self.show()
+        self.await_rows(1)
+        self.lose(lambda: self.collector.add(message(2)))
         self.await_rows(2, 1)
+        self.lose(lambda: self.collector.add(message(3)))
+        self.await_rows(3, 2, 1)
+
+    def test_forgets_what_was_forgotten_while_the_connection_was_broken(self):
+        self.collector.add(message(1))
+        self.collector.add(message(2))
+        self.show()
+        self.await_rows(2, 1)
+
+        def anew():
+            self.collector.requests = []
+            self.collector.add(message(3))
+        self.lose(anew)
+        self.await_rows(3)
+        self.assertEqual(self.browser.text("#count-all"), "1")
 
     def test_filters_by_outcome_kind_device_and_application(self):
         self.collector.add(kind="login")

@@ -250,6 +250,9 @@ class PageHandler(http.server.BaseHTTPRequestHandler):
         if wanted is None:
             return
         service = self.service
+        if wanted.get("device") and wanted["endpoint"] == "login":
+            self.say({"error": 'a login does not tell its "device"'}, 400)
+            return
         with service.changed:
             fault = {"id": service.next_fault, "endpoint": "any", "device": None, "status": 0, "location": None,
                      "seconds": 0, "count": None, **wanted, "done": 0}
