@@ -43,7 +43,7 @@ export class Records {
 
   /** Takes a summary: of a new request, or what else is known of one by now. */
   put(summary) {
-    const known = this.size > 0 && this.has(summary.id);
+    const known = this.has(summary.id);
     if (known) this.count(summary.id, -1);
     else this.reserve(summary.id);
     const at = summary.id - this.origin;
