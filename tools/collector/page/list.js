@@ -22,8 +22,9 @@ export class List {
     this.head = el("div", { class: "row head", role: "row", "aria-rowindex": 1 },
       TITLES.map((title, at) => el("span", { role: "columnheader", class: `c-${COLUMNS[at]}` }, title)));
     this.spacer = el("div", { class: "spacer", role: "rowgroup" });
-    this.box = el("div", { class: "rows", role: "grid", tabindex: 0, "aria-label": "Requests, the newest first", "aria-colcount": COLUMNS.length },
-      this.head, this.spacer);
+    this.box = el("div", {
+      class: "rows", role: "grid", tabindex: 0, "aria-label": "Requests, the newest first", "aria-colcount": COLUMNS.length,
+    }, this.head, this.spacer);
     this.newer = el("button", { class: "newer", hidden: true, onclick: () => this.toTop() });
     this.empty = el("p", { class: "note", hidden: true }, "No request matches the filter.");
     host.append(this.box, this.newer, this.empty);

@@ -14,6 +14,7 @@ import { Search } from "./search.js";
 import { Timeline } from "./timeline.js";
 
 const VIEWS = ["requests", "timeline", "map", "faults"];
+const OUTCOMES = ["", "good", "bad", "warned"];
 const THEMES = { auto: "Auto", dark: "Dark", light: "Light" };
 
 const records = new Records();
@@ -126,7 +127,8 @@ function offer(id, values, all) {
 
 function showState() {
   for (const [name, number] of Object.entries(records.counts)) setText(byId(`count-${name}`), count(number));
-  const text = { live: loading.isDone ? "Live" : "Loading", lost: "Not reached; trying again", wait: "Connecting" }[document.body.dataset.link ?? "wait"];
+  const { link = "wait" } = document.body.dataset;
+  const text = { live: loading.isDone ? "Live" : "Loading", lost: "Not reached; trying again", wait: "Connecting" }[link];
   setText(byId("live-text"), pausedAt === null ? text : `Paused${waiting ? `, ${count(waiting)} new` : ""}`);
   byId("welcome").hidden = records.size > 0 || !loading.isDone;
   byId("list").hidden = !byId("welcome").hidden;
@@ -164,11 +166,12 @@ function setFilter(changes) {
     if (value && ![...host.options].some((option) => option.value === value)) host.append(el("option", { value }, visible(value)));
     host.value = value;
   }
-  document.querySelector(`#outcome input[value="${["good", "bad", "warned"].includes(view.filter.outcome) ? view.filter.outcome : ""}"]`).checked = true;
+  for (const choice of document.querySelectorAll("#outcome input")) choice.checked = choice.value === view.filter.outcome;
   if (byId("search").value.trim() !== view.filter.text) byId("search").value = view.filter.text;
   byId("unfilter").hidden = Object.values(view.filter).every((value) => !value);
-  const { outcome, kind, device, bundle, text } = view.filter;
-  byId("download").href = `/api/download${query({ kind, device, bundle, text, outcome: outcome === "warned" ? "" : outcome, warned: outcome === "warned" ? "true" : "" })}`;
+  const { outcome, text, ...others } = view.filter;
+  const asked = outcome === "warned" ? { warned: "true" } : { outcome };
+  byId("download").href = `/api/download${query({ ...others, text, ...asked })}`;
   list.behind = 0;
   if (before.text !== text) search.begin();
   else rebuild();
@@ -243,6 +246,7 @@ function remember() {
 function restore() {
   const values = Object.fromEntries(new URLSearchParams(location.hash.slice(1)));
   const filter = Object.fromEntries(Object.keys(view.filter).map((key) => [key, values[key] ?? ""]));
+  if (!OUTCOMES.includes(filter.outcome)) filter.outcome = "";
   wantedId = Number(values.id) || 0;
   if (Object.values(filter).some(Boolean)) setFilter(filter);
   if (VIEWS.includes(values.view)) choose(values.view);
@@ -293,7 +297,9 @@ function wire() {
     typed = setTimeout(() => setFilter({ text: byId("search").value.trim() }), 200);
   });
   byId("outcome").addEventListener("change", (event) => setFilter({ outcome: event.target.value }));
-  for (const id of ["kind", "device", "bundle"]) byId(id).addEventListener("change", (event) => setFilter({ [id]: event.target.value }));
+  for (const id of ["kind", "device", "bundle"]) {
+    byId(id).addEventListener("change", (event) => setFilter({ [id]: event.target.value }));
+  }
   byId("filters").addEventListener("submit", (event) => event.preventDefault());
   byId("filters").addEventListener("reset", (event) => {
     event.preventDefault();
@@ -326,7 +332,7 @@ async function start() {
   wire();
   let kept = null;
   try { kept = localStorage.getItem("theme"); } catch { /* none, then */ }
-  theme(kept in THEMES ? kept : "auto");
+  theme(Object.hasOwn(THEMES, kept) ? kept : "auto");
   restore();
   listen({
     request: arrived, reset, faults: (switches) => faults.show(switches),

@@ -86,7 +86,8 @@ export class TrackMap {
     this.tracks = [...tracks.values()];
     const total = this.tracks.reduce((sum, track) => sum + track.ids.length, 0);
     this.canvas.setAttribute("aria-label", `Map: ${count(total)} positions of ${count(this.tracks.length)} devices` +
-      (this.off ? `, and ${count(this.off)} that are nowhere on Earth` : "") + ". Arrow keys move it, plus and minus zoom, n and b go along the track.");
+      (this.off ? `, and ${count(this.off)} that are nowhere on Earth` : "") +
+      ". Arrow keys move it, plus and minus zoom, n and b go along the track.");
     const lines = this.tracks.slice(0, 12).map((track, at) => ({ key: `${at} ${track.device}`, at, track }));
     const note = [this.off ? `${count(this.off)} nowhere on Earth` : "", total ? "" : "No position yet"].filter(Boolean).join(". ");
     if (note) lines.push({ key: "note" });
@@ -160,7 +161,8 @@ export class TrackMap {
   }
 
   at(px, py) {
-    return { x: this.centre.x + (px - this.canvas.clientWidth / 2) / this.scale, y: this.centre.y + (py - this.canvas.clientHeight / 2) / this.scale };
+    const { clientWidth: width, clientHeight: height } = this.canvas;
+    return { x: this.centre.x + (px - width / 2) / this.scale, y: this.centre.y + (py - height / 2) / this.scale };
   }
 
   draw() {
@@ -224,7 +226,8 @@ export class TrackMap {
   key(event) {
     if (event.altKey || event.ctrlKey || event.metaKey) return;
     const act = {
-      ArrowLeft: () => this.pan(-60, 0), ArrowRight: () => this.pan(60, 0), ArrowUp: () => this.pan(0, -60), ArrowDown: () => this.pan(0, 60),
+      ArrowLeft: () => this.pan(-60, 0), ArrowRight: () => this.pan(60, 0),
+      ArrowUp: () => this.pan(0, -60), ArrowDown: () => this.pan(0, 60),
       "+": () => this.zoom(2), "=": () => this.zoom(2), "-": () => this.zoom(0.5), 0: () => this.fit(),
       n: () => this.along(1), b: () => this.along(-1),
     }[event.key];

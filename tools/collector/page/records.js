@@ -79,8 +79,7 @@ export class Records {
 
   addToDevice({ id, device, bundle, time, outcome }) {
     const key = `${device}\n${bundle ?? ""}`;
-    const known = this.devices.get(key) ?? { device, bundle, first: time, last: time, firstId: id, lastId: id, messages: 0, refused: 0 };
-    known.first = Math.min(known.first, time);
+    const known = this.devices.get(key) ?? { device, bundle, last: time, firstId: id, lastId: id, messages: 0, refused: 0 };
     known.last = Math.max(known.last, time);
     known.firstId = Math.min(known.firstId, id);
     known.lastId = Math.max(known.lastId, id);
