@@ -111,6 +111,13 @@ HeaderFields Answer::fields() const {
   if (accessToken) fields.emplace_back("set-authorization", *accessToken);
   if (!location.empty()) fields.emplace_back("Location", location);
   if (!reason.empty()) fields.emplace_back("Content-Type", "text/plain; charset=utf-8");
+  if (download != nullptr) {
+    fields.emplace_back("Content-Type", download->contentType);
+    fields.emplace_back("Content-Security-Policy",
+                        "default-src 'none'; base-uri 'none'; frame-ancestors 'none'");
+    fields.emplace_back("X-Content-Type-Options", "nosniff");
+    fields.emplace_back("Cache-Control", "no-store");
+  }
   return fields;
 }
 
@@ -149,6 +156,9 @@ Answer CollectionService::receive(const Request &request, std::chrono::steady_cl
 void CollectionService::accept(const Request &request, std::chrono::steady_clock::time_point now,
                                Answer &answer) {
   if (answer.endpoint == Endpoint::unknown) {
+    if (request.method == "GET" && settings_.download)
+      answer.download = settings_.download->find(request.target);
+    if (answer.download != nullptr) return;
     throw Refusal(404, "there is no endpoint " + quote(request.target) + ", only \"" + loginPath +
                            "\" and \"" + messagePath + "\"");
   }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/collector/AccessTokens.h"
+#include "tools/collector/CertificateDownload.h"
 #include "tools/collector/Document.h"
 #include "tools/collector/Faults.h"
 #include "tools/collector/Record.h"
@@ -40,6 +41,9 @@ struct Answer {
   std::string reason;
   /// The access token that the answer to an accepted login carries.
   std::optional<std::string> accessToken;
+  /// What a browser fetches here, which the answer carries; it lives as long as the service. Null for
+  /// everything else.
+  const Download *download = nullptr;
   /// The body unpacked, as far as that could be done, and what it held, as far as that could be read.
   std::optional<std::string> text;
   std::optional<Document> document;
@@ -83,6 +87,8 @@ struct CollectionServiceSettings {
   std::optional<std::chrono::milliseconds> tokenLifetime;
   /// Of a body, packed and unpacked, in bytes.
   std::size_t maximumBodySize = std::size_t{1} << 20;
+  /// What browsers of devices may fetch here; absent for nothing.
+  std::optional<CertificateDownload> download;
   /// How many access tokens are good at the same time; a new one takes the place of the oldest.
   std::size_t maximumTokens = 1024;
 };

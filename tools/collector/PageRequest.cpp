@@ -48,13 +48,14 @@ std::string decoded(std::string_view text) {
   throw Refusal(400, "the parameter " + quote(name) + " must be " + rule + ", not " + quote(value));
 }
 
-/// Whether it is one of the names by which a browser on this machine calls the page.
-bool isOwnName(std::string_view host, std::uint16_t port) {
+/// Whether it is one of the names by which a browser calls the page.
+bool isOwnName(std::string_view host, std::uint16_t port, const std::vector<std::string> &others) {
   const std::string end = ":" + std::to_string(port);
-  for (const char *name : {"127.0.0.1", "localhost", "[::1]"}) {
-    if (areEqual(host, name + end) || (port == 80 && areEqual(host, name))) return true;
-  }
-  return false;
+  const auto isHost = [&](const std::string &name) {
+    return areEqual(host, name + end) || (port == 80 && areEqual(host, name));
+  };
+  return isHost("127.0.0.1") || isHost("localhost") || isHost("[::1]") ||
+         std::any_of(others.begin(), others.end(), isHost);
 }
 
 }  // namespace
@@ -153,9 +154,9 @@ std::string_view pathOf(std::string_view target) {
   return target.substr(0, target.find('?'));
 }
 
-void checkWhereFrom(const PageRequest &request, std::uint16_t port) {
+void checkWhereFrom(const PageRequest &request, std::uint16_t port, const std::vector<std::string> &names) {
   const auto host = request.value("Host");
-  if (!host || !isOwnName(*host, port)) {
+  if (!host || !isOwnName(*host, port, names)) {
     throw Refusal(
         403, "the header Host must be 127.0.0.1, localhost or [::1] with the port " + std::to_string(port));
   }
@@ -163,7 +164,7 @@ void checkWhereFrom(const PageRequest &request, std::uint16_t port) {
     constexpr std::string_view scheme = "http://";
     const std::string origin = request.value("Origin").value_or("");
     if (origin.compare(0, scheme.size(), scheme) != 0 ||
-        !isOwnName(std::string_view(origin).substr(scheme.size()), port)) {
+        !isOwnName(std::string_view(origin).substr(scheme.size()), port, names)) {
       throw Refusal(403, "requests from other web sites are not answered");
     }
   }

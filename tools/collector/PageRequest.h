@@ -50,8 +50,9 @@ class Query {
 std::string_view pathOf(std::string_view target);
 
 /// Throws a Refusal with status 403 for a request that another web site, or another name for this machine,
-/// may be behind: its Host has to be this machine's own name with that port, its Origin absent or the page's
-/// own.
-void checkWhereFrom(const PageRequest &request, std::uint16_t port);
+/// may be behind: its Host has to be this machine's own name, or one of `names` (IPv6 addresses in brackets),
+/// with that port, its Origin absent or the page's own.
+void checkWhereFrom(const PageRequest &request, std::uint16_t port,
+                    const std::vector<std::string> &names = {});
 
 }  // namespace kx::collector

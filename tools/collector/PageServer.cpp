@@ -19,10 +19,10 @@ constexpr std::chrono::milliseconds timeToGather{10};
 
 }  // namespace
 
-PageServer::PageServer(PageService &service, std::uint16_t port, PageLimits limits)
+PageServer::PageServer(PageService &service, const tcp::endpoint &endpoint, PageLimits limits)
     : service_(service),
       limits_(limits),
-      acceptor_(io_, tcp::endpoint(net::ip::address_v4::loopback(), port)),
+      acceptor_(io_, endpoint),
       pause_(io_),
       gathering_(io_),
       port_(acceptor_.local_endpoint().port()) {

@@ -27,19 +27,17 @@ struct PageLimits {
   std::chrono::milliseconds timeout{30000};
 };
 
-/// The HTTP server around the page, on this machine's loopback address, on a thread of its own: whatever its
+/// The HTTP server around the page, on a thread of its own: whatever its
 /// readers do, the collection service does not wait for it.
 class PageServer {
  public:
   /// Listens from now on; port 0 stands for any free one. Throws boost::system::system_error when it cannot.
-  PageServer(PageService &service, std::uint16_t port, PageLimits limits = {});
+  PageServer(PageService &service, const boost::asio::ip::tcp::endpoint &endpoint, PageLimits limits = {});
   ~PageServer();
   PageServer(const PageServer &) = delete;
   PageServer &operator=(const PageServer &) = delete;
 
   std::uint16_t port() const { return port_; }
-  /// "http://127.0.0.1:8080"
-  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
   /// To be called when there may be something new for those who wait; on any thread, and costs next to
   /// nothing.
   void wake();

@@ -6,10 +6,11 @@
 #include <charconv>
 #include <optional>
 
+#include "tools/collector/CertificateDownload.h"
 #include "tools/collector/EmbeddedFiles.h"
 #include "tools/collector/Encoding.h"
 #include "tools/collector/PageFiles.h"
-#include "tools/collector/Profile.h"
+#include "tools/collector/PagePassword.h"
 #include "tools/collector/RecordDocument.h"
 #include "tools/collector/Refusal.h"
 
@@ -100,10 +101,11 @@ std::vector<std::pair<std::string, std::string>> PageService::routes() {
   return routes;
 }
 
-PageService::PageService(Store &store, Faults &faults, CollectorStatus status)
+PageService::PageService(Store &store, Faults &faults, CollectorStatus status, PageAccess access)
     : store_(store),
       faults_(faults),
       status_(std::move(status)),
+      access_(std::move(access)),
       started_(millisecondsNow()),
       token_(randomHexadecimal(tokenSize)) {}
 
@@ -116,7 +118,13 @@ PageAnswer PageService::answer(const PageRequest &request, Feed::Time now) {
 }
 
 PageAnswer PageService::answerOrThrow(const PageRequest &request, Feed::Time now) {
-  checkWhereFrom(request, port_);
+  checkWhereFrom(request, port_, access_.names);
+  if (isPasswordMissing(request)) {
+    PageAnswer answer =
+        pageRefusal(401, "the page needs the password that kx-collector has printed at its start");
+    answer.fields.emplace_back("WWW-Authenticate", "Basic realm=\"kx-collector\", charset=\"UTF-8\"");
+    return answer;
+  }
   const std::string_view path = pathOf(request.target);
   const std::string method = request.method == "HEAD" ? "GET" : request.method;
   std::string allowed;
@@ -264,7 +272,7 @@ PageAnswer PageService::profile(const PageRequest &, Query &query, std::uint64_t
   if (status_.caCertificate.empty()) throw Refusal(404, "the collector has no authority of its own");
   PageAnswer answer;
   answer.mediaType = "application/x-apple-aspen-config";
-  answer.body = profileOf(status_.caCertificate);
+  answer.body = CertificateDownload(status_.caCertificate).find(CertificateDownload::profilePath)->body;
   return answer;
 }
 
@@ -273,6 +281,10 @@ void PageService::checkToken(const PageRequest &request) const {
   const bool isRight =
       given.size() == token_.size() && CRYPTO_memcmp(given.data(), token_.data(), token_.size()) == 0;
   if (!isRight) throw Refusal(403, "the header X-Page-Token must be the one that is in the page");
+}
+
+bool PageService::isPasswordMissing(const PageRequest &request) const {
+  return access_.password && !isAuthorized(request.value("Authorization").value_or(""), *access_.password);
 }
 
 PageAnswer PageService::file(std::string_view path) const {

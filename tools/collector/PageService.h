@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -32,12 +33,20 @@ struct CollectorStatus {
   std::vector<std::string> nextSteps;  ///< lines for the developer of a host
 };
 
+/// Who may see the page.
+struct PageAccess {
+  /// By which names it may be called besides those of loopback; IPv6 addresses in brackets.
+  std::vector<std::string> names;
+  /// What browsers have to ask for (HTTP Basic, any user); absent for nothing.
+  std::optional<std::string> password;
+};
+
 /// The page, and what it and the tests of hosts ask, without a network: files, REST, server-sent events.
 ///
 /// To be used by one thread at a time.
 class PageService {
  public:
-  PageService(Store &store, Faults &faults, CollectorStatus status);
+  PageService(Store &store, Faults &faults, CollectorStatus status, PageAccess access = {});
 
   /// What the header field X-Page-Token of requests has to be that set switches.
   const std::string &token() const { return token_; }
@@ -77,12 +86,14 @@ class PageService {
   PageAnswer profile(const PageRequest &, Query &, std::uint64_t, Feed::Time);
 
   void checkToken(const PageRequest &request) const;
+  bool isPasswordMissing(const PageRequest &request) const;
   /// Throws a Refusal with status 404 when there is none.
   PageAnswer file(std::string_view path) const;
 
   Store &store_;
   Faults &faults_;
   const CollectorStatus status_;
+  const PageAccess access_;
   const std::int64_t started_;
   const std::string token_;
   std::uint16_t port_ = 0;

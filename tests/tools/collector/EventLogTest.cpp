@@ -85,6 +85,14 @@ TEST_F(PrettyEventLogTest, ALoginIsPrintedWithItsPartsAndTheTokenThatItGets) {
   EXPECT_THAT(output.str(), HasSubstr("          (access token)  0123abcd\n"));
 }
 
+TEST_F(PrettyEventLogTest, ACertificateThatIsFetchedIsPrintedAsSuch) {
+  const Download download{"a/type", "body"};
+  Answer answer;
+  answer.download = &download;
+  log.received("c", Request{"GET", "/ca", {}, ""}, answer);
+  EXPECT_THAT(output.str(), HasSubstr("request from c: the certificate was fetched (a/type)\n"));
+}
+
 TEST_F(PrettyEventLogTest, ARefusalIsPrintedWithItsReason) {
   log.received("c", Request{"GET", "/", {}, ""}, refusedRequest());
   EXPECT_THAT(output.str(), HasSubstr("request from c: answered 404: there is no endpoint \"/\"\n"));
@@ -115,6 +123,19 @@ TEST_F(PrettyEventLogTest, NoClientCanSendControlCharactersToTheTerminal) {
   log.received("c", messageRequest("t"), answer);
   EXPECT_THAT(output.str(), Not(HasSubstr("\x1B")));
   EXPECT_THAT(output.str(), HasSubstr(R"(\u001b[31m  "\u001b[0m\u009b\n")"));
+}
+
+TEST_F(PrettyEventLogTest, NoClientCanReorderOrBreakLinesOfTheTerminal) {
+  Answer answer = acceptedMessage();
+  answer.document = Document::parse(R"([{"a\u202e":"b\u2066","c":{"\u2028":["\u2029"]}}])");
+  log.received("c", messageRequest("t"), answer);
+  EXPECT_THAT(output.str(), HasSubstr(R"(a\u202e   "b\u2066")"));
+  EXPECT_THAT(output.str(), HasSubstr(R"(c.\u2028  ["\u2029"])"));
+}
+
+TEST_F(PrettyEventLogTest, TellsWhatIsMissing) {
+  EXPECT_EQ(PrettyEventLog::leftOut(1), "(left out, since the reader of this paused: 1 event)\n\n");
+  EXPECT_EQ(PrettyEventLog::leftOut(2), "(left out, since the reader of this paused: 2 events)\n\n");
 }
 
 TEST_F(PrettyEventLogTest, ColoursAreForTerminals) {
@@ -202,6 +223,10 @@ TEST_F(JSONEventLogTest, AFailedConnectionIsOneLine) {
   EXPECT_EQ(event().value("event", ""), "connection");
   EXPECT_EQ(event().value("client", ""), "c");
   EXPECT_EQ(event().value("reason", ""), "no TLS handshake");
+}
+
+TEST_F(JSONEventLogTest, TellsWhatIsMissing) {
+  EXPECT_EQ(JSONEventLog::leftOut(3), "{\"event\":\"leftOut\",\"count\":3}\n");
 }
 
 TEST_F(JSONEventLogTest, ALineIsPlainASCII) {

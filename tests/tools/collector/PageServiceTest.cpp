@@ -1,5 +1,3 @@
-#include "tools/collector/PageService.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,6 +8,7 @@
 #include "tools/collector/Document.h"
 #include "tools/collector/EmbeddedFiles.h"
 #include "tools/collector/PageFiles.h"
+#include "tools/collector/PageService.h"
 #include "tools/collector/Recorder.h"
 #include "tools/collector/Refusal.h"
 
