@@ -15,6 +15,7 @@ import tempfile
 import time
 
 import surroundings
+from door import DOOR, door, inherited_door, open_door
 from programs import APPLICATION, Collector, Host, ProgramError, ends_with_this_process
 from story import plain_story, whole_story
 from telling import Teller
@@ -28,6 +29,7 @@ def parse_arguments():
     parser = argparse.ArgumentParser(description="Started by script/demo; see script/demo --help.", allow_abbrev=False)
     parser.add_argument("--seconds", type=int)
     parser.add_argument("--plain", action="store_true")
+    parser.add_argument("--open", action="store_true")
     arguments = parser.parse_args()
     if arguments.seconds is None:
         arguments.seconds = 14 if arguments.plain else 23
@@ -46,6 +48,14 @@ def play(story, seconds, collector, teller):
     teller.tell_events(collector.events_until(start + seconds))
 
 
+def stay_open(collector, teller):
+    """Everything goes on, until this process is told to end."""
+    teller.say(f"Everything goes on, and {collector.page} shows it, until Ctrl-C.")
+    while collector.process.poll() is None:
+        teller.tell_events(collector.events_until(time.monotonic() + 1))
+    raise ProgramError("kx-collector has ended")
+
+
 def play_inside(arguments, folder):
     """The whole of it. True when there was a message."""
     teller = Teller()
@@ -56,12 +66,19 @@ def play_inside(arguments, folder):
         else:
             teller.say("An emulated modem, a simulated drive and a network of its own come up for the device ...")
             device = stack.enter_context(surroundings.Surroundings(APPLICATION, folder))
-        collector = stack.enter_context(Collector(folder))
-        teller.say(f"A collection service listens on https://{collector.address}.")
+        outside = inherited_door()
+        page_port = outside.getsockname()[1] if outside else None
+        collector = stack.enter_context(Collector(folder, page_port))
+        if outside:
+            open_door(outside, page_port)
+        teller.say(f"A collection service listens on https://{collector.address}. Look at {collector.page} in a browser.")
         host = stack.enter_context(Host(collector, device and device.environment))
         teller.say("A host application has made the library's one call:")
         teller.say('    kx::KXPublisher::sharedInstanceWithApiToken("demo", "%s");' % collector.address)
         play(plain_story(host) if device is None else whole_story(host, device), arguments.seconds, collector, teller)
+        if arguments.open:
+            teller.tell_summary()
+            stay_open(collector, teller)
         host.quit()
         teller.tell_events(collector.events_until(time.monotonic() + 0.2))
     teller.tell_summary()
@@ -70,16 +87,21 @@ def play_inside(arguments, folder):
 
 def play_below(arguments):
     """Starts the process that plays. Its exit code."""
-    command = [sys.executable, __file__, "--seconds", str(arguments.seconds)]
+    command = [sys.executable, __file__, "--seconds", str(arguments.seconds), *(["--open"] if arguments.open else [])]
+    environment = dict(os.environ)
+    outside = None
     if arguments.plain:
         folder = tempfile.mkdtemp(prefix="kx-demo-")
         # Asked to end, so that it takes its folder along.
         command = ends_with_this_process("TERM", [*command, "--plain"])
     else:
         folder = surroundings.FOLDER
+        outside = door()
+        environment[DOOR] = str(outside.fileno())
         command = ends_with_this_process("KILL", ["/usr/bin/unshare", *surroundings.namespaces(), *command])
     try:
-        return subprocess.call(command, env=dict(os.environ, **{INSIDE: folder}))
+        return subprocess.call(command, env=dict(environment, **{INSIDE: folder}),
+                               pass_fds=[] if outside is None else [outside.fileno()])
     finally:
         if arguments.plain:
             shutil.rmtree(folder, ignore_errors=True)

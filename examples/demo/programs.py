@@ -53,8 +53,9 @@ class Program:
 class Collector(Program):
     """The collection service, with a certificate authority of its own that nobody else trusts."""
 
-    def __init__(self, folder):
-        super().__init__(os.path.join(PROGRAMS, "kx-collector"), "--json", "--port", "0",
+    def __init__(self, folder, page_port=None):
+        where = [] if page_port is None else ["--page-port", str(page_port)]
+        super().__init__(os.path.join(PROGRAMS, "kx-collector"), "--json", "--port", "0", *where,
                          "--directory", os.path.join(folder, "collector"), stdout=subprocess.PIPE)
         self.events = queue.Queue()
         threading.Thread(target=self._read, daemon=True).start()
@@ -63,6 +64,7 @@ class Collector(Program):
             raise ProgramError("kx-collector does not listen")
         self.address = f"{listening['address']}:{listening['port']}"
         self.ca_file = listening["caFile"]
+        self.page = listening["page"] + "/"
 
     def _read(self):
         for line in self.process.stdout:

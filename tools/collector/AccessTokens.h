@@ -22,6 +22,12 @@ class AccessTokens {
   /// A new random token, 32 hexadecimal digits.
   std::string issue(Time now);
 
+  /// One that is not known here.
+  static std::string unknownToken();
+
+  /// That token is not good any more.
+  void forget(std::string_view token);
+
   /// Whether that token was given out, has not expired and has not been forgotten.
   bool accept(std::string_view token, Time now) const;
 

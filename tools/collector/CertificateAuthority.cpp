@@ -8,6 +8,8 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <cstddef>
+#include <ctime>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -54,7 +56,6 @@ void require(int result, const std::string &task) {
 using std::chrono::hours;
 using std::chrono::system_clock;
 
-constexpr hours authorityLifetime{24 * 3652};
 // Clocks of other machines may be a little behind.
 constexpr hours clockTolerance{1};
 constexpr int serialNumberBits = 159;  // positive, and 20 octets at the most
@@ -166,11 +167,10 @@ void sign(X509 *certificate, EVP_PKEY *key) {
 
 }  // namespace
 
-CertificateAuthority::CertificateAuthority(const std::string &commonName) {
+CertificateAuthority::CertificateAuthority(const std::string &commonName, std::chrono::seconds lifetime) {
   const auto now = system_clock::now();
   const auto key = newKey();
-  const auto certificate =
-      unsignedCertificate(key.get(), commonName, now - clockTolerance, now + authorityLifetime);
+  const auto certificate = unsignedCertificate(key.get(), commonName, now - clockTolerance, now + lifetime);
   X509 *const self = certificate.get();
   require(X509_set_issuer_name(self, X509_get_subject_name(self)), "set the issuer");
   addExtension(self, self, NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
@@ -187,6 +187,13 @@ CertificateAuthority::CertificateAuthority(PemCertificate existing) : own_(std::
   if (X509_check_ca(certificate.get()) != 1) {
     throw std::runtime_error("Cannot use this certificate: it is not one of a certificate authority");
   }
+}
+
+system_clock::time_point CertificateAuthority::expiry() const {
+  std::tm utc{};
+  require(ASN1_TIME_to_tm(X509_get0_notAfter(certificateFrom(own_.certificate).get()), &utc),
+          "read when the certificate expires");
+  return system_clock::from_time_t(timegm(&utc));
 }
 
 PemCertificate CertificateAuthority::issue(const std::vector<std::string> &namesOrAddresses,
@@ -209,6 +216,14 @@ PemCertificate CertificateAuthority::issue(const std::vector<std::string> &names
   addAlternativeNames(server, namesOrAddresses);
   sign(server, authorityKey.get());
   return pemOf(server, key.get());
+}
+
+std::vector<unsigned char> certificateBytes(const std::string &certificatePem) {
+  const auto certificate = certificateFrom(certificatePem);
+  std::vector<unsigned char> bytes(static_cast<std::size_t>(i2d_X509(certificate.get(), nullptr)));
+  unsigned char *end = bytes.data();
+  require(i2d_X509(certificate.get(), &end), "write a certificate");
+  return bytes;
 }
 
 }  // namespace kx::collector

@@ -18,8 +18,11 @@ struct PemCertificate {
 /// May be used from any thread. Everything that fails throws std::runtime_error with OpenSSL's reason.
 class CertificateAuthority {
  public:
-  /// A new authority of that name, valid for ten years from now.
-  explicit CertificateAuthority(const std::string &commonName);
+  static constexpr std::chrono::hours defaultLifetime{24 * 3652};  // ten years
+
+  /// A new authority of that name, valid from now on.
+  explicit CertificateAuthority(const std::string &commonName,
+                                std::chrono::seconds lifetime = defaultLifetime);
 
   /// The authority that was made earlier. Throws when either PEM text cannot be read, when they do not belong
   /// together, or when the certificate is not one of an authority.
@@ -27,6 +30,9 @@ class CertificateAuthority {
 
   /// Its own certificate, which clients have to trust, and its private key.
   const PemCertificate &certificate() const { return own_; }
+
+  /// The last second in which its certificate is valid.
+  std::chrono::system_clock::time_point expiry() const;
 
   /// A server's certificate, with a new key, for the given host names, IPv4 and IPv6 addresses. The first of
   /// them is its common name too, which is 64 characters long at the most. Both times are inclusive, cut to
@@ -38,5 +44,8 @@ class CertificateAuthority {
  private:
   PemCertificate own_;
 };
+
+/// The certificate in a PEM text as it is signed, in DER. Throws std::runtime_error when there is none.
+std::vector<unsigned char> certificateBytes(const std::string &certificatePem);
 
 }  // namespace kx::collector

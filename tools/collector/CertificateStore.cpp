@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace kx::collector {
 
@@ -29,8 +31,8 @@ class File {
   ~File() {
     if (descriptor_ >= 0) close(descriptor_);
   }
-  File(const File &) = delete;
-  File &operator=(const File &) = delete;
+  File(File &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  File &operator=(File &&) = delete;
 
   int descriptor() const { return descriptor_; }
 
@@ -44,7 +46,7 @@ class File {
   }
 
  private:
-  const int descriptor_;
+  int descriptor_;
 };
 
 /// The file is there whole, with that mode, or not at all.
@@ -62,7 +64,25 @@ void writeFile(const fs::path &file, const std::string &text, mode_t mode) {
   }
 }
 
+/// Keeps other collectors away from that directory, which is made when it is missing.
+File locked(const fs::path &directory) {
+  fs::create_directories(directory);
+  File lock(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (lock.descriptor() < 0 || flock(lock.descriptor(), LOCK_EX) != 0) throwSystemError("lock", directory);
+  return lock;
+}
+
+constexpr const char *advice =
+    "\nTo have a new one made, which devices have to be told to trust, start once with --new-ca.";
+
 }  // namespace
+
+void refuseToShare(const fs::path &file) {
+  struct stat status {};
+  if (stat(file.c_str(), &status) != 0) throwSystemError("read", file);
+  if ((status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
+  throw std::runtime_error("Others than its owner may read or change " + file.string());
+}
 
 std::string contentOf(const fs::path &file) {
   errno = 0;
@@ -84,13 +104,38 @@ fs::path CertificateStore::defaultDirectory() {
 }
 
 CertificateAuthority CertificateStore::authority() const {
-  fs::create_directories(directory_);
-  const File lock(open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (lock.descriptor() < 0 || flock(lock.descriptor(), LOCK_EX) != 0) throwSystemError("lock", directory_);
+  const File lock = locked(directory_);
+  return fs::exists(authorityFile()) ? existing() : made();
+}
 
-  if (fs::exists(authorityFile())) {
-    return CertificateAuthority(PemCertificate{contentOf(authorityFile()), contentOf(authorityKeyFile())});
+CertificateAuthority CertificateStore::newAuthority() const {
+  const File lock = locked(directory_);
+  return made();
+}
+
+CertificateAuthority CertificateStore::existing() const {
+  if (!fs::exists(authorityKeyFile())) {
+    throw std::runtime_error(
+        "The private key of the certificate authority is missing: " + authorityKeyFile().string() + advice);
   }
+  try {
+    refuseToShare(authorityKeyFile());
+  } catch (const std::runtime_error &error) {
+    throw std::runtime_error(error.what() + std::string(advice) +
+                             "\nWhen you are sure that nobody has read it: chmod 600 " +
+                             authorityKeyFile().string());
+  }
+  const PemCertificate kept{contentOf(authorityFile()), contentOf(authorityKeyFile())};
+  try {
+    CertificateAuthority authority(kept);
+    if (authority.expiry() >= std::chrono::system_clock::now()) return authority;
+  } catch (const std::runtime_error &error) {
+    throw std::runtime_error(error.what() + (" (" + authorityFile().string() + ")") + advice);
+  }
+  throw std::runtime_error("The certificate authority has expired: " + authorityFile().string() + advice);
+}
+
+CertificateAuthority CertificateStore::made() const {
   CertificateAuthority authority("kx-collector development CA");
   writeFile(authorityKeyFile(), authority.certificate().privateKey, 0600);
   // Last, since it stands for both.

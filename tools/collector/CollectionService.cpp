@@ -2,6 +2,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+
 #include "tools/collector/DocumentRules.h"
 #include "tools/collector/GzipMember.h"
 #include "tools/collector/Refusal.h"
@@ -11,6 +13,9 @@ namespace kx::collector {
 namespace {
 
 constexpr std::string_view bearer = "Bearer ";
+constexpr const char *unknownTokenReason = "the access token is unknown or has expired";
+constexpr std::size_t maximumOffendingBytes = 1000;
+constexpr const char *toldTo = "told to answer so";
 
 Endpoint endpointFor(const std::string &target) {
   if (target == CollectionService::loginPath) return Endpoint::login;
@@ -27,6 +32,67 @@ void checkField(const Request &request, const std::string &name, const std::stri
   }
 }
 
+/// In the text that the refusal is about.
+std::optional<OffendingBytes> offendingBytes(const Subject &subject, const std::string &text) {
+  Span span = subject.bytes;
+  if (subject.part == Subject::Part::none) return std::nullopt;
+  if (subject.part != Subject::Part::bytes) {
+    const auto place = placeOf(text, subject.outer, subject.key);
+    if (!place) return std::nullopt;
+    span = subject.part == Subject::Part::key ? place->key : place->value;
+  }
+  return OffendingBytes{span.offset, text.substr(span.offset, std::min(span.length, maximumOffendingBytes))};
+}
+
+/// Of a request that has passed the checks.
+std::string tokenIn(const Request &request) {
+  const auto values = request.values("Authorization");
+  return values.empty() ? "" : values.front().substr(std::min(bearer.size(), values.front().size()));
+}
+
+/// The "ifa" of a message, as far as it could be read.
+std::optional<std::string> deviceIn(const Answer &answer) {
+  const bool isMessage = answer.endpoint == Endpoint::message && answer.document &&
+                         answer.document->is_array() && !answer.document->empty();
+  if (!isMessage || !answer.document->front().is_object()) return std::nullopt;
+  const auto found = answer.document->front().find("ifa");
+  if (found == answer.document->front().end() || !found->is_string()) return std::nullopt;
+  return found->get<std::string>();
+}
+
+/// A refusal stays what it is; when and whether its answer goes out is another matter.
+bool actsOn(Fault::Action action, const Answer &answer) {
+  const bool changesAnswer =
+      action == Fault::Action::status || action == Fault::Action::expire || action == Fault::Action::refuse;
+  return answer.reason.empty() || !changesAnswer;
+}
+
+std::string secondsText(std::chrono::milliseconds time) {
+  return printable(static_cast<double>(time.count()) / 1000) + " s";
+}
+
+void addFaults(Fault::Endpoint endpoint, const EndpointFaults &settings, Faults &faults) {
+  Fault fault;
+  fault.endpoint = endpoint;
+  if (settings.status) {
+    fault.status = *settings.status;
+    fault.count = settings.statusCount;
+    faults.add(fault);
+  }
+  fault.status = 0;
+  fault.count.reset();
+  if (settings.delay.count() > 0) {
+    fault.action = Fault::Action::delay;
+    fault.time = settings.delay;
+    faults.add(fault);
+  }
+  fault.time = {};
+  if (settings.drop) {
+    fault.action = Fault::Action::drop;
+    faults.add(fault);
+  }
+}
+
 }  // namespace
 
 std::vector<std::string> Request::values(std::string_view name) const {
@@ -39,10 +105,30 @@ std::vector<std::string> Request::values(std::string_view name) const {
   return found;
 }
 
+HeaderFields Answer::fields() const {
+  HeaderFields fields;
+  if (status == 405) fields.emplace_back("Allow", "POST");
+  if (accessToken) fields.emplace_back("set-authorization", *accessToken);
+  if (!location.empty()) fields.emplace_back("Location", location);
+  if (!reason.empty()) fields.emplace_back("Content-Type", "text/plain; charset=utf-8");
+  if (download != nullptr) {
+    fields.emplace_back("Content-Type", download->contentType);
+    fields.emplace_back("Content-Security-Policy",
+                        "default-src 'none'; base-uri 'none'; frame-ancestors 'none'");
+    fields.emplace_back("X-Content-Type-Options", "nosniff");
+    fields.emplace_back("Cache-Control", "no-store");
+  }
+  return fields;
+}
+
 CollectionService::CollectionService(CollectionServiceSettings settings)
-    : settings_(settings), tokens_(settings.maximumTokens, settings.tokenLifetime) {}
+    : settings_(settings), tokens_(settings.maximumTokens, settings.tokenLifetime) {
+  addFaults(Fault::Endpoint::login, settings_.login, faults_);
+  addFaults(Fault::Endpoint::message, settings_.message, faults_);
+}
 
 Answer CollectionService::receive(const Request &request, std::chrono::steady_clock::time_point now) {
+  const auto begin = std::chrono::steady_clock::now();
   Answer answer;
   answer.endpoint = endpointFor(request.target);
   try {
@@ -50,17 +136,29 @@ Answer CollectionService::receive(const Request &request, std::chrono::steady_cl
   } catch (const Refusal &refusal) {
     answer.status = refusal.status();
     answer.reason = refusal.what();
+    answer.offending = offendingBytes(refusal.subject(), answer.text ? *answer.text : request.body);
   }
-  if (const EndpointFaults *faults = faultsOf(answer.endpoint)) {
-    answer.delay = faults->delay;
-    answer.drop = faults->drop;
+  applyFaults(request, answer);
+  const bool isAccepted = answer.reason.empty();
+  if (isAccepted && answer.endpoint == Endpoint::login && !answer.drop && !answer.accessToken) {
+    answer.accessToken = tokens_.issue(now);
   }
+  if (isAccepted && answer.endpoint == Endpoint::message) {
+    const Document &message = answer.document->front();
+    answer.warnings = warnings_.about(message, std::chrono::system_clock::now());
+    warnings_.remember(message["id"].get_ref<const std::string &>());
+  }
+  answer.workTime =
+      std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
   return answer;
 }
 
 void CollectionService::accept(const Request &request, std::chrono::steady_clock::time_point now,
                                Answer &answer) {
   if (answer.endpoint == Endpoint::unknown) {
+    if (request.method == "GET" && settings_.download)
+      answer.download = settings_.download->find(request.target);
+    if (answer.download != nullptr) return;
     throw Refusal(404, "there is no endpoint " + quote(request.target) + ", only \"" + loginPath +
                            "\" and \"" + messagePath + "\"");
   }
@@ -73,21 +171,64 @@ void CollectionService::accept(const Request &request, std::chrono::steady_clock
   if (request.body.size() > settings_.maximumBodySize) {
     throw Refusal(413, "the body has more than " + std::to_string(settings_.maximumBodySize) + " bytes");
   }
-  answer.document = parseDocument(unpackGzipMember(request.body, settings_.maximumBodySize));
+  answer.text = unpackGzipMember(request.body, settings_.maximumBodySize);
+  answer.document = parseDocument(*answer.text);
   if (answer.endpoint == Endpoint::login) {
     checkLoginDocument(*answer.document);
   } else {
     checkMessageDocument(*answer.document);
   }
+}
 
-  EndpointFaults &faults = *faultsOf(answer.endpoint);
-  if (faults.status && faults.statusCount != 0u) {
-    if (faults.statusCount) --*faults.statusCount;
-    answer.status = *faults.status;
-    answer.reason = "told to answer so";
-  } else if (answer.endpoint == Endpoint::login && !faults.drop) {
-    answer.accessToken = tokens_.issue(now);
+void CollectionService::applyFaults(const Request &request, Answer &answer) {
+  if (answer.endpoint == Endpoint::unknown) return;
+  const auto endpoint =
+      answer.endpoint == Endpoint::login ? Fault::Endpoint::login : Fault::Endpoint::message;
+  for (const Fault &fault : faults_.matching(endpoint, deviceIn(answer))) {
+    if (actsOn(fault.action, answer) && faults_.use(fault.id)) applyFault(fault, request, answer);
   }
+}
+
+void CollectionService::applyFault(const Fault &fault, const Request &request, Answer &answer) {
+  const bool isLogin = answer.endpoint == Endpoint::login;
+  std::string done;
+  switch (fault.action) {
+    case Fault::Action::status:
+      answer.status = fault.status;
+      answer.reason = toldTo;
+      answer.location = fault.location.value_or("");
+      done = "answered " + std::to_string(fault.status);
+      break;
+    case Fault::Action::delay:
+      answer.delay += fault.time;
+      done = "held the answer back for " + secondsText(fault.time);
+      break;
+    case Fault::Action::drop:
+      answer.drop = true;
+      done = "dropped the connection";
+      break;
+    case Fault::Action::stall:
+      answer.stall = fault.time;
+      done = "stalled half-way for " + secondsText(fault.time);
+      break;
+    case Fault::Action::expire:
+      if (isLogin) {
+        answer.accessToken = AccessTokens::unknownToken();
+        done = "gave out a token that is not good";
+        break;
+      }
+      tokens_.forget(tokenIn(request));
+      answer.status = 403;
+      answer.reason = unknownTokenReason;
+      done = "let the token expire";
+      break;
+    case Fault::Action::refuse:
+      answer.status = 403;
+      answer.reason = isLogin ? toldTo : unknownTokenReason;
+      done = isLogin ? "refused the login" : "refused the token";
+      break;
+  }
+  answer.fault += (answer.fault.empty() ? "" : ", ") + done;
 }
 
 void CollectionService::checkAuthorization(const Request &request, Endpoint endpoint,
@@ -104,20 +245,8 @@ void CollectionService::checkAuthorization(const Request &request, Endpoint endp
     throw Refusal(403, "the header Authorization must be \"Bearer\", one blank and the access token");
   }
   if (!tokens_.accept(std::string_view(value).substr(bearer.size()), now)) {
-    throw Refusal(403, "the access token is unknown or has expired");
+    throw Refusal(403, unknownTokenReason);
   }
-}
-
-EndpointFaults *CollectionService::faultsOf(Endpoint endpoint) {
-  switch (endpoint) {
-    case Endpoint::login:
-      return &settings_.login;
-    case Endpoint::message:
-      return &settings_.message;
-    case Endpoint::unknown:
-      break;
-  }
-  return nullptr;
 }
 
 }  // namespace kx::collector

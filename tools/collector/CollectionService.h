@@ -9,7 +9,11 @@
 #include <vector>
 
 #include "tools/collector/AccessTokens.h"
+#include "tools/collector/CertificateDownload.h"
 #include "tools/collector/Document.h"
+#include "tools/collector/Faults.h"
+#include "tools/collector/Record.h"
+#include "tools/collector/Warnings.h"
 
 namespace kx::collector {
 
@@ -19,6 +23,8 @@ struct Request {
   std::string target;                                       ///< as sent: path and query
   std::vector<std::pair<std::string, std::string>> fields;  ///< name and value, repeated ones included
   std::string body;                                         ///< as sent, not unpacked
+  /// From the end of its header to its last byte.
+  std::chrono::microseconds receiveTime{0};
 
   /// The values of all header fields of that name, in any case of letters.
   std::vector<std::string> values(std::string_view name) const;
@@ -35,12 +41,31 @@ struct Answer {
   std::string reason;
   /// The access token that the answer to an accepted login carries.
   std::optional<std::string> accessToken;
-  /// What the body held, as far as it could be read.
+  /// What a browser fetches here, which the answer carries; it lives as long as the service. Null for
+  /// everything else.
+  const Download *download = nullptr;
+  /// The body unpacked, as far as that could be done, and what it held, as far as that could be read.
+  std::optional<std::string> text;
   std::optional<Document> document;
+  /// Which bytes of `text`, or of the body when that is absent, the reason is about.
+  std::optional<OffendingBytes> offending;
+  /// What is allowed and suspicious.
+  std::vector<std::string> warnings;
+  /// What fault switches did; empty if nothing.
+  std::string fault;
+  /// Where the answer sends the client instead; empty if nowhere.
+  std::string location;
+  /// How long it took to find all this.
+  std::chrono::microseconds workTime{0};
   /// How long to wait before answering.
   std::chrono::milliseconds delay{0};
   /// Close the connection instead of answering.
   bool drop = false;
+  /// Send half of the answer, and nothing more for that long; then close the connection.
+  std::optional<std::chrono::milliseconds> stall;
+
+  /// The header fields of the answer, without those of the connection.
+  HeaderFields fields() const;
 };
 
 /// How an endpoint misbehaves, for the tests of a client.
@@ -62,6 +87,8 @@ struct CollectionServiceSettings {
   std::optional<std::chrono::milliseconds> tokenLifetime;
   /// Of a body, packed and unpacked, in bytes.
   std::size_t maximumBodySize = std::size_t{1} << 20;
+  /// What browsers of devices may fetch here; absent for nothing.
+  std::optional<CertificateDownload> download;
   /// How many access tokens are good at the same time; a new one takes the place of the oldest.
   std::size_t maximumTokens = 1024;
 };
@@ -78,19 +105,28 @@ class CollectionService {
   explicit CollectionService(CollectionServiceSettings settings);
 
   std::size_t maximumBodySize() const { return settings_.maximumBodySize; }
+  /// The switches, those of the settings first. May be used on any thread.
+  Faults &faults() { return faults_; }
+  /// A message with that "id" was accepted, before this object was there.
+  void remember(const std::string &eventId) { warnings_.remember(eventId); }
 
   /// Takes a request. Throws only when there is no memory, or no random numbers, left.
   Answer receive(const Request &request, std::chrono::steady_clock::time_point now);
 
  private:
-  EndpointFaults *faultsOf(Endpoint endpoint);
   /// These throw a Refusal.
   void checkAuthorization(const Request &request, Endpoint endpoint,
                           std::chrono::steady_clock::time_point now) const;
   void accept(const Request &request, std::chrono::steady_clock::time_point now, Answer &answer);
 
-  CollectionServiceSettings settings_;
+  /// Lets the switches act that are on for such a request.
+  void applyFaults(const Request &request, Answer &answer);
+  void applyFault(const Fault &fault, const Request &request, Answer &answer);
+
+  const CollectionServiceSettings settings_;
   AccessTokens tokens_;
+  Warnings warnings_;
+  Faults faults_;
 };
 
 }  // namespace kx::collector

@@ -1,12 +1,15 @@
 #include "tools/collector/Connection.h"
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/write.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
 #include <optional>
 #include <sstream>
 #include <utility>
+
+#include "tools/collector/Framing.h"
 
 namespace kx::collector {
 
@@ -20,14 +23,8 @@ std::string text(beast::string_view view) {
   return std::string(view.data(), view.size());
 }
 
-/// "127.0.0.1:43210"
-std::string textOf(const net::ip::tcp::socket &socket) {
-  boost::system::error_code error;
-  const auto endpoint = socket.remote_endpoint(error);
-  if (error) return "a client that has gone";
-  std::ostringstream text;
-  text << endpoint;
-  return text.str();
+std::chrono::microseconds microsecondsSince(std::chrono::steady_clock::time_point begin) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
 }
 
 /// Neither does the answer to a HEAD request have a body, nor one with these statuses.
@@ -58,18 +55,25 @@ std::optional<Answer> answerTo(const boost::system::error_code &error, std::size
 }  // namespace
 
 Connection::Connection(net::ip::tcp::socket socket, net::ssl::context &tls, CollectionService &service,
-                       EventLog &log, const ServerLimits &limits, std::shared_ptr<void> slot)
+                       EventLog &log, const ServerLimits &limits)
     : stream_(std::move(socket), tls),
       service_(service),
       log_(log),
       limits_(limits),
-      slot_(std::move(slot)),
-      client_(textOf(stream_.next_layer())),
+      client_("a client that has gone"),
       deadline_(stream_.get_executor()),
-      delay_(stream_.get_executor()) {}
+      delay_(stream_.get_executor()) {
+  ErrorCode error;
+  const auto endpoint = stream_.next_layer().remote_endpoint(error);
+  if (error) return;
+  address_ = endpoint.address();
+  std::ostringstream text;
+  text << endpoint;
+  client_ = text.str();
+}
 
 void Connection::start() {
-  limitTime(limits_.timeout);
+  waitForClient(limits_.timeout);
   stream_.async_handshake(net::ssl::stream_base::server, [self = shared_from_this()](ErrorCode error) {
     if (error) return self->log_.failed(self->client_, "no TLS handshake: " + self->reasonFor(error));
     self->readRequest();
@@ -80,9 +84,30 @@ void Connection::readRequest() {
   parser_ = std::make_unique<Parser>();
   parser_->header_limit(limits_.maximumHeaderSize);
   parser_->body_limit(service_.maximumBodySize());
-  limitTime(limits_.timeout);
-  http::async_read(stream_, buffer_, *parser_,
-                   [self = shared_from_this()](ErrorCode error, std::size_t) { self->requestRead(error); });
+  waitForClient(limits_.timeout);
+  header_ = {};
+  http::async_read_header(
+      stream_, buffer_, *parser_,
+      [self = shared_from_this()](ErrorCode error, std::size_t) { self->headerRead(error); });
+}
+
+void Connection::headerRead(ErrorCode error) {
+  headerTime_ = std::chrono::steady_clock::now();
+  const auto &message = parser_->get();
+  header_ = {text(message.method_string()), text(message.target()), {}, {}, {}};
+  for (const auto &field : message)
+    header_.fields.emplace_back(text(field.name_string()), text(field.value()));
+  if (error) return requestFailed(error);
+  if (const auto refusal = framingRefusal(message)) {
+    Answer answer;
+    answer.status = refusal->status();
+    answer.reason = refusal->what();
+    log_.received(client_, header_, answer);
+    return respond(answer, /*keepAlive=*/false);
+  }
+  http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](ErrorCode failure, std::size_t) {
+    self->requestRead(failure);
+  });
 }
 
 void Connection::requestRead(ErrorCode error) {
@@ -102,10 +127,9 @@ void Connection::requestFailed(ErrorCode error) {
 }
 
 Request Connection::parsedRequest() {
-  auto &message = parser_->get();
-  Request request{text(message.method_string()), text(message.target()), {}, std::move(message.body())};
-  for (const auto &field : message)
-    request.fields.emplace_back(text(field.name_string()), text(field.value()));
+  Request request = std::move(header_);
+  request.body = std::move(parser_->get().body());
+  request.receiveTime = microsecondsSince(headerTime_);
   return request;
 }
 
@@ -113,38 +137,62 @@ void Connection::serve(const Request &request) {
   const Answer answer = service_.receive(request, std::chrono::steady_clock::now());
   log_.received(client_, request, answer);
   deadline_.cancel();
+  idleSince_.reset();
   delay_.expires_after(answer.delay);
   delay_.async_wait([self = shared_from_this(), answer](ErrorCode) {
     if (answer.drop) return self->close();
+    if (answer.stall) return self->stall(answer);
     self->respond(answer, self->parser_->keep_alive());
   });
 }
 
+void Connection::stall(const Answer &answer) {
+  prepare(answer, /*keepAlive=*/true);
+  std::ostringstream text;
+  text << response_;
+  half_ = text.str();
+  half_.resize(half_.size() / 2);
+  net::async_write(stream_, net::buffer(half_),
+                   [self = shared_from_this(), time = *answer.stall](ErrorCode error, std::size_t) {
+                     if (error) return;
+                     self->delay_.expires_after(time);
+                     self->delay_.async_wait([self](ErrorCode) { self->close(); });
+                   });
+}
+
 void Connection::respond(const Answer &answer, bool keepAlive) {
-  response_ = {};
-  response_.version(11);
-  response_.result(answer.status);
-  response_.keep_alive(keepAlive);
-  if (answer.status == 405) response_.set(http::field::allow, "POST");
-  if (answer.accessToken) response_.set("set-authorization", *answer.accessToken);
-  if (!answer.reason.empty() && mayHaveBody(parser_->get().method(), answer.status)) {
-    response_.set(http::field::content_type, "text/plain; charset=utf-8");
-    response_.body() = answer.reason + "\n";
-  }
-  response_.prepare_payload();
+  idleSince_.reset();
+  prepare(answer, keepAlive);
   limitTime(limits_.timeout);
+  answering_ = std::chrono::steady_clock::now();
   http::async_write(stream_, response_,
                     [self = shared_from_this()](ErrorCode error, std::size_t) { self->responded(error); });
 }
 
+void Connection::prepare(const Answer &answer, bool keepAlive) {
+  response_ = {};
+  response_.version(11);
+  response_.result(answer.status);
+  response_.keep_alive(keepAlive);
+  for (const auto &[name, value] : answer.fields()) response_.insert(name, value);
+  if (mayHaveBody(parser_->get().method(), answer.status)) {
+    if (!answer.reason.empty()) response_.body() = answer.reason + "\n";
+    if (answer.download != nullptr) response_.body() = answer.download->body;
+  } else {
+    response_.erase(http::field::content_type);
+  }
+  response_.prepare_payload();
+}
+
 void Connection::responded(ErrorCode error) {
   if (error) return log_.failed(client_, "the answer could not be sent: " + reasonFor(error));
+  log_.answered(client_, microsecondsSince(answering_));
   if (response_.keep_alive()) return readRequest();
   sayGoodbye();
 }
 
 void Connection::sayGoodbye() {
-  limitTime(limits_.lingering);
+  waitForClient(limits_.lingering);
   // It fails when the client is still sending. The farewell has been sent all the same.
   stream_.async_shutdown([self = shared_from_this()](ErrorCode) {
     ErrorCode ignored;
@@ -166,9 +214,19 @@ void Connection::limitTime(std::chrono::milliseconds time) {
     const auto self = weakly.lock();
     // It may have been set anew since it went off.
     if (error || self == nullptr || self->deadline_.expiry() > net::steady_timer::clock_type::now()) return;
-    self->isTooLate_ = true;
+    self->whyClosed_ = "it took too long";
     self->close();
   });
+}
+
+void Connection::waitForClient(std::chrono::milliseconds time) {
+  idleSince_ = std::chrono::steady_clock::now();
+  limitTime(time);
+}
+
+void Connection::giveWay() {
+  whyClosed_ = "it was idle for longest when others needed its place";
+  close();
 }
 
 void Connection::close() {
@@ -177,7 +235,7 @@ void Connection::close() {
 }
 
 std::string Connection::reasonFor(ErrorCode error) const {
-  return isTooLate_ ? "it took too long" : error.message();
+  return whyClosed_.empty() ? error.message() : whyClosed_;
 }
 
 }  // namespace kx::collector

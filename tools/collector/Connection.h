@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream.hpp>
@@ -11,6 +12,7 @@
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "tools/collector/CollectionService.h"
@@ -23,22 +25,38 @@ namespace kx::collector {
 /// It lives as long as something of it is under way.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
-  /// `slot` is held for the connection's life.
+  using Time = std::chrono::steady_clock::time_point;
+
   Connection(boost::asio::ip::tcp::socket socket, boost::asio::ssl::context &tls, CollectionService &service,
-             EventLog &log, const ServerLimits &limits, std::shared_ptr<void> slot);
+             EventLog &log, const ServerLimits &limits);
 
   void start();
+
+  /// The client's address; with its port, as text.
+  const boost::asio::ip::address &address() const { return address_; }
+  const std::string &client() const { return client_; }
+
+  bool isOpen() const { return stream_.next_layer().is_open(); }
+  /// Since when it has been waiting for the client: for a handshake, a whole request, or the end. Absent
+  /// while the client is waiting for an answer.
+  std::optional<Time> idleSince() const { return idleSince_; }
+  /// Closes it, since others need its place.
+  void giveWay();
 
  private:
   using ErrorCode = boost::system::error_code;
   using Parser = boost::beast::http::request_parser<boost::beast::http::string_body>;
 
   void readRequest();
+  void headerRead(ErrorCode error);
   void requestRead(ErrorCode error);
   /// The request could not be read. Answers what can be answered, and ends the connection.
   void requestFailed(ErrorCode error);
   void serve(const Request &request);
   void respond(const Answer &answer, bool keepAlive);
+  /// Sends the first half of the answer, and lets the client wait for the rest.
+  void stall(const Answer &answer);
+  void prepare(const Answer &answer, bool keepAlive);
   void responded(ErrorCode error);
   void sayGoodbye();
   /// Reads on for a while: what is unread when the connection goes could cost the client its answer.
@@ -47,8 +65,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   /// Closes the connection when that time is over, unless another limit is set before. Beast's own timeouts
   /// let a client get away that always has sent something already.
   void limitTime(std::chrono::milliseconds time);
+  /// The same for what the client has to do.
+  void waitForClient(std::chrono::milliseconds time);
   void close();
   std::string reasonFor(ErrorCode error) const;
+  /// The request as far as it has been read. What a body in chunks has after its end ("trailers") does not
+  /// count as header fields.
   Request parsedRequest();
 
   /// Of what has been received and not been read as part of a request; has to hold a header, and one of the
@@ -59,13 +81,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
   CollectionService &service_;
   EventLog &log_;
   const ServerLimits limits_;
-  const std::shared_ptr<void> slot_;
-  const std::string client_;
+  boost::asio::ip::address address_;
+  std::string client_;
   boost::asio::steady_timer deadline_;
-  bool isTooLate_ = false;
+  std::string whyClosed_;  // by the server itself; otherwise empty
+  std::optional<Time> idleSince_;
+  std::chrono::steady_clock::time_point headerTime_;  // when the header of the request at hand had come
+  std::chrono::steady_clock::time_point answering_;   // since when its answer is being sent
   boost::beast::flat_buffer buffer_{maximumBufferSize};
   std::unique_ptr<Parser> parser_;  // of the request at hand
+  Request header_;                  // the same one's, without a body
   boost::beast::http::response<boost::beast::http::string_body> response_;
+  std::string half_;  // of an answer
   boost::asio::steady_timer delay_;
   std::array<char, 4096> discarded_;
 };

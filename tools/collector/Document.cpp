@@ -1,7 +1,10 @@
 #include "tools/collector/Document.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "tools/collector/Refusal.h"
@@ -42,48 +45,99 @@ class Watcher {
   std::vector<std::set<std::string>> keys_;  // of the objects that are open
 };
 
-/// JSON text has no control character below the blank; the others are written as JSON writes those.
-std::string escapeControlCharacters(const std::string &json) {
-  std::string escaped;
-  const auto escape = [&escaped](unsigned char character) {
-    char text[8];
-    std::snprintf(text, sizeof text, "\\u%04x", character);
-    escaped += text;
+/// What changes how the text around it is shown, or is not seen itself: a client could make one value look
+/// like another by it.
+bool isEscaped(char32_t character) {
+  struct Range {
+    char32_t first;
+    char32_t last;
   };
-  for (std::size_t at = 0; at < json.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(json[at]);
-    const auto next = static_cast<unsigned char>(at + 1 < json.size() ? json[at + 1] : 0);
-    if (byte == 0x7F) {
-      escape(byte);
-    } else if (byte == 0xC2 && next >= 0x80 && next <= 0x9F) {
-      escape(next);
-      ++at;
-    } else {
-      escaped += json[at];
-    }
+  static constexpr Range ranges[] = {
+      {0x7F, 0x9F},        // delete, C1 controls
+      {0xAD, 0xAD},        // soft hyphen
+      {0x61C, 0x61C},      // Arabic letter mark
+      {0x180E, 0x180E},    // Mongolian vowel separator
+      {0x200B, 0x200B},    // zero width space; the joiners beside it are letters' and emoji's own
+      {0x200E, 0x200F},    // left-to-right mark, right-to-left mark
+      {0x2028, 0x202E},    // line and paragraph separator, bidirectional embeddings and overrides
+      {0x2060, 0x206F},    // word joiner, invisible operators, bidirectional isolates, deprecated controls
+      {0xFEFF, 0xFEFF},    // byte order mark
+      {0xFFF9, 0xFFFB},    // interlinear annotations
+      {0xE0000, 0xE007F},  // tags
+  };
+  return std::any_of(std::begin(ranges), std::end(ranges), [character](const Range &range) {
+    return character >= range.first && character <= range.last;
+  });
+}
+
+/// The size in bytes of the character that begins with that byte, in valid UTF-8.
+std::size_t sizeOfCharacter(unsigned char first) {
+  if (first < 0x80) return 1;
+  if (first < 0xE0) return 2;
+  return first < 0xF0 ? 3 : 4;
+}
+
+char32_t characterOf(std::string_view utf8) {
+  if (utf8.size() == 1) return static_cast<unsigned char>(utf8.front());
+  char32_t character = static_cast<unsigned char>(utf8.front()) & (0x7FU >> utf8.size());
+  for (const char byte : utf8.substr(1))
+    character = character << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
+  return character;
+}
+
+/// As JSON writes it: characters beyond U+FFFF in two halves.
+std::string escaped(char32_t character) {
+  char text[16];
+  if (character <= 0xFFFF) {
+    std::snprintf(text, sizeof text, "\\u%04x", static_cast<unsigned>(character));
+  } else {
+    const auto offset = static_cast<unsigned>(character - 0x10000);
+    std::snprintf(text, sizeof text, "\\u%04x\\u%04x", 0xD800 + (offset >> 10), 0xDC00 + (offset & 0x3FF));
   }
-  return escaped;
+  return text;
+}
+
+/// JSON text, in valid UTF-8, has no control character below the blank; the others are written as JSON writes
+/// those.
+std::string escapeControlCharacters(std::string_view json) {
+  std::string text;
+  while (!json.empty()) {
+    const std::string_view next = json.substr(0, sizeOfCharacter(static_cast<unsigned char>(json.front())));
+    const char32_t character = characterOf(next);
+    text += isEscaped(character) ? escaped(character) : std::string(next);
+    json.remove_prefix(next.size());
+  }
+  return text;
 }
 
 std::string dump(const Document &value) {
   return escapeControlCharacters(value.dump(-1, ' ', false, Document::error_handler_t::replace));
 }
 
+[[noreturn]] void refuseText(const Document::exception &error, Subject subject) {
+  // The reason quotes what the client sent.
+  const std::string reason = quote(error.what());
+  throw Refusal(400, "the body is not JSON text: " + reason.substr(1, reason.size() - 2), std::move(subject));
+}
+
 }  // namespace
 
 Document parseDocument(const std::string &text) {
   if (text.compare(0, byteOrderMark.size(), byteOrderMark) == 0) {
-    throw Refusal(400, "the JSON text begins with a byte order mark");
+    throw Refusal(400, "the JSON text begins with a byte order mark",
+                  {Subject::Part::bytes, {0, byteOrderMark.size()}});
   }
   Watcher watcher;
   try {
     return Document::parse(text, [&watcher](int depth, Document::parse_event_t event, Document &parsed) {
       return watcher(depth, event, parsed);
     });
+  } catch (const Document::parse_error &error) {
+    // It counts from 1, to the last byte that it has read; that may be the end, which is no byte.
+    const std::size_t offset = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
+    refuseText(error, {Subject::Part::bytes, {offset, offset < text.size() ? 1u : 0u}});
   } catch (const Document::exception &error) {
-    // The reason quotes what the client sent.
-    const std::string reason = quote(error.what());
-    throw Refusal(400, "the body is not JSON text: " + reason.substr(1, reason.size() - 2));
+    refuseText(error, {});
   }
 }
 

@@ -14,7 +14,8 @@ using Document = nlohmann::ordered_json;
 Document parseDocument(const std::string &text);
 
 /// A value as JSON text that is safe to print on a terminal: whatever a client sends, no control character
-/// reaches it. Long ones are cut off, which "..." shows.
+/// reaches it, nor one that reorders, breaks or hides what stands beside it. Long ones are cut off, which
+/// "..." shows.
 std::string printable(const Document &value);
 
 /// The same for any text, UTF-8 or not, with quotation marks around it.

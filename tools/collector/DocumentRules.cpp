@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/collector/Refusal.h"
@@ -116,18 +117,35 @@ const std::vector<Rule> messageRules = {
     {"asn", Presence::optional, isText, "a text"},
 };
 
-[[noreturn]] void refuse(const std::string &reason) {
-  throw Refusal(400, reason);
+[[noreturn]] void refuse(const std::string &reason, Subject subject = {}) {
+  throw Refusal(400, reason, std::move(subject));
 }
 
-/// Every key known, of its type, and present if required. `path` stands before a key in the reason.
-void checkObject(const Document &object, const std::vector<Rule> &rules, const std::string &path = "") {
+const Rule *ruleFor(const std::string &key, const std::vector<Rule> &rules) {
+  const auto rule = std::find_if(rules.begin(), rules.end(),
+                                 [&key](const Rule &candidate) { return key == candidate.key; });
+  return rule == rules.end() ? nullptr : &*rule;
+}
+
+/// A key of a later library may hold anything that fits into a flat object.
+bool isAllowedWithoutRule(const std::string &key, const Document &value) {
+  return key != "carrierName" && !value.is_null() && !value.is_object();
+}
+
+/// Every key known, unless others are allowed, of its type, and present if required. `outer` is the object's
+/// own key.
+void checkObject(const Document &object, const std::vector<Rule> &rules, const std::string &outer = "",
+                 bool areOthersAllowed = false) {
+  const std::string path = outer.empty() ? "" : outer + ".";
   for (const auto &[key, value] : object.items()) {
-    const auto rule = std::find_if(rules.begin(), rules.end(),
-                                   [&key = key](const Rule &candidate) { return key == candidate.key; });
-    if (rule == rules.end()) refuse("unknown key " + quote(path + key));
+    const Rule *const rule = ruleFor(key, rules);
+    if (rule == nullptr) {
+      if (areOthersAllowed && isAllowedWithoutRule(key, value)) continue;
+      refuse("unknown key " + quote(path + key), {Subject::Part::key, {}, outer, key});
+    }
     if (!rule->holds(value)) {
-      refuse(quote(path + key) + " must be " + rule->expected + " and is " + printable(value));
+      refuse(quote(path + key) + " must be " + rule->expected + " and is " + printable(value),
+             {Subject::Part::value, {}, outer, key});
     }
   }
   for (const Rule &rule : rules) {
@@ -142,12 +160,13 @@ void checkObject(const Document &object, const std::vector<Rule> &rules, const s
 void checkLoginDocument(const Document &document) {
   if (!document.is_object()) refuse("the login document must be an object");
   checkObject(document, documentRules);
-  checkObject(document["header"], headerRules, "header.");
+  checkObject(document["header"], headerRules, "header");
   const Document &payload = document["payload"];
-  checkObject(payload, payloadRules, "payload.");
+  checkObject(payload, payloadRules, "payload");
   if (payload["aud"][0] != payload["iss"]) {
     refuse(R"("payload.aud" must hold the text of "payload.iss", )" + printable(payload["iss"]) +
-           ", and holds " + printable(payload["aud"][0]));
+               ", and holds " + printable(payload["aud"][0]),
+           {Subject::Part::value, {}, "payload", "aud"});
   }
 }
 
@@ -157,7 +176,11 @@ void checkMessageDocument(const Document &document) {
     refuse("the array must hold exactly one message and holds " + std::to_string(document.size()));
   }
   if (!document[0].is_object()) refuse("the message must be an object");
-  checkObject(document[0], messageRules);
+  checkObject(document[0], messageRules, "", /*areOthersAllowed=*/true);
+}
+
+bool isMessageKey(const std::string &key) {
+  return ruleFor(key, messageRules) != nullptr;
 }
 
 }  // namespace kx::collector

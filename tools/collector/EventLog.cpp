@@ -6,6 +6,8 @@
 #include <ctime>
 #include <vector>
 
+#include "tools/collector/RecordDocument.h"
+
 namespace kx::collector {
 
 namespace {
@@ -53,6 +55,7 @@ const char *nameOf(Endpoint endpoint) {
 }
 
 std::string outcomeText(const Answer &answer) {
+  if (answer.download != nullptr) return "the certificate was fetched (" + answer.download->contentType + ")";
   const bool refused = !answer.reason.empty();
   std::string text = refused ? "answered " : "accepted, ";
   text += std::to_string(answer.status) + (refused ? ": " + answer.reason : "");
@@ -86,14 +89,31 @@ std::vector<Row> rowsOf(const Document &document) {
 
 }  // namespace
 
+std::string ListeningAddress::hostAndPort(const std::string &host, std::uint16_t number) {
+  const bool isIPv6 = host.find(':') != std::string::npos;
+  return (isIPv6 ? "[" + host + "]" : host) + ":" + std::to_string(number);
+}
+
+std::string ListeningAddress::hostAndPort() const {
+  return hostAndPort(address, port);
+}
+
 std::string ListeningAddress::url() const {
-  const bool isIPv6 = address.find(':') != std::string::npos;
-  return "https://" + (isIPv6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+  return "https://" + hostAndPort();
+}
+
+std::string PrettyEventLog::leftOut(std::size_t count) {
+  return "(left out, since the reader of this paused: " + std::to_string(count) +
+         (count == 1 ? " event)\n\n" : " events)\n\n");
 }
 
 void PrettyEventLog::listening(const ListeningAddress &where) {
   output_ << "listening on " << where.url() << (where.isAuthority ? ", CA file " : ", certificate ")
           << where.trustedFile << std::endl;
+  if (!where.page.empty()) output_ << "see them arrive at " << where.page << "/" << std::endl;
+  if (!where.pagePassword.empty()) {
+    output_ << "the page's password, for any user name, is " << where.pagePassword << std::endl;
+  }
 }
 
 void PrettyEventLog::received(const std::string &client, const Request & /*request*/, const Answer &answer) {
@@ -122,12 +142,22 @@ void PrettyEventLog::printRow(const std::string &key, const std::string &value, 
   output_ << "          " << key << std::string(width - key.size() + 2, ' ') << value << "\n";
 }
 
+std::string JSONEventLog::leftOut(std::size_t count) {
+  return Document{{"event", "leftOut"}, {"count", count}}.dump() + "\n";
+}
+
 void JSONEventLog::listening(const ListeningAddress &where) {
-  print({{"event", "listening"},
-         {"url", where.url()},
-         {"address", where.address},
-         {"port", where.port},
-         {where.isAuthority ? "caFile" : "certificate", where.trustedFile}});
+  Document event = {{"event", "listening"},
+                    {"url", where.url()},
+                    {"address", where.address},
+                    {"port", where.port},
+                    {where.isAuthority ? "caFile" : "certificate", where.trustedFile}};
+  if (!where.page.empty()) {
+    event["page"] = where.page;
+    event["pageToken"] = where.pageToken;
+    if (!where.pagePassword.empty()) event["pagePassword"] = where.pagePassword;
+  }
+  print(event);
 }
 
 void JSONEventLog::received(const std::string &client, const Request &request, const Answer &answer) {
@@ -135,9 +165,16 @@ void JSONEventLog::received(const std::string &client, const Request &request, c
   if (answer.endpoint != Endpoint::unknown) event["endpoint"] = nameOf(answer.endpoint);
   event["method"] = request.method;
   event["target"] = request.target;
+  event["headerFields"] = documentOf(request.fields);
+  event["packedSize"] = request.body.size();
+  if (answer.text) event["unpackedSize"] = answer.text->size();
+  event["accepted"] = answer.reason.empty();
   event["status"] = answer.status;
   if (!answer.reason.empty()) event["reason"] = answer.reason;
+  if (!answer.warnings.empty()) event["warnings"] = answer.warnings;
+  if (!answer.fault.empty()) event["fault"] = answer.fault;
   if (answer.drop) event["dropped"] = true;
+  event["microseconds"] = {{"receive", request.receiveTime.count()}, {"work", answer.workTime.count()}};
   if (answer.accessToken) event["accessToken"] = *answer.accessToken;
   if (answer.document) event["document"] = *answer.document;
   print(event);

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "tools/collector/CollectionService.h"
 
@@ -10,13 +12,23 @@ namespace kx::collector {
 
 /// Where the collector listens, for its first line.
 struct ListeningAddress {
-  std::string address;
+  std::string address;  ///< one that it can be called by
   std::uint16_t port = 0;
   /// What clients have to trust: the file of the certificate authority, or of the certificate that was given.
   std::string trustedFile;
   bool isAuthority = true;
+  /// The page's address, and the token of requests that set its switches; empty if there is none.
+  std::string page = {};
+  std::string pageToken = {};
+  std::string pagePassword =
+      {};  ///< one that was made for it; empty if there is none, or the user has chosen it
+  std::vector<std::string> otherAddresses{};  ///< that it can be called by as well
 
-  /// "https://127.0.0.1:8443"; an IPv6 address stands in brackets.
+  /// What a URL has for that address and that port.
+  static std::string hostAndPort(const std::string &host, std::uint16_t number);
+  /// "127.0.0.1:8443"; an IPv6 address stands in brackets.
+  std::string hostAndPort() const;
+  /// "https://127.0.0.1:8443"
   std::string url() const;
 };
 
@@ -28,6 +40,8 @@ class EventLog {
   virtual void listening(const ListeningAddress &where) = 0;
   /// A whole request has arrived from `client`, an address with a port.
   virtual void received(const std::string &client, const Request &request, const Answer &answer) = 0;
+  /// The answer to the latest request of that client has gone out, and took that long.
+  virtual void answered(const std::string & /*client*/, std::chrono::microseconds /*time*/) {}
   /// A connection came to nothing.
   virtual void failed(const std::string &client, const std::string &reason) = 0;
 };
@@ -35,6 +49,9 @@ class EventLog {
 /// For people: what arrived, one aligned line a value.
 class PrettyEventLog : public EventLog {
  public:
+  /// What stands in the place of `count` events that the reader was too slow for.
+  static std::string leftOut(std::size_t count);
+
   PrettyEventLog(std::ostream &output, bool colours) : output_(output), colours_(colours) {}
 
   void listening(const ListeningAddress &where) override;
@@ -50,9 +67,11 @@ class PrettyEventLog : public EventLog {
 };
 
 /// For scripts: one line of JSON an event, with the member "event", which is "listening", "request" or
-/// "connection".
+/// "connection"; or "leftOut", in the place of "count" others that the reader was too slow for.
 class JSONEventLog : public EventLog {
  public:
+  static std::string leftOut(std::size_t count);
+
   explicit JSONEventLog(std::ostream &output) : output_(output) {}
 
   void listening(const ListeningAddress &where) override;

@@ -18,9 +18,10 @@ struct InflateEnd {
 };
 
 [[noreturn]] void refuse(int result, const z_stream &stream) {
-  if (result == Z_BUF_ERROR) throw Refusal(400, "the gzip member in the body is cut off");
+  const Subject here{Subject::Part::bytes, {stream.total_in, stream.avail_in == 0 ? 0u : 1u}};
+  if (result == Z_BUF_ERROR) throw Refusal(400, "the gzip member in the body is cut off", here);
   const std::string detail = stream.msg == nullptr ? "" : std::string(" (") + stream.msg + ")";
-  throw Refusal(400, "the body is not a gzip member" + detail);
+  throw Refusal(400, "the body is not a gzip member" + detail, here);
 }
 
 }  // namespace
@@ -48,7 +49,8 @@ std::string unpackGzipMember(const std::string &body, std::size_t maximumSize) {
   }
   if (stream.avail_in != 0) {
     throw Refusal(
-        400, "the gzip member in the body is followed by " + std::to_string(stream.avail_in) + " more bytes");
+        400, "the gzip member in the body is followed by " + std::to_string(stream.avail_in) + " more bytes",
+        {Subject::Part::bytes, {stream.total_in, stream.avail_in}});
   }
   return unpacked;
 }

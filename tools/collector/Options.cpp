@@ -16,6 +16,7 @@ namespace {
 
 constexpr double maximumSeconds = 86400.0;
 constexpr long maximumBodySize = 1L << 30;
+constexpr long maximumKeep = 100000000;
 
 /// False for what is not a number, too.
 bool isDuration(double seconds) {
@@ -36,6 +37,7 @@ po::options_description descriptions() {
       "where the certificate authority is kept ($XDG_STATE_HOME/kx-collector or "
       "~/.local/state/kx-collector); it "
       "is made on the first start");
+  add("new-ca", "make a new certificate authority first, in the place of the one that is kept");
   add("certificate", value("PEM"), "use this certificate, not one of the own authority");
   add("key", value("PEM"), "the private key of that certificate");
   add("login-status", value("N[:COUNT]"), "answer COUNT good logins (all) with status N instead");
@@ -46,8 +48,19 @@ po::options_description descriptions() {
   add("message-drop", "close the connection instead of answering a message");
   add("expire-tokens", value("SECONDS"), "refuse an access token, with 403, when it is that old");
   add("max-body", value("BYTES"), "refuse longer bodies, packed or unpacked (1048576)");
+  add("page-port", value("PORT"),
+      "show the page on this port (8080 or the next free one); 0 for any free one");
+  add("no-page", "show no page");
+  add("database", value("FILE"), "keep the requests in this file, over restarts (in memory)");
+  add("keep", value("N"), "keep the newest N requests (100000)");
+  add("page-address", value("ADDRESS"),
+      "show the page on this address (127.0.0.1); on any but loopback it asks for a password");
+  add("page-password-file", value("FILE"),
+      "the page's password is the first line of this file; without it, one is made and printed");
   add("json", "print one line of JSON for each event, for scripts");
-  add("help", "print this and exit");
+  add("quiet", "print only the first line, refusals and failures");
+  add("version", "print the version and exit");
+  add("help,h", "print this and exit");
   return described;
 }
 
@@ -89,6 +102,15 @@ class Given {
     faults.delay = seconds((endpoint + "-delay").c_str()).value_or(faults.delay);
     faults.drop = has((endpoint + "-drop").c_str());
     return faults;
+  }
+
+  /// An IPv4 or IPv6 address.
+  std::optional<std::string> address(const char *name) const {
+    const auto given = text(name);
+    boost::system::error_code error;
+    if (given) boost::asio::ip::make_address(*given, error);
+    if (error) refuse(name, "must be an IPv4 or IPv6 address");
+    return given;
   }
 
   [[noreturn]] void refuse(const std::string &name, const std::string &rule) const {
@@ -143,10 +165,9 @@ Options optionsFrom(int count, const char *const *arguments) {
   Options options;
   options.help = given.has("help");
   options.json = given.has("json");
-  options.address = given.text("address").value_or(options.address);
-  boost::system::error_code error;
-  boost::asio::ip::make_address(options.address, error);
-  if (error) given.refuse("address", "must be an IPv4 or IPv6 address");
+  options.version = given.has("version");
+  options.quiet = given.has("quiet");
+  options.address = given.address("address").value_or(options.address);
   options.port = static_cast<std::uint16_t>(given.number("port", 0, 65535).value_or(options.port));
 
   if (const auto directory = given.text("directory")) options.directory = *directory;
@@ -154,7 +175,14 @@ Options optionsFrom(int count, const char *const *arguments) {
   const auto key = given.text("key");
   if (certificate.has_value() != key.has_value())
     throw BadArguments("--certificate and --key need each other");
+  options.newAuthority = given.has("new-ca");
+  if (certificate && options.newAuthority) {
+    throw BadArguments("--new-ca makes an authority, which --certificate does without");
+  }
   if (certificate && key) options.certificate = CertificateFiles{*certificate, *key};
+
+  options.pageAddress = given.address("page-address").value_or(options.pageAddress);
+  if (const auto file = given.text("page-password-file")) options.pagePasswordFile = *file;
 
   options.service.login = given.faults("login");
   options.service.message = given.faults("message");
@@ -162,16 +190,26 @@ Options optionsFrom(int count, const char *const *arguments) {
   if (const auto size = given.number("max-body", 1, maximumBodySize)) {
     options.service.maximumBodySize = static_cast<std::size_t>(*size);
   }
+  options.page = !given.has("no-page");
+  if (const auto port = given.number("page-port", 0, 65535)) {
+    if (!options.page) throw BadArguments("--no-page and --page-port exclude each other");
+    options.pagePort = static_cast<std::uint16_t>(*port);
+  }
+  if (const auto file = given.text("database")) options.database = *file;
+  if (const auto keep = given.number("keep", 1, maximumKeep)) options.keep = static_cast<std::size_t>(*keep);
   return options;
 }
+
+const char *const version = KX_COLLECTOR_VERSION;
 
 void printHelp(std::ostream &output) {
   output << "kx-collector, a collection service for development: takes the logins and the messages of\n"
             "KXPublisher over HTTPS, holds them against the wire protocol and prints them.\n\n"
             "Usage: kx-collector [options]\n\n"
          << descriptions()
-         << "\nIts first line says where it listens and which CA file a client has to trust. SIGINT and\n"
-            "SIGTERM end it.\n";
+         << "\nIts first line says where it listens and which CA file a client has to trust; the next ones\n"
+            "what to do with both. SIGINT and SIGTERM end it. NO_COLOR in the environment keeps it from\n"
+            "colouring what it prints on a terminal.\n";
 }
 
 }  // namespace kx::collector

@@ -1,5 +1,6 @@
 #include "tools/collector/Server.h"
 
+#include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <exception>
 #include <utility>
@@ -31,6 +32,7 @@ net::ssl::context tlsContext(const std::string &certificateChainPem, const std::
 Server::Server(net::io_context &io, net::ssl::context &tls, CollectionService &service, EventLog &log,
                const tcp::endpoint &endpoint, ServerLimits limits)
     : io_(io), tls_(tls), service_(service), log_(log), limits_(limits), acceptor_(io, endpoint), pause_(io) {
+  acceptor_.non_blocking(true);
   accept();
 }
 
@@ -47,15 +49,56 @@ void Server::run() {
 }
 
 void Server::accept() {
-  if (static_cast<std::size_t>(connections_.use_count() - 1) >= limits_.maximumConnections)
-    return acceptLater();
-  acceptor_.async_accept([this](boost::system::error_code error, tcp::socket socket) {
-    // Files may be short for a while.
+  // Whoever is there is let in only when there is a place: the system keeps the others waiting.
+  acceptor_.async_wait(tcp::acceptor::wait_read, [this](boost::system::error_code error) {
     if (error) return acceptLater();
-    auto slot = connections_;
+    forgetClosedConnections();
+    if (connections_.size() >= limits_.maximumConnections && !makeRoom(std::nullopt)) return acceptLater();
+    tcp::socket socket(io_);
+    acceptor_.accept(socket, error);
+    // Files may be short for a while.
+    if (error && error != net::error::would_block) return acceptLater();
+    if (!error) admit(std::move(socket));
     accept();
-    std::make_shared<Connection>(std::move(socket), tls_, service_, log_, limits_, std::move(slot))->start();
   });
+}
+
+void Server::admit(tcp::socket socket) {
+  auto connection = std::make_shared<Connection>(std::move(socket), tls_, service_, log_, limits_);
+  const auto &address = connection->address();
+  const auto siblings = std::count_if(
+      connections_.begin(), connections_.end(), [&address](const std::weak_ptr<Connection> &other) {
+        const auto open = other.lock();
+        return open != nullptr && open->isOpen() && open->address() == address;
+      });
+  if (static_cast<std::size_t>(siblings) >= limits_.maximumConnectionsPerAddress && !makeRoom(address)) {
+    return log_.failed(connection->client(), "its address has " + std::to_string(siblings) +
+                                                 " connections that are waiting for answers; no more");
+  }
+  connections_.push_back(connection);
+  connection->start();
+}
+
+bool Server::makeRoom(const std::optional<net::ip::address> &address) {
+  std::shared_ptr<Connection> longestIdle;
+  for (const auto &candidate : connections_) {
+    auto open = candidate.lock();
+    if (open == nullptr || !open->isOpen() || !open->idleSince()) continue;
+    if (address && open->address() != *address) continue;
+    if (longestIdle == nullptr || *open->idleSince() < *longestIdle->idleSince())
+      longestIdle = std::move(open);
+  }
+  if (longestIdle == nullptr) return false;
+  longestIdle->giveWay();
+  return true;
+}
+
+void Server::forgetClosedConnections() {
+  const auto isClosed = [](const std::weak_ptr<Connection> &connection) {
+    const auto open = connection.lock();
+    return open == nullptr || !open->isOpen();
+  };
+  connections_.erase(std::remove_if(connections_.begin(), connections_.end(), isClosed), connections_.end());
 }
 
 void Server::acceptLater() {

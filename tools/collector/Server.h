@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -8,17 +9,24 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/collector/CollectionService.h"
 #include "tools/collector/EventLog.h"
 
 namespace kx::collector {
 
+class Connection;
+
 /// What one client may cost.
 struct ServerLimits {
   std::uint32_t maximumHeaderSize = 8192;  // bytes
-  std::size_t maximumConnections = 128;
+  /// When there are so many, the longest idle one goes.
+  std::size_t maximumConnections = 256;
+  /// The same for those of one address, so that no address keeps all others out.
+  std::size_t maximumConnectionsPerAddress = 192;
   /// For a TLS handshake, for a whole request from the end of the one before it, and for taking an answer.
   std::chrono::milliseconds timeout{30000};
   /// For what a client sends after its request was refused half-way, and for its farewell.
@@ -28,7 +36,8 @@ struct ServerLimits {
 /// The HTTPS server around the collection service: TLS 1.2 and later, HTTP/1.1.
 ///
 /// Everything happens on the thread that runs the io_context, one thing at a time. A client that sends
-/// something else, too much, or too slowly loses its connection, and nobody else notices.
+/// something else, too much, or too slowly loses its connection, and nobody else notices. Nor does anybody
+/// notice connections that are silent: they make room as soon as it is needed.
 class Server {
  public:
   /// Listens from now on; port 0 stands for any free one. Throws boost::system::system_error when it cannot.
@@ -44,6 +53,11 @@ class Server {
  private:
   void accept();
   void acceptLater();
+  void admit(boost::asio::ip::tcp::socket socket);
+  /// Closes the connection that has been idle for longest, among those of that address or among all. False
+  /// when all of them are waiting for their answers.
+  bool makeRoom(const std::optional<boost::asio::ip::address> &address);
+  void forgetClosedConnections();
 
   boost::asio::io_context &io_;
   boost::asio::ssl::context &tls_;
@@ -52,8 +66,7 @@ class Server {
   const ServerLimits limits_;
   boost::asio::ip::tcp::acceptor acceptor_;
   boost::asio::steady_timer pause_;
-  /// Each connection holds a copy, which is how they are counted.
-  std::shared_ptr<void> connections_ = std::make_shared<char>();
+  std::vector<std::weak_ptr<Connection>> connections_;
 };
 
 /// TLS with that certificate, which may be followed by others up to the authority's. Throws

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/udp.hpp>
 #include <cstring>
 #include <memory>
 
@@ -50,6 +52,36 @@ std::vector<std::string> serverNames(const ip::address &address, const std::stri
     add(address.to_string());
   }
   return names;
+}
+
+std::vector<ip::address> callableAddresses(const ip::address &address,
+                                           const std::vector<ip::address> &interfaces,
+                                           const ip::address &outward) {
+  if (!address.is_unspecified()) return {address};
+  std::vector<ip::address> callable;
+  const auto add = [&](const ip::address &own) {
+    // Who listens on all of IPv6 can be called by IPv4 as well; not the other way round.
+    if (own.is_v6() && address.is_v4()) return;
+    if (std::find(callable.begin(), callable.end(), own) == callable.end()) callable.push_back(own);
+  };
+  if (!outward.is_unspecified()) add(outward);
+  for (const ip::address &own : interfaces) {
+    if (!own.is_loopback()) add(own);
+  }
+  add(ip::address_v4::loopback());
+  return callable;
+}
+
+ip::address outwardAddress() {
+  // Of a network that is for documentation, so nobody has it; what matters is the way there.
+  const ip::udp::endpoint anywhere(ip::make_address_v4("192.0.2.1"), 9);
+  boost::asio::io_context io;
+  ip::udp::socket socket(io);
+  boost::system::error_code error;
+  socket.connect(anywhere, error);
+  if (error) return {};
+  const auto own = socket.local_endpoint(error);
+  return error ? ip::address() : own.address();
 }
 
 std::vector<ip::address> interfaceAddresses() {

@@ -4,18 +4,34 @@
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/host_name.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "tools/collector/CertificateDownload.h"
 #include "tools/collector/CertificateStore.h"
 #include "tools/collector/CollectionService.h"
 #include "tools/collector/EventLog.h"
+#include "tools/collector/ListeningProblem.h"
+#include "tools/collector/NextSteps.h"
 #include "tools/collector/Options.h"
+#include "tools/collector/OutputQueue.h"
+#include "tools/collector/PagePassword.h"
+#include "tools/collector/PageServer.h"
+#include "tools/collector/PageService.h"
+#include "tools/collector/QRCode.h"
+#include "tools/collector/QuietEventLog.h"
+#include "tools/collector/Recorder.h"
 #include "tools/collector/Server.h"
 #include "tools/collector/ServerNames.h"
+#include "tools/collector/Store.h"
 
 namespace net = boost::asio;
 using namespace kx::collector;
@@ -23,9 +39,26 @@ using namespace kx::collector;
 namespace {
 
 constexpr std::chrono::hours certificateLifetime{24 * 365};
+constexpr std::chrono::seconds timeBetweenChecks{5};
+constexpr std::uint16_t usualPagePort = 8080;
+constexpr int usualPagePorts = 20;
 
-/// The identity that the collector shows: the one that was given, or a new one from its own authority.
-net::ssl::context identity(const Options &options, ListeningAddress &where) {
+/// Where the collector can be called when it listens where its options say; without the port.
+ListeningAddress addressToCall(const Options &options) {
+  ListeningAddress where;
+  const auto callable =
+      callableAddresses(net::ip::make_address(options.address), interfaceAddresses(), outwardAddress());
+  where.address = callable.front().to_string();
+  for (auto other = callable.begin() + 1; other != callable.end(); ++other) {
+    where.otherAddresses.push_back(other->to_string());
+  }
+  return where;
+}
+
+/// The identity that the collector shows: the one that was given, or a new one from its own authority, whose
+/// certificate can then be fetched from the service.
+net::ssl::context identity(const Options &options, ListeningAddress &where,
+                           CollectionServiceSettings &service) {
   if (options.certificate) {
     where.trustedFile = options.certificate->certificate.string();
     where.isAuthority = false;
@@ -37,33 +70,148 @@ net::ssl::context identity(const Options &options, ListeningAddress &where) {
   }
   const CertificateStore store(options.directory ? *options.directory : CertificateStore::defaultDirectory());
   where.trustedFile = std::filesystem::absolute(store.authorityFile()).lexically_normal().string();
+  const CertificateAuthority authority = options.newAuthority ? store.newAuthority() : store.authority();
+  service.download.emplace(authority.certificate().certificate);
   const auto now = std::chrono::system_clock::now();
   // Made anew at each start, so that it is never too old and always fits the address.
-  const PemCertificate certificate = store.authority().issue(
+  const PemCertificate certificate = authority.issue(
       serverNames(net::ip::make_address(options.address), net::ip::host_name(), interfaceAddresses()),
       now - std::chrono::hours(1), now + certificateLifetime);
   return tlsContext(certificate.certificate, certificate.privateKey);
 }
 
-std::unique_ptr<EventLog> eventLog(bool json) {
-  if (json) return std::make_unique<JSONEventLog>(std::cout);
-  return std::make_unique<PrettyEventLog>(std::cout, isatty(STDOUT_FILENO) == 1);
+/// As https://no-color.org asks for; by terminals alone.
+bool wantsColours() {
+  const char *noColour = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): nobody changes it
+  return isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
+}
+
+std::unique_ptr<EventLog> eventLog(bool json, std::ostream &output) {
+  if (json) return std::make_unique<JSONEventLog>(output);
+  return std::make_unique<PrettyEventLog>(output, wantsColours());
+}
+
+/// What the developer can do next, below the first line.
+void printNextSteps(const ListeningAddress &where, const std::optional<CertificateDownload> &download,
+                    std::ostream &output) {
+  output << nextStepsText(where);
+  const bool isReachable = !net::ip::make_address(where.address).is_loopback();
+  if (download && isReachable) {
+    const bool onTerminal = isatty(STDOUT_FILENO) == 1;
+    output << downloadSteps(where, download->fingerprint(),
+                            onTerminal ? qrCode(downloadURL(where), wantsColours()) : "");
+  }
+  output.flush();
+}
+
+/// On the port that is asked for, or the first free one from the usual one on.
+std::unique_ptr<PageServer> pageServer(PageService &service, const Options &options) {
+  const auto address = net::ip::make_address(options.pageAddress);
+  const std::uint16_t first = options.pagePort.value_or(usualPagePort);
+  const int portsToTry = options.pagePort ? 1 : usualPagePorts;
+  for (int number = 0; number < portsToTry; ++number) {
+    const net::ip::tcp::endpoint endpoint(address, static_cast<std::uint16_t>(first + number));
+    try {
+      return std::make_unique<PageServer>(service, endpoint);
+    } catch (const boost::system::system_error &error) {
+      const bool isTaken = error.code() == boost::system::errc::address_in_use;
+      if (options.pagePort || !isTaken)
+        throw std::runtime_error(listeningProblem(endpoint, error.code(), "--page-port"));
+    }
+  }
+  return std::make_unique<PageServer>(service, net::ip::tcp::endpoint(address, 0));
+}
+
+/// The addresses by which the page can be called.
+std::vector<net::ip::address> pageAddresses(const Options &options) {
+  return callableAddresses(net::ip::make_address(options.pageAddress), interfaceAddresses(),
+                           outwardAddress());
+}
+
+/// On loopback the page is for everybody on this machine; elsewhere for who has the password.
+PageAccess pageAccess(const Options &options) {
+  PageAccess access;
+  for (const auto &address : pageAddresses(options)) {
+    access.names.push_back(address.is_v6() ? "[" + address.to_string() + "]" : address.to_string());
+  }
+  if (options.pagePasswordFile) {
+    access.password = passwordIn(*options.pagePasswordFile);
+  } else if (!net::ip::make_address(options.pageAddress).is_loopback()) {
+    access.password = newPassword();
+  }
+  return access;
+}
+
+/// At its end nobody hears of changes any more.
+struct WithoutNotice {
+  Store &store;
+  ~WithoutNotice() { store.onChange({}); }
+};
+
+CollectorStatus statusOf(const ListeningAddress &where) {
+  CollectorStatus status;
+  status.service = where.url();
+  status.caFile = where.trustedFile;
+  if (where.isAuthority) status.caCertificate = contentOf(where.trustedFile);
+  status.nextSteps = hostLines(where);
+  return status;
+}
+
+/// Now, and again and again.
+void checkLogins(net::steady_timer &timer, Recorder &recorder) {
+  recorder.checkLogins(std::chrono::steady_clock::now());
+  timer.expires_after(timeBetweenChecks);
+  timer.async_wait([&timer, &recorder](boost::system::error_code error) {
+    if (!error) checkLogins(timer, recorder);
+  });
+}
+
+std::unique_ptr<Server> listeningServer(net::io_context &io, net::ssl::context &tls,
+                                        CollectionService &service, EventLog &log, const Options &options) {
+  const net::ip::tcp::endpoint endpoint(net::ip::make_address(options.address), options.port);
+  try {
+    return std::make_unique<Server>(io, tls, service, log, endpoint);
+  } catch (const boost::system::system_error &error) {
+    throw std::runtime_error(listeningProblem(endpoint, error.code(), "--port"));
+  }
 }
 
 void collect(const Options &options) {
-  ListeningAddress where;
-  where.address = options.address;
-  net::ssl::context tls = identity(options, where);
-  CollectionService service(options.service);
-  const auto log = eventLog(options.json);
+  CollectionServiceSettings settings = options.service;
+  ListeningAddress where = addressToCall(options);
+  net::ssl::context tls = identity(options, where, settings);
+  Store store(options.database, options.keep);
+  CollectionService service(settings);
+  for (const std::string &id : store.latestEventIds(options.keep)) service.remember(id);
+  // Whoever reads what is printed may pause; the service goes on.
+  OutputQueue output(STDOUT_FILENO, options.json ? JSONEventLog::leftOut : PrettyEventLog::leftOut);
+  const auto all = eventLog(options.json, output);
+  QuietEventLog quiet(*all);
+  EventLog &log = options.quiet ? quiet : *all;
+  Recorder recorder(log, store);
 
   net::io_context io;
   net::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&io](boost::system::error_code, int) { io.stop(); });
-  Server server(io, tls, service, *log, {net::ip::make_address(options.address), options.port});
-  where.port = server.port();
-  log->listening(where);
-  server.run();
+  const auto server = listeningServer(io, tls, service, recorder, options);
+  where.port = server->port();
+  net::steady_timer everyFewSeconds(io);
+  checkLogins(everyFewSeconds, recorder);
+  const PageAccess access = options.page ? pageAccess(options) : PageAccess();
+  PageService pageService(store, service.faults(), statusOf(where), access);
+  std::unique_ptr<PageServer> page;
+  if (options.page) {
+    page = pageServer(pageService, options);
+    where.page =
+        "http://" + ListeningAddress::hostAndPort(pageAddresses(options).front().to_string(), page->port());
+    where.pageToken = pageService.token();
+    if (!options.pagePasswordFile) where.pagePassword = access.password.value_or("");
+    store.onChange([&page] { page->wake(); });
+  }
+  const WithoutNotice afterwards{store};
+  log.listening(where);
+  if (!options.json && !options.quiet) printNextSteps(where, settings.download, output);
+  server->run();
 }
 
 }  // namespace
@@ -75,6 +223,8 @@ int main(int count, char **arguments) {
     const Options options = optionsFrom(count, arguments);
     if (options.help) {
       printHelp(std::cout);
+    } else if (options.version) {
+      std::cout << "kx-collector " << version << std::endl;
     } else {
       collect(options);
     }

@@ -1,5 +1,6 @@
 """What the demo shows: every fact that this device can have, and how it changes on the way."""
 
+import json
 import os
 import pty
 import re
@@ -9,6 +10,7 @@ import sys
 import tempfile
 import time
 import unittest
+import urllib.request
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..")
 DEMO = os.path.join(ROOT, "examples", "demo")
@@ -55,6 +57,26 @@ def is_told_in_full(line):
 class DemoTest(unittest.TestCase):
     def assert_told_in_full(self, lines):
         self.assertEqual([line for line in lines if not is_told_in_full(line)], [])
+
+    def assert_page_can_be_seen(self, *arguments):
+        """By a browser of this machine, for as long as nobody ends it."""
+        with tempfile.TemporaryDirectory() as folder:
+            process, output = start_in_background(folder, "--open", "--seconds", "7", *arguments)
+            family = []
+            try:
+                seen = wait_for_text("until Ctrl-C.", output)
+                family = descendants(process)
+                self.assertIn("1 login, 1 message", seen)
+                page = re.search(r"(http://127\.0\.0\.1:\d+/) in a browser", seen).group(1)
+                with urllib.request.urlopen(page + "api/counts", timeout=30) as answer:
+                    self.assertEqual(json.load(answer)["messages"], 1)
+                with urllib.request.urlopen(page, timeout=30) as answer:
+                    self.assertIn(b"page-token", answer.read())
+            finally:
+                os.kill(process, signal.SIGTERM)
+                os.waitpid(process, 0)
+                output.close()
+            self.assertEqual(those_left(family, 30), [])
 
     def assert_ends_without_a_trace(self, *arguments):
         """However it ends."""
@@ -127,6 +149,7 @@ def wait_for_text(text, output):
         if not read:
             raise AssertionError(f"it ended early: {seen}")
         seen += read
+    return seen
 
 
 def running():
@@ -203,6 +226,9 @@ class PlainDemoTest(DemoTest):
                 self.assertEqual(demo.wait(30), CLOSED_PIPE)
             self.assertEqual(os.listdir(folder), [])
 
+    def test_keeps_the_page_open_when_it_is_told(self):
+        self.assert_page_can_be_seen("--plain")
+
     def test_counts_one_message_as_one(self):
         lines = play("--plain", "--seconds", "7")
         self.assertRegex(lines[-1], r"1 login, 1 message of \d+ bytes, 0 refused\.$")
@@ -220,6 +246,9 @@ class PlainDemoTest(DemoTest):
 class WholeDemoTest(DemoTest):
     def test_ends_without_a_trace(self):
         self.assert_ends_without_a_trace()
+
+    def test_keeps_the_page_open_when_it_is_told(self):
+        self.assert_page_can_be_seen()
 
     def test_shows_all_facts_and_how_they_change(self):
         lines = play("--seconds", "24")

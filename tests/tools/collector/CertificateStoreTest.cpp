@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <future>
 #include <set>
+#include <stdexcept>
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
@@ -20,6 +22,17 @@ class CertificateStoreTest : public ::testing::Test {
   const TemporaryDirectory temporary;
   const fs::path directory = fs::path(temporary.path()) / "a" / "b";
   const CertificateStore store{directory};
+
+  /// Says why there is no authority to be had, and how there will be.
+  void expectRefusal(const std::string &reason) const {
+    try {
+      store.authority();
+      ADD_FAILURE() << "nothing was refused";
+    } catch (const std::runtime_error &error) {
+      EXPECT_THAT(error.what(), ::testing::HasSubstr(reason));
+      EXPECT_THAT(error.what(), ::testing::HasSubstr("start once with --new-ca"));
+    }
+  }
 
   static fs::perms permissionsOf(const fs::path &file) { return fs::status(file).permissions(); }
 };
@@ -62,15 +75,59 @@ TEST_F(CertificateStoreTest, StartsAnewWhenItsFirstStartWasInterrupted) {
 TEST_F(CertificateStoreTest, DoesNotReplaceAnAuthorityWhoseKeyIsMissing) {
   const CertificateAuthority first = store.authority();
   fs::remove(store.authorityKeyFile());
-  EXPECT_THROW(store.authority(), std::system_error);
+  expectRefusal("is missing: " + store.authorityKeyFile().string());
   EXPECT_EQ(contentOf(store.authorityFile()), first.certificate().certificate);
 }
 
 TEST_F(CertificateStoreTest, DoesNotReplaceAnAuthorityThatCannotBeRead) {
   store.authority();
   std::ofstream(store.authorityFile()) << "damaged";
-  EXPECT_THROW(store.authority(), std::runtime_error);
+  expectRefusal("Cannot read the certificate");
+  expectRefusal(store.authorityFile().string());
   EXPECT_EQ(contentOf(store.authorityFile()), "damaged");
+}
+
+TEST_F(CertificateStoreTest, DoesNotReplaceAnAuthorityThatHasExpired) {
+  const CertificateAuthority expired("Expired", std::chrono::minutes(-1));
+  store.authority();
+  std::ofstream(store.authorityFile()) << expired.certificate().certificate;
+  std::ofstream(store.authorityKeyFile()) << expired.certificate().privateKey;
+  expectRefusal("has expired: " + store.authorityFile().string());
+  EXPECT_EQ(contentOf(store.authorityFile()), expired.certificate().certificate);
+}
+
+TEST_F(CertificateStoreTest, DoesNotUseAKeyThatOthersMayReadOrChange) {
+  store.authority();
+  for (const fs::perms others :
+       {fs::perms::group_read, fs::perms::others_read, fs::perms::group_write, fs::perms::others_write}) {
+    fs::permissions(store.authorityKeyFile(), fs::perms::owner_read | fs::perms::owner_write | others);
+    expectRefusal("Others than its owner may read or change " + store.authorityKeyFile().string());
+    expectRefusal("chmod 600 " + store.authorityKeyFile().string());
+  }
+  fs::permissions(store.authorityKeyFile(), fs::perms::owner_read);
+  EXPECT_NO_THROW(store.authority());
+}
+
+TEST_F(CertificateStoreTest, MakesANewAuthorityWhenItIsTold) {
+  const CertificateAuthority first = store.authority();
+  const auto replace = [this](const auto &damage) {
+    const std::string before = contentOf(store.authorityFile());
+    damage();
+    const CertificateAuthority second = store.newAuthority();
+    EXPECT_NE(second.certificate().certificate, before);
+    EXPECT_EQ(store.authority().certificate().certificate, second.certificate().certificate);
+    EXPECT_EQ(store.authority().certificate().privateKey, second.certificate().privateKey);
+    EXPECT_EQ(permissionsOf(store.authorityKeyFile()), fs::perms::owner_read | fs::perms::owner_write);
+  };
+  replace([] {});
+  replace([this] { fs::remove(store.authorityKeyFile()); });
+  replace([this] { std::ofstream(store.authorityFile()) << "damaged"; });
+  replace([this] { fs::permissions(store.authorityKeyFile(), fs::perms::all); });
+}
+
+TEST_F(CertificateStoreTest, ANewAuthorityNeedsNoOldOne) {
+  const CertificateAuthority first = store.newAuthority();
+  EXPECT_EQ(store.authority().certificate().certificate, first.certificate().certificate);
 }
 
 TEST_F(CertificateStoreTest, CollectorsThatStartTogetherShareOneAuthority) {

@@ -12,6 +12,7 @@
 #include "tests/tools/collector/ServerFixture.h"
 #include "tools/collector/CertificateAuthority.h"
 #include "tools/collector/CertificateStore.h"
+#include "tools/collector/ServerNames.h"
 
 namespace kx::collector {
 namespace {
@@ -19,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
+using ::testing::Not;
 using ::testing::StartsWith;
 
 class CollectorProgramTest : public ::testing::Test {
@@ -131,6 +133,34 @@ TEST_F(CollectorProgramTest, EndsWithSuccessWhenItIsTold) {
   }
 }
 
+TEST_F(CollectorProgramTest, GoesOnWhileTheReaderOfItsOutputPauses) {
+  const std::string resumed = temporary.path() + "/resumed";
+  // A reader that takes the first line, and the rest once that file is there. The collector takes the shell's
+  // place.
+  const std::string reader = R"(exec "$0" "$@" > >(IFS= read -r first; printf '%s\n' "$first"
+                                until [ -e "$RESUMED" ]; do sleep 0.05; done; exec cat))";
+  std::vector<std::string> all = {"/bin/bash", "-c", reader};
+  for (const std::string &word : start({"--json"})) all.push_back(word);
+  ChildProcess collector(all, {"RESUMED=" + resumed});
+  const std::uint16_t port = Document::parse(firstLine(collector)).value("port", std::uint16_t{0});
+  const std::string authorityPem = contentOf(temporary.path() + "/ca.pem");
+  Document document = loginDocument();
+  document["payload"]["name"] = std::string(500000, 'x');
+  const Request request = loginRequest(document);
+  Client client(port, authorityPem);
+  for (int number = 0; number < 40; ++number) {  // 20 MB of output
+    const auto response = client.exchange(request);
+    ASSERT_TRUE(response) << number;
+    ASSERT_EQ(response->result_int(), 200u) << number;
+  }
+  std::ofstream(resumed) << "";
+  EXPECT_TRUE(eventually(
+      [&] { return collector.output().find("{\"event\":\"leftOut\",\"count\":") != std::string::npos; }));
+  expectThatItServes(port, authorityPem);
+  EXPECT_TRUE(eventually(
+      [&] { return collector.output().find("an API token\",\"name\":\"Linux") != std::string::npos; }));
+}
+
 TEST_F(CollectorProgramTest, EndsWithClientsStillConnected) {
   ChildProcess collector(start({"--login-delay", "60"}));
   const std::uint16_t port = portIn(firstLine(collector));
@@ -169,14 +199,134 @@ TEST_F(CollectorProgramTest, BadArgumentsAreAnError) {
 }
 
 TEST_F(CollectorProgramTest, AStartThatFailsIsAnErrorOfAnotherKind) {
-  ChildProcess first(start());
-  const std::uint16_t port = portIn(firstLine(first));
-  ChildProcess second(command({"--port", std::to_string(port), "--directory", temporary.path()}));
-  EXPECT_EQ(second.exitCode(), 1);
-  EXPECT_THAT(second.errors(), HasSubstr("in use"));
   ChildProcess third(command({"--port", "0", "--directory", "/dev/null/x"}));
   EXPECT_EQ(third.exitCode(), 1);
   EXPECT_THAT(third.errors(), StartsWith("kx-collector: "));
+}
+
+TEST_F(CollectorProgramTest, APortInUseSaysByWhomAndWhatToDo) {
+  ChildProcess first(start());
+  const std::string port = std::to_string(portIn(firstLine(first)));
+  ChildProcess second(command({"--port", port, "--directory", temporary.path()}));
+  EXPECT_EQ(second.exitCode(), 1);
+  EXPECT_THAT(second.errors(),
+              HasSubstr("port " + port + " of 127.0.0.1 is in use, by \"kx-collector\" (process "));
+  EXPECT_THAT(second.errors(), HasSubstr("--port 0"));
+}
+
+TEST_F(CollectorProgramTest, AnAuthorityThatCannotBeUsedIsReplacedWhenItIsTold) {
+  {
+    ChildProcess first(start());
+    firstLine(first);
+  }
+  fs::permissions(temporary.path() + "/ca-key.pem", fs::perms::group_read, fs::perm_options::add);
+  ChildProcess refused(start());
+  EXPECT_EQ(refused.exitCode(), 1);
+  EXPECT_THAT(refused.errors(), HasSubstr("start once with --new-ca"));
+  EXPECT_EQ(refused.output(), "");
+  ChildProcess anew(start({"--new-ca"}));
+  expectThatItServes(portIn(firstLine(anew)), contentOf(temporary.path() + "/ca.pem"));
+}
+
+TEST_F(CollectorProgramTest, SaysWhatToDoNext) {
+  ChildProcess collector(start());
+  const std::uint16_t port = portIn(firstLine(collector));
+  const std::string last =
+      "sharedInstanceWithApiToken(\"any text\", \"127.0.0.1:" + std::to_string(port) + "\");\n\n";
+  EXPECT_TRUE(eventually([&] { return collector.output().find(last) != std::string::npos; }))
+      << collector.output();
+  EXPECT_THAT(collector.output(),
+              HasSubstr("certificateAuthorityFile = \"" + temporary.path() + "/ca.pem\";\n"));
+  // Nobody but this machine can fetch anything from loopback.
+  EXPECT_THAT(collector.output(), Not(HasSubstr("Have a phone")));
+}
+
+TEST_F(CollectorProgramTest, OnEveryAddressItNamesOneThatCanBeCalled) {
+  ChildProcess collector(start({"--address", "0.0.0.0"}));
+  const std::string line = firstLine(collector);
+  EXPECT_THAT(line, Not(HasSubstr("0.0.0.0")));
+  const std::uint16_t port = portIn(line);
+  const std::string authorityPem = contentOf(temporary.path() + "/ca.pem");
+  expectThatItServes(port, authorityPem);
+  Request request{"GET", "/ca.pem", {{"Host", "localhost"}}, ""};
+  const auto response = Client(port, authorityPem).exchange(request);
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->body(), authorityPem);
+  EXPECT_EQ((*response)["Content-Type"], "application/x-x509-ca-cert");
+}
+
+TEST_F(CollectorProgramTest, DrawsAQRCodeOnATerminalAlone) {
+  if (outwardAddress().is_unspecified()) GTEST_SKIP() << "only loopback is there";
+  std::string words;
+  for (const std::string &word : start({"--address", "0.0.0.0"})) words += word + " ";
+  const std::string fingerprint = "fingerprint is";
+  const std::string light = "\u2588\u2588\u2588\u2588";
+  const auto printed = [&](ChildProcess &collector) {
+    EXPECT_TRUE(eventually([&] { return collector.output().find(fingerprint) != std::string::npos; }));
+    // What follows comes in the same piece.
+    EXPECT_TRUE(eventually([&] {
+      const std::string output = collector.output();
+      return output.size() > 3 &&
+             (output.substr(output.size() - 2) == "\n\n" || output.substr(output.size() - 4) == "\r\n\r\n");
+    }));
+    return collector.output();
+  };
+  ChildProcess terminal({"/usr/bin/script", "-qfec", words, "/dev/null"});
+  EXPECT_THAT(printed(terminal), HasSubstr("\x1B[40;97m" + light));
+  ChildProcess withoutColours({"/usr/bin/script", "-qfec", words, "/dev/null"}, {"NO_COLOR=1"});
+  const std::string plain = printed(withoutColours);
+  EXPECT_THAT(plain, HasSubstr("\n" + light));
+  EXPECT_THAT(plain, Not(HasSubstr("\x1B")));
+  ChildProcess pipe(start({"--address", "0.0.0.0"}));
+  EXPECT_THAT(printed(pipe), Not(HasSubstr(light)));
+}
+
+TEST_F(CollectorProgramTest, ThePageIsElsewhereForWhoHasThePassword) {
+  ChildProcess loopback(start({"--json", "--page-port", "0"}));
+  const Document here = Document::parse(firstLine(loopback));
+  EXPECT_THAT(here.value("page", ""), StartsWith("http://127.0.0.1:"));
+  EXPECT_FALSE(here.contains("pagePassword"));
+  ChildProcess everywhere(start({"--json", "--page-port", "0", "--page-address", "0.0.0.0"}));
+  const Document there = Document::parse(firstLine(everywhere));
+  EXPECT_EQ(there.value("page", "").find("0.0.0.0"), std::string::npos);
+  EXPECT_EQ(there.value("pagePassword", "").size(), 20u);
+  const std::string file = temporary.path() + "/password";
+  std::ofstream(file) << "secret\n";
+  fs::permissions(file, fs::perms::owner_read);
+  ChildProcess chosen(start({"--json", "--page-port", "0", "--page-password-file", file}));
+  const std::string line = firstLine(chosen);
+  EXPECT_THAT(line, Not(HasSubstr("secret")));
+  EXPECT_FALSE(Document::parse(line).contains("pagePassword"));
+}
+
+TEST_F(CollectorProgramTest, APortOfThePageInUseNamesItsOption) {
+  ChildProcess first(start({"--json", "--page-port", "0"}));
+  const std::string page = Document::parse(firstLine(first)).value("page", "");
+  const std::string port = page.substr(page.rfind(':') + 1);
+  ChildProcess second(start({"--page-port", port}));
+  EXPECT_EQ(second.exitCode(), 1);
+  EXPECT_THAT(second.errors(),
+              HasSubstr("port " + port + " of 127.0.0.1 is in use, by \"kx-collector\" (process "));
+  EXPECT_THAT(second.errors(), HasSubstr("--page-port 0"));
+}
+
+TEST_F(CollectorProgramTest, QuietlyTellsOnlyWhatWentWrong) {
+  ChildProcess collector(start({"--quiet"}));
+  const std::string line = firstLine(collector);
+  const std::uint16_t port = portIn(line);
+  const std::string authorityPem = contentOf(temporary.path() + "/ca.pem");
+  expectThatItServes(port, authorityPem);
+  Client(port, authorityPem).exchange(messageRequest("unknown"));
+  EXPECT_TRUE(eventually([&] { return collector.output().find("answered 403") != std::string::npos; }));
+  EXPECT_THAT(collector.output(), StartsWith(line + "\n"));
+  EXPECT_THAT(collector.output(), Not(HasSubstr("accepted")));
+  EXPECT_THAT(collector.output(), Not(HasSubstr("sharedInstance")));
+}
+
+TEST_F(CollectorProgramTest, TellsItsVersion) {
+  ChildProcess collector(command({"--version"}));
+  EXPECT_EQ(collector.exitCode(), 0);
+  EXPECT_THAT(collector.output(), MatchesRegex("kx-collector [0-9]+\\.[0-9]+.*\n"));
 }
 
 }  // namespace

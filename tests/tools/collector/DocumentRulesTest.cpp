@@ -137,10 +137,19 @@ TEST(MessageDocumentTest, NeedsTheKeysOfThePublisherAndTheAdvertisingIdentifier)
   }
 }
 
-TEST(MessageDocumentTest, NamesAKeyThatItDoesNotKnow) {
-  EXPECT_EQ(messageRefusal(messageWith("colour", "red")), "400 unknown key \"colour\"");
-  EXPECT_EQ(messageRefusal(messageWith("", 1)), "400 unknown key \"\"");
-  EXPECT_EQ(messageRefusal(messageWith("IFA", "x")), "400 unknown key \"IFA\"");
+TEST(MessageDocumentTest, TakesAKeyThatItDoesNotKnow) {
+  for (const char *key : {"colour", "", "IFA"}) {
+    for (const Document &value : {Document("red"), Document(1), Document(true), Document::array({"a"})}) {
+      EXPECT_EQ(messageRefusal(messageWith(key, value)), "") << key << value;
+    }
+    EXPECT_FALSE(isMessageKey(key));
+  }
+  EXPECT_TRUE(isMessageKey("ifa"));
+}
+
+TEST(MessageDocumentTest, NamesAKeyThatItDoesNotKnowAndThatCannotBeALaterOne) {
+  EXPECT_EQ(messageRefusal(messageWith("colour", nullptr)), "400 unknown key \"colour\"");
+  EXPECT_EQ(messageRefusal(messageWith("colour", Document::object())), "400 unknown key \"colour\"");
   EXPECT_EQ(messageRefusal(messageWith("carrierName", "Example Mobile")), "400 unknown key \"carrierName\"");
 }
 

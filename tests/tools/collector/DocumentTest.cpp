@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "tools/collector/Document.h"
 #include "tools/collector/Refusal.h"
 
@@ -86,7 +88,34 @@ TEST(DocumentTest, NoControlCharacterIsPrinted) {
   EXPECT_EQ(printable(Document{{"k\x7F", "\xC2\x80"}}), R"({"k\u007f":"\u0080"})");
 }
 
+TEST(DocumentTest, WhatReordersBreaksOrHidesTextIsNotPrinted) {
+  EXPECT_EQ(quote("a\u202Eb\u2066c\u2028d"), R"("a\u202eb\u2066c\u2028d")");
+  EXPECT_EQ(printable(Document{{"k\u202E", "\u2029"}}), R"({"k\u202e":"\u2029"})");
+  for (const char *character :
+       {"\u00AD", "\u061C", "\u180E", "\u200B", "\u200E", "\u200F", "\u2028", "\u2029", "\u202A", "\u202E",
+        "\u2060", "\u2066", "\u2069", "\u206F", "\uFEFF", "\uFFF9", "\uFFFB"}) {
+    EXPECT_EQ(quote(character).substr(0, 3), "\"\\u") << character;
+    EXPECT_EQ(quote(character).size(), 8u) << quote(character);
+  }
+  EXPECT_EQ(quote("\U000E0001"), R"("\udb40\udc01")");
+  EXPECT_EQ(quote("\U000E007F"), R"("\udb40\udc7f")");
+}
+
+TEST(DocumentTest, AllC1ControlsAreEscaped) {
+  for (int character = 0x80; character <= 0x9F; ++character) {
+    char expected[16];
+    std::snprintf(expected, sizeof expected, "\"\\u%04x\"", static_cast<unsigned>(character));
+    EXPECT_EQ(quote("\xC2" + std::string(1, static_cast<char>(character))), expected);
+  }
+}
+
 TEST(DocumentTest, OtherCharactersArePrintedAsTheyAre) {
+  // Beside those that are not: the joiners of letters and emoji, blanks, marks.
+  for (const char *character : {"~", "\u00AC", "\u00AE", "\u061B", "\u061D", "\u200A", "\u200C", "\u200D",
+                                "\u2010", "\u2027", "\u202F", "\u205F", "\u2070", "\uFEFE", "\uFFF8",
+                                "\uFFFD", "\U0001F468\u200D\U0001F469", "\U000E0080", "\U0010FFFF"}) {
+    EXPECT_EQ(quote(character), "\"" + std::string(character) + "\"");
+  }
   EXPECT_EQ(quote("München, \xC2\xA0 東京 /"), "\"München, \xC2\xA0 東京 /\"");
 }
 

@@ -54,6 +54,13 @@ TEST_F(PrettyEventLogTest, TheFirstLineTellsAScriptAllItNeeds) {
   EXPECT_EQ(output.str(), "listening on https://127.0.0.1:8443, CA file /state/ca.pem\n");
 }
 
+TEST_F(PrettyEventLogTest, TheSecondLineLeadsToThePage) {
+  log.listening({"127.0.0.1", 8443, "/ca.pem", true, "http://127.0.0.1:8080", "0123"});
+  EXPECT_EQ(
+      output.str(),
+      "listening on https://127.0.0.1:8443, CA file /ca.pem\nsee them arrive at http://127.0.0.1:8080/\n");
+}
+
 TEST_F(PrettyEventLogTest, TheFirstLineNamesTheCertificateThatWasGiven) {
   log.listening({"127.0.0.1", 8443, "/mine.pem", false});
   EXPECT_EQ(output.str(), "listening on https://127.0.0.1:8443, certificate /mine.pem\n");
@@ -76,6 +83,14 @@ TEST_F(PrettyEventLogTest, ALoginIsPrintedWithItsPartsAndTheTokenThatItGets) {
   EXPECT_THAT(output.str(), HasSubstr("          header.typ      \"JWT\"\n"));
   EXPECT_THAT(output.str(), HasSubstr("          payload.sub     \"an API token\"\n"));
   EXPECT_THAT(output.str(), HasSubstr("          (access token)  0123abcd\n"));
+}
+
+TEST_F(PrettyEventLogTest, ACertificateThatIsFetchedIsPrintedAsSuch) {
+  const Download download{"a/type", "body"};
+  Answer answer;
+  answer.download = &download;
+  log.received("c", Request{"GET", "/ca", {}, ""}, answer);
+  EXPECT_THAT(output.str(), HasSubstr("request from c: the certificate was fetched (a/type)\n"));
 }
 
 TEST_F(PrettyEventLogTest, ARefusalIsPrintedWithItsReason) {
@@ -110,6 +125,19 @@ TEST_F(PrettyEventLogTest, NoClientCanSendControlCharactersToTheTerminal) {
   EXPECT_THAT(output.str(), HasSubstr(R"(\u001b[31m  "\u001b[0m\u009b\n")"));
 }
 
+TEST_F(PrettyEventLogTest, NoClientCanReorderOrBreakLinesOfTheTerminal) {
+  Answer answer = acceptedMessage();
+  answer.document = Document::parse(R"([{"a\u202e":"b\u2066","c":{"\u2028":["\u2029"]}}])");
+  log.received("c", messageRequest("t"), answer);
+  EXPECT_THAT(output.str(), HasSubstr(R"(a\u202e   "b\u2066")"));
+  EXPECT_THAT(output.str(), HasSubstr(R"(c.\u2028  ["\u2029"])"));
+}
+
+TEST_F(PrettyEventLogTest, TellsWhatIsMissing) {
+  EXPECT_EQ(PrettyEventLog::leftOut(1), "(left out, since the reader of this paused: 1 event)\n\n");
+  EXPECT_EQ(PrettyEventLog::leftOut(2), "(left out, since the reader of this paused: 2 events)\n\n");
+}
+
 TEST_F(PrettyEventLogTest, ColoursAreForTerminals) {
   log.received("c", messageRequest("t"), acceptedMessage());
   EXPECT_THAT(output.str(), Not(HasSubstr(escape)));
@@ -140,6 +168,12 @@ TEST_F(JSONEventLogTest, TheFirstLineTellsAScriptAllItNeeds) {
                                          "port":8443,"caFile":"/state/ca.pem"})"));
 }
 
+TEST_F(JSONEventLogTest, TheFirstLineLeadsToThePage) {
+  log.listening({"127.0.0.1", 8443, "/state/ca.pem", true, "http://127.0.0.1:8080", "0123"});
+  EXPECT_EQ(event().value("page", ""), "http://127.0.0.1:8080");
+  EXPECT_EQ(event().value("pageToken", ""), "0123");
+}
+
 TEST_F(JSONEventLogTest, TheFirstLineNamesTheCertificateThatWasGiven) {
   log.listening({"127.0.0.1", 8443, "/mine.pem", false});
   EXPECT_EQ(event().value("certificate", ""), "/mine.pem");
@@ -147,12 +181,22 @@ TEST_F(JSONEventLogTest, TheFirstLineNamesTheCertificateThatWasGiven) {
 }
 
 TEST_F(JSONEventLogTest, ALoginIsOneLine) {
-  log.received("127.0.0.1:4711", loginRequest(), acceptedLogin());
+  Request request = loginRequest();
+  request.receiveTime = std::chrono::microseconds(12);
+  Answer answer = acceptedLogin();
+  answer.text = "unpacks";
+  answer.warnings = {"odd"};
+  answer.fault = "answered late";
+  answer.workTime = std::chrono::microseconds(34);
+  log.received("127.0.0.1:4711", request, answer);
   Document line = event();
   EXPECT_THAT(line.value("time", ""), ContainsRegex("^20[0-9-]+T[0-9:]+\\.[0-9]+Z$"));
   line.erase("time");
   Document expected = Document::parse(R"({"event":"request","client":"127.0.0.1:4711","endpoint":"login",
-      "method":"POST","target":"/api_v0_0_0/do_login","status":200,"accessToken":"0123abcd"})");
+      "method":"POST","target":"/api_v0_0_0/do_login","headerFields":[["Host","localhost"],["Content-Type","application/json"],["Content-Encoding","gzip"]],
+      "packedSize":0,"unpackedSize":7,"accepted":true,"status":200,"warnings":["odd"],"fault":"answered late",
+      "microseconds":{"receive":12,"work":34},"accessToken":"0123abcd"})");
+  expected["packedSize"] = request.body.size();
   expected["document"] = loginDocument();
   EXPECT_EQ(line, expected);
 }
@@ -160,6 +204,7 @@ TEST_F(JSONEventLogTest, ALoginIsOneLine) {
 TEST_F(JSONEventLogTest, ARefusalHasAReason) {
   log.received("c", Request{"GET", "/\xFF", {}, ""}, refusedRequest());
   EXPECT_EQ(event().value("status", 0), 404);
+  EXPECT_EQ(event().value("accepted", true), false);
   EXPECT_EQ(event().value("reason", ""), "there is no endpoint \"/\"");
   EXPECT_EQ(event().value("target", ""), "/\xEF\xBF\xBD");
   EXPECT_FALSE(event().contains("endpoint"));
@@ -178,6 +223,10 @@ TEST_F(JSONEventLogTest, AFailedConnectionIsOneLine) {
   EXPECT_EQ(event().value("event", ""), "connection");
   EXPECT_EQ(event().value("client", ""), "c");
   EXPECT_EQ(event().value("reason", ""), "no TLS handshake");
+}
+
+TEST_F(JSONEventLogTest, TellsWhatIsMissing) {
+  EXPECT_EQ(JSONEventLog::leftOut(3), "{\"event\":\"leftOut\",\"count\":3}\n");
 }
 
 TEST_F(JSONEventLogTest, ALineIsPlainASCII) {

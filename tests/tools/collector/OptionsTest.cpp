@@ -43,6 +43,28 @@ TEST(OptionsTest, WithoutArgumentsItListensOnLoopback) {
   EXPECT_EQ(none.service.maximumBodySize, 1048576u);
   EXPECT_FALSE(none.json);
   EXPECT_FALSE(none.help);
+  EXPECT_FALSE(none.version);
+  EXPECT_FALSE(none.quiet);
+  EXPECT_FALSE(none.newAuthority);
+  EXPECT_EQ(none.pageAddress, "127.0.0.1");
+  EXPECT_FALSE(none.pagePasswordFile);
+}
+
+TEST(OptionsTest, ReadsWhereThePageIsAndWhatIsKept) {
+  const Options none = options({});
+  EXPECT_TRUE(none.page);
+  EXPECT_FALSE(none.pagePort);
+  EXPECT_FALSE(none.database);
+  EXPECT_EQ(none.keep, 100000u);
+  EXPECT_EQ(options({"--page-port", "0"}).pagePort, 0);
+  EXPECT_FALSE(options({"--no-page"}).page);
+  const Options given = options({"--database", "/a file", "--keep", "7"});
+  EXPECT_EQ(given.database, "/a file");
+  EXPECT_EQ(given.keep, 7u);
+  EXPECT_EQ(refusalOf({"--keep", "0"}), "--keep must be a number from 1 to 100000000, not \"0\"");
+  EXPECT_EQ(refusalOf({"--page-port", "65536"}),
+            "--page-port must be a number from 0 to 65535, not \"65536\"");
+  EXPECT_EQ(refusalOf({"--page-port", "1", "--no-page"}), "--no-page and --page-port exclude each other");
 }
 
 TEST(OptionsTest, ReadsWhereToListen) {
@@ -81,6 +103,12 @@ TEST(OptionsTest, ReadsTheRest) {
   EXPECT_EQ(options({"--max-body", "2048"}).service.maximumBodySize, 2048u);
   EXPECT_TRUE(options({"--json"}).json);
   EXPECT_TRUE(options({"--help"}).help);
+  EXPECT_TRUE(options({"-h"}).help);
+  EXPECT_TRUE(options({"--version"}).version);
+  EXPECT_TRUE(options({"--quiet"}).quiet);
+  EXPECT_TRUE(options({"--new-ca"}).newAuthority);
+  EXPECT_EQ(options({"--page-address", "0.0.0.0"}).pageAddress, "0.0.0.0");
+  EXPECT_EQ(options({"--page-password-file", "/a/file"}).pagePasswordFile, "/a/file");
 }
 
 TEST(OptionsTest, RefusesValuesOutOfRangeAndSaysWhatTheyMayBe) {
@@ -88,6 +116,8 @@ TEST(OptionsTest, RefusesValuesOutOfRangeAndSaysWhatTheyMayBe) {
   EXPECT_EQ(refusalOf({"--max-body", "0"}), "--max-body must be a number from 1 to 1073741824, not \"0\"");
   EXPECT_EQ(refusalOf({"--address", "localhost"}),
             "--address must be an IPv4 or IPv6 address, not \"localhost\"");
+  EXPECT_EQ(refusalOf({"--page-address", "localhost"}),
+            "--page-address must be an IPv4 or IPv6 address, not \"localhost\"");
   for (const char *port : {"-1", "", "1.5", "x", "1 ", "0x10", "99999999999999999999"}) {
     EXPECT_THAT(refusalOf({"--port", port}), HasSubstr("--port must be a number")) << port;
   }
@@ -117,6 +147,11 @@ TEST(OptionsTest, ACertificateAndItsKeyNeedEachOther) {
   EXPECT_EQ(refusalOf({"--key", "k.pem"}), "--certificate and --key need each other");
 }
 
+TEST(OptionsTest, ACertificateOfOnesOwnNeedsNoNewAuthority) {
+  EXPECT_EQ(refusalOf({"--certificate", "c.pem", "--key", "k.pem", "--new-ca"}),
+            "--new-ca makes an authority, which --certificate does without");
+}
+
 TEST(OptionsTest, RefusesWhatItDoesNotKnow) {
   EXPECT_EQ(refusalOf({"--unknown"}), "unrecognised option '--unknown'");
   EXPECT_NE(refusalOf({"--por", "1"}), "");
@@ -133,9 +168,12 @@ TEST(OptionsTest, RefusesOptionsThatAreIncompleteOrRepeated) {
 TEST(OptionsTest, TheHelpNamesEveryOption) {
   std::ostringstream help;
   printHelp(help);
-  for (const char *option : {"--address", "--port", "--directory", "--certificate", "--key", "--login-status",
-                             "--message-status", "--login-delay", "--message-delay", "--login-drop",
-                             "--message-drop", "--expire-tokens", "--max-body", "--json", "--help"}) {
+  for (const char *option :
+       {"--address",      "--port",           "--directory",   "--certificate",   "--key",
+        "--login-status", "--message-status", "--login-delay", "--message-delay", "--login-drop",
+        "--message-drop", "--expire-tokens",  "--max-body",    "--json",          "--help",
+        "--version",      "--quiet",          "--new-ca",      "--page-address",  "--page-password-file",
+        "NO_COLOR"}) {
     EXPECT_THAT(help.str(), HasSubstr(option));
   }
 }

@@ -116,8 +116,9 @@ TEST_F(ServerTest, AClientThatNeverShakesHandsIsDropped) {
 TEST_F(ServerTest, GarbageInsteadOfHTTPIsRefused) {
   for (const char *garbage :
        {"garbage\r\n\r\n", "POST /api_v0_0_0/do_login\r\n\r\n", "POST / HTTP/2.0\r\n\r\n",
-        "POST / HTTP/1.1\r\nContent-Length: -1\r\n\r\n", "POST / HTTP/1.1\r\nno colon\r\n\r\n",
-        "POST / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n"}) {
+        "POST / HTTP/1.1\r\nHost: h\r\nContent-Length: -1\r\n\r\n",
+        "POST / HTTP/1.1\r\nHost: h\r\nno colon\r\n\r\n",
+        "POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n"}) {
     const auto client = connect();
     client->write(garbage);
     expectAnswer(client->read(), 400, "this is not HTTP/1.1: ");
@@ -165,7 +166,7 @@ TEST_F(ServerTest, AClientThatSendsTooSlowlyIsDroppedHoweverSteadyItIs) {
 TEST_F(ServerTest, AClientThatSendsTooMuchTooFastIsDroppedAsWell) {
   limits.timeout = milliseconds(500);
   const auto client = connect();
-  client->write("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n");
+  client->write("POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n");
   const std::string chunk = "1;" + std::string(60000, 'x') + "\r\nx\r\n";
   const auto start = steady_clock::now();
   while (!client->error && steady_clock::now() < start + std::chrono::seconds(30)) client->write(chunk);
@@ -244,7 +245,7 @@ TEST_F(ServerTest, AClientThatNeverStopsSendingIsCutOff) {
 TEST_F(ServerTest, ALongBodyWithoutALengthIsRefused) {
   settings.maximumBodySize = 1000;
   const auto client = connect();
-  std::string chunks = "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
+  std::string chunks = "POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n";
   for (int count = 0; count < 1000; ++count) chunks += "100\r\n" + std::string(256, 'x') + "\r\n";
   client->write(chunks);
   expectAnswer(client->read(), 413, "the body has more than 1000 bytes");
@@ -252,13 +253,14 @@ TEST_F(ServerTest, ALongBodyWithoutALengthIsRefused) {
 
 TEST_F(ServerTest, AnEndlessHeaderOfAChunkIsRefused) {
   const auto client = connect();
-  client->write("POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n1;" + std::string(1 << 20, 'x'));
+  client->write("POST / HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n1;" +
+                std::string(1 << 20, 'x'));
   expectAnswer(client->read(), 400);
 }
 
 TEST_F(ServerTest, AHugeLengthIsRefusedAtOnce) {
   const auto client = connect();
-  client->write("POST / HTTP/1.1\r\nContent-Length: 18446744073709551615\r\n\r\n");
+  client->write("POST / HTTP/1.1\r\nHost: h\r\nContent-Length: 18446744073709551615\r\n\r\n");
   expectAnswer(client->read(), 413);
 }
 
@@ -276,23 +278,6 @@ TEST_F(ServerTest, FiftyClientsAreServedSideBySide) {
   for (std::thread &client : clients) client.join();
   EXPECT_EQ(served, count);
   EXPECT_EQ(log.answers().size(), 2u * count);
-}
-
-TEST_F(ServerTest, MoreClientsThanItTakesWaitForTheirTurn) {
-  limits.maximumConnections = 2;
-  auto first = connect();
-  auto second = connect();
-  ASSERT_FALSE(first->error || second->error);
-  std::atomic<bool> served{false};
-  std::thread third([this, &served] {
-    const auto response = exchange(loginRequest());
-    served = response && response->result_int() == 200;
-  });
-  std::this_thread::sleep_for(milliseconds(300));
-  EXPECT_FALSE(served);
-  first->vanish();
-  third.join();
-  EXPECT_TRUE(served);
 }
 
 TEST_F(ServerTest, AnEndpointAnswersWithTheStatusThatItIsToldTo) {
@@ -330,6 +315,23 @@ TEST_F(ServerTest, AnEndpointDropsItsConnections) {
   EXPECT_FALSE(client->exchange(messageRequest(logIn())));
   EXPECT_TRUE(client->error);
   expectAnswer(exchange(loginRequest()), 200);
+}
+
+TEST_F(ServerTest, ABrowserFetchesTheCertificate) {
+  settings.download.emplace(authority.certificate().certificate);
+  const auto fetched = exchange({"GET", "/ca.mobileconfig", {{"Host", "h"}}, ""});
+  expectAnswer(fetched, 200, "com.apple.security.root");
+  EXPECT_EQ((*fetched)["Content-Type"], "application/x-apple-aspen-config");
+  EXPECT_EQ((*fetched)["X-Content-Type-Options"], "nosniff");
+  EXPECT_THAT(std::string((*fetched)["Content-Security-Policy"]), HasSubstr("default-src 'none'"));
+  expectAnswer(exchange({"GET", "/ca", {{"Host", "h"}}, ""}), 200, "/ca.pem");
+  expectAnswer(exchange({"POST", "/ca", {{"Host", "h"}}, ""}), 404);
+  expectAnswer(exchange({"GET", "/other", {{"Host", "h"}}, ""}), 404);
+  expectThatItServes();
+}
+
+TEST_F(ServerTest, ACertificateOfOnesOwnIsNotForFetching) {
+  expectAnswer(exchange({"GET", "/ca.pem", {{"Host", "h"}}, ""}), 404);
 }
 
 TEST_F(ServerTest, AnExpiredTokenIsRefused) {

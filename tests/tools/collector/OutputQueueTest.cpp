@@ -1,0 +1,149 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <string>
+
+#include "tests/support/ChildProcess.h"
+#include "tools/collector/OutputQueue.h"
+
+namespace kx::collector {
+namespace {
+
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+constexpr std::size_t maximumSize = 10000;
+
+std::string noticeOf(std::size_t count) {
+  return "[" + std::to_string(count) + " left out]\n";
+}
+
+class OutputQueueTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::signal(SIGPIPE, SIG_IGN);
+    ASSERT_EQ(pipe2(ends_.data(), O_CLOEXEC), 0);
+  }
+  void TearDown() override {
+    stopReading();
+    closeWriting();
+  }
+
+  int descriptor() const { return ends_[1]; }
+  void stopReading() { closeEnd(ends_[0]); }
+  void closeWriting() { closeEnd(ends_[1]); }
+
+  /// Reads on until that is there.
+  std::string readUntil(const std::string &text) {
+    while (read_.find(text) == std::string::npos && readSome()) {
+    }
+    return read_;
+  }
+  std::string readAll() {
+    closeWriting();
+    while (readSome()) {
+    }
+    return read_;
+  }
+
+ private:
+  static void closeEnd(int &end) {
+    if (end >= 0) close(end);
+    end = -1;
+  }
+  bool readSome() {
+    std::array<char, 4096> some;
+    const ssize_t size = read(ends_[0], some.data(), some.size());
+    if (size > 0) read_.append(some.data(), static_cast<std::size_t>(size));
+    return size > 0;
+  }
+
+  std::array<int, 2> ends_{-1, -1};
+  std::string read_;
+};
+
+TEST_F(OutputQueueTest, WritesWhatWasFlushed) {
+  OutputQueue output(descriptor(), noticeOf);
+  output << "one " << 1 << '\n' << std::flush;
+  EXPECT_EQ(readUntil("\n"), "one 1\n");
+  output << "two" << std::endl;
+  EXPECT_EQ(readUntil("two\n"), "one 1\ntwo\n");
+}
+
+TEST_F(OutputQueueTest, WritesAllBeforeItGoes) {
+  {
+    OutputQueue output(descriptor(), noticeOf);
+    for (int number = 0; number < 100; ++number) output << number << std::endl;
+  }
+  EXPECT_THAT(readAll(), HasSubstr("98\n99\n"));
+}
+
+TEST_F(OutputQueueTest, AReaderThatPausesHoldsNobodyUpAndIsToldWhatItMissed) {
+  constexpr int count = 1000;
+  const std::string filler(999, 'x');
+  {
+    OutputQueue output(descriptor(), noticeOf, maximumSize);
+    const auto start = steady_clock::now();
+    for (int number = 0; number < count; ++number) output << number << filler << std::endl;
+    EXPECT_LT(steady_clock::now() - start, seconds(20));
+    readUntil("left out]\n");
+    output << "after" << std::endl;
+  }
+  const std::string text = readAll();
+  EXPECT_THAT(text, StartsWith("0x"));
+  EXPECT_THAT(text, Not(HasSubstr("\n999x")));
+  const std::size_t notice = text.find('[');
+  ASSERT_NE(notice, std::string::npos);
+  const int leftOut = std::stoi(text.substr(notice + 1));
+  // No piece is there in part, and none is missing without being counted.
+  const std::string before = text.substr(0, notice);
+  EXPECT_EQ(std::count(before.begin(), before.end(), '\n'), count - leftOut);
+  EXPECT_THAT(before, HasSubstr("\n" + std::to_string(count - leftOut - 1) + filler + "\n"));
+  EXPECT_EQ(text.substr(notice), noticeOf(static_cast<std::size_t>(leftOut)) + "after\n");
+  // A pipe holds 64 KiB, and the queue its bound; the rest was not kept anywhere.
+  EXPECT_LT(before.size(), 65536 + maximumSize + 4096);
+}
+
+TEST_F(OutputQueueTest, APieceThatIsLongerThanAllThatMayWaitIsWritten) {
+  OutputQueue output(descriptor(), noticeOf, maximumSize);
+  output << std::string(3 * maximumSize, 'x') << "end" << std::endl;
+  EXPECT_EQ(readUntil("end\n").size(), 3 * maximumSize + 4);
+}
+
+TEST_F(OutputQueueTest, AReaderThatNeverGoesOnDoesNotKeepItFromEnding) {
+  const auto start = steady_clock::now();
+  {
+    OutputQueue output(descriptor(), noticeOf);
+    output << std::string(200000, 'x') << std::endl;
+  }
+  EXPECT_LT(steady_clock::now() - start, seconds(20));
+}
+
+TEST_F(OutputQueueTest, AReaderThatHasGoneIsNotWaitedFor) {
+  stopReading();
+  const auto start = steady_clock::now();
+  {
+    OutputQueue output(descriptor(), noticeOf, maximumSize);
+    for (int number = 0; number < 100; ++number) output << std::string(1000, 'x') << std::endl;
+  }
+  EXPECT_LT(steady_clock::now() - start, seconds(20));
+}
+
+TEST_F(OutputQueueTest, ADescriptorThatDoesNotWaitIsWaitedFor) {
+  fcntl(descriptor(), F_SETFL, O_NONBLOCK);
+  OutputQueue output(descriptor(), noticeOf);
+  output << std::string(200000, 'x') << "end" << std::endl;
+  EXPECT_EQ(readUntil("end\n").size(), 200004u);
+}
+
+}  // namespace
+}  // namespace kx::collector

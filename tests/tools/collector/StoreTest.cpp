@@ -1,0 +1,255 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "tests/support/ChildProcess.h"
+#include "tools/collector/Store.h"
+
+namespace kx::collector {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+Record message(const std::string &device = "D", const std::string &bundle = "B") {
+  Record record;
+  record.time = 1700000000123;
+  record.kind = "message";
+  record.accepted = true;
+  record.status = 200;
+  record.device = device;
+  record.bundle = bundle;
+  record.method = "POST";
+  record.target = "/messages";
+  record.body = std::string("\x1F\x8B\0", 3);
+  record.text = "[{\"ifa\":\"D\"}]";
+  return record;
+}
+
+Record refusal(const std::string &reason) {
+  Record record;
+  record.kind = "other";
+  record.status = 404;
+  record.reason = reason;
+  return record;
+}
+
+std::vector<std::uint64_t> idsOf(const RecordPage &page) {
+  std::vector<std::uint64_t> ids;
+  for (const RecordSummary &summary : page.requests) ids.push_back(summary.id);
+  return ids;
+}
+
+/// In memory, and in a file.
+class StoreTest : public ::testing::TestWithParam<bool> {
+ protected:
+  std::unique_ptr<Store> open(std::size_t keep = Store::defaultKeep) const {
+    if (!GetParam()) return std::make_unique<Store>(std::nullopt, keep);
+    return std::make_unique<Store>(temporary_.path() + "/requests", keep);
+  }
+
+ private:
+  const TemporaryDirectory temporary_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Everywhere, StoreTest, ::testing::Bool());
+
+TEST_P(StoreTest, GivesBackWhatItWasGiven) {
+  const auto store = open();
+  Record given = message();
+  given.reason = "why";
+  given.accepted = false;
+  given.packedSize = 3;
+  given.unpackedSize = 13;
+  given.warnings = {"one", "\xC3\xBC \"two\""};
+  given.fault = "dropped";
+  given.eventId = "E";
+  given.eventTime = -5;
+  given.latitude = 48.123456789012345;
+  given.longitude = -0.0;
+  given.horizontalAccuracy = 0;
+  given.microseconds = {1, 2, 3};
+  given.remoteAddress = "127.0.0.1:1";
+  given.headerFields = {{"A", "1"}, {"A", "2"}};
+  given.offending = OffendingBytes{7, std::string("\0\xFF", 2)};
+  given.answerFields = {{"X", "y"}};
+  EXPECT_EQ(store->append(given), 1u);
+  const auto found = store->record(1);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->time, given.time);
+  EXPECT_EQ(found->kind, given.kind);
+  EXPECT_EQ(found->accepted, given.accepted);
+  EXPECT_EQ(found->status, given.status);
+  EXPECT_EQ(found->reason, given.reason);
+  EXPECT_EQ(found->device, given.device);
+  EXPECT_EQ(found->bundle, given.bundle);
+  EXPECT_EQ(found->packedSize, given.packedSize);
+  EXPECT_EQ(found->unpackedSize, given.unpackedSize);
+  EXPECT_EQ(found->warnings, given.warnings);
+  EXPECT_EQ(found->fault, given.fault);
+  EXPECT_EQ(found->eventId, given.eventId);
+  EXPECT_EQ(found->eventTime, given.eventTime);
+  EXPECT_EQ(found->latitude, given.latitude);
+  EXPECT_EQ(found->longitude, given.longitude);
+  EXPECT_EQ(found->horizontalAccuracy, given.horizontalAccuracy);
+  EXPECT_EQ(found->microseconds.receive, 1);
+  EXPECT_EQ(found->microseconds.work, 2);
+  EXPECT_EQ(found->microseconds.send, 3);
+  EXPECT_EQ(found->method, given.method);
+  EXPECT_EQ(found->target, given.target);
+  EXPECT_EQ(found->remoteAddress, given.remoteAddress);
+  EXPECT_EQ(found->headerFields, given.headerFields);
+  EXPECT_EQ(found->body, given.body);
+  EXPECT_EQ(found->text, given.text);
+  ASSERT_TRUE(found->offending);
+  EXPECT_EQ(found->offending->offset, 7u);
+  EXPECT_EQ(found->offending->bytes, given.offending->bytes);
+  EXPECT_EQ(found->answerFields, given.answerFields);
+}
+
+TEST_P(StoreTest, LeavesOutWhatThereIsNot) {
+  const auto store = open();
+  store->append(refusal(""));
+  const auto found = store->record(1);
+  ASSERT_TRUE(found);
+  EXPECT_FALSE(found->device);
+  EXPECT_FALSE(found->bundle);
+  EXPECT_FALSE(found->fault);
+  EXPECT_FALSE(found->eventTime);
+  EXPECT_FALSE(found->latitude);
+  EXPECT_FALSE(found->text);
+  EXPECT_FALSE(found->offending);
+  EXPECT_THAT(found->warnings, IsEmpty());
+  EXPECT_FALSE(store->record(0));
+  EXPECT_FALSE(store->record(2));
+}
+
+TEST_P(StoreTest, FindsTextsAsTheyAreWhateverIsInThem) {
+  const auto store = open();
+  store->append(message("%_'\"\\", std::string("a\0b", 3)));
+  RecordFilter filter;
+  filter.device = "%_'\"\\";
+  filter.bundle = std::string("a\0b", 3);
+  EXPECT_THAT(store->requests(filter, 10).requests, SizeIs(1));
+  filter.device = "%";
+  EXPECT_THAT(store->requests(filter, 10).requests, IsEmpty());
+  filter = {};
+  filter.text = "_";
+  EXPECT_THAT(store->requests(filter, 10).requests, IsEmpty());
+  filter.text = "IFA\":\"d";
+  EXPECT_THAT(store->requests(filter, 10).requests, SizeIs(1));
+}
+
+TEST_P(StoreTest, KeepsTheNewest) {
+  const auto store = open(2);
+  for (int count = 0; count < 5; ++count) store->append(message());
+  EXPECT_THAT(idsOf(store->requests({}, 10)), ElementsAre(4, 5));
+  EXPECT_FALSE(store->record(3));
+  EXPECT_EQ(store->lastId(), 5u);
+}
+
+TEST_P(StoreTest, CountsOnWhenAllWasForgotten) {
+  const auto store = open();
+  store->append(message());
+  store->reset();
+  EXPECT_EQ(store->resets(), 1u);
+  EXPECT_EQ(store->counts({}).all, 0u);
+  EXPECT_EQ(store->append(message()), 2u);
+  EXPECT_THAT(idsOf(store->requests({}, 10)), ElementsAre(2));
+}
+
+TEST_P(StoreTest, KnowsWhatADeviceHasSentBefore) {
+  const auto store = open();
+  store->append(message("D"));
+  store->append(message("E"));
+  store->append(message("D", "another"));
+  store->append(message("D"));
+  EXPECT_EQ(store->previous(*store->record(4)), 1u);
+  EXPECT_FALSE(store->previous(*store->record(3)));
+  EXPECT_FALSE(store->previous(*store->record(1)));
+}
+
+TEST_P(StoreTest, TellsOfChanges) {
+  std::atomic<int> changes{0};
+  const auto store = open();
+  store->onChange([&changes] { ++changes; });
+  store->append(message());
+  EXPECT_TRUE(eventually([&changes] { return changes > 0; }));
+  store->onChange({});
+  const int before = changes;
+  store->append(message());
+  store->reset();
+  EXPECT_EQ(changes, before);
+}
+
+TEST_P(StoreTest, AWarningMayComeLater) {
+  const auto store = open();
+  store->append(message());
+  const auto from = store->changedSince(UINT64_MAX).second;
+  store->addWarning(1, "first");
+  store->addWarning(1, "second");
+  store->addWarning(7, "of nothing");
+  EXPECT_THAT(store->record(1)->warnings, ElementsAre("first", "second"));
+  EXPECT_EQ(store->counts({}).warned, 1u);
+  EXPECT_THAT(store->changedSince(from).first, ElementsAre(1, 1, 7));
+  EXPECT_THAT(store->changedSince(from + 3).first, IsEmpty());
+}
+
+TEST_P(StoreTest, MayBeUsedOnManyThreads) {
+  const auto store = open();
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&store] {
+      for (int count = 0; count < 100; ++count) {
+        const std::uint64_t id = store->append(message());
+        EXPECT_TRUE(store->record(id));  // what was written is there to be read
+        store->setSendTime(id, 1);
+      }
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(store->counts({}).all, 400u);
+}
+
+TEST_P(StoreTest, PagesTellWhetherThereAreMore) {
+  const auto store = open();
+  for (int count = 0; count < 3; ++count) store->append(message());
+  EXPECT_TRUE(store->requests({}, 2).more);
+  EXPECT_FALSE(store->requests({}, 3).more);
+  EXPECT_THAT(idsOf(store->requests({}, 2, /*newestFirst=*/true)), ElementsAre(3, 2));
+}
+
+TEST(StoreInMemoryTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
+  std::promise<void> goOn;
+  const std::shared_future<void> mayGoOn = goOn.get_future();
+  Store store;
+  store.onChange([mayGoOn] { mayGoOn.wait(); });
+  for (int count = 0; count < 100; ++count) store.append(message());
+  EXPECT_EQ(store.lastId(), 100u);
+  goOn.set_value();
+  EXPECT_EQ(store.counts({}).all, 100u);
+}
+
+TEST(StoreInAFileTest, AMessageIsRememberedOverRestarts) {
+  const TemporaryDirectory temporary;
+  const std::string file = temporary.path() + "/requests";
+  {
+    Store store(file);
+    for (const char *id : {"1", "2", "3"}) {
+      Record record = message();
+      record.eventId = id;
+      record.accepted = *id != '2';
+      store.append(record);
+    }
+  }
+  Store store(file);
+  EXPECT_THAT(store.latestEventIds(10), ElementsAre("1", "3"));
+  EXPECT_THAT(store.latestEventIds(1), ElementsAre("3"));
+}
+
+}  // namespace
+}  // namespace kx::collector

@@ -1,0 +1,129 @@
+#include "tools/collector/Recorder.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "tools/collector/Encoding.h"
+
+namespace kx::collector {
+
+namespace {
+
+// Of what lists show. Longer ones are in the text.
+constexpr std::size_t maximumTextSize = 200;
+constexpr std::size_t maximumLogins = 1000;
+
+std::int64_t now() {
+  using std::chrono::milliseconds;
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<milliseconds>(sinceEpoch).count();
+}
+
+std::optional<std::string> textAt(const Document &message, const char *key) {
+  const auto found = message.find(key);
+  if (found == message.end() || !found->is_string()) return std::nullopt;
+  return std::string(beginningOf(found->get_ref<const std::string &>(), maximumTextSize));
+}
+
+std::optional<double> numberAt(const Document &message, const char *key) {
+  const auto found = message.find(key);
+  if (found == message.end() || !found->is_number()) return std::nullopt;
+  return found->get<double>();
+}
+
+/// What lists show of a message, as far as it has it.
+void summarize(const Document &message, RecordSummary &summary) {
+  summary.device = textAt(message, "ifa");
+  summary.bundle = textAt(message, "bundleId");
+  summary.eventId = textAt(message, "id");
+  summary.latitude = numberAt(message, "lat");
+  summary.longitude = numberAt(message, "lon");
+  summary.horizontalAccuracy = numberAt(message, "horizontalAccuracy");
+  const auto time = message.find("eventTime");
+  if (time != message.end() && time->is_number_integer()) summary.eventTime = time->get<std::int64_t>();
+}
+
+const char *kindOf(Endpoint endpoint) {
+  switch (endpoint) {
+    case Endpoint::login:
+      return "login";
+    case Endpoint::message:
+      return "message";
+    case Endpoint::unknown:
+      break;
+  }
+  return "other";
+}
+
+}  // namespace
+
+Record recordOf(const std::string &client, const Request &request, const Answer &answer) {
+  Record record;
+  record.time = now();
+  record.kind = kindOf(answer.endpoint);
+  record.accepted = answer.reason.empty();
+  record.status = answer.status;
+  record.reason = answer.reason;
+  record.packedSize = request.body.size();
+  record.unpackedSize = answer.text ? answer.text->size() : 0;
+  record.warnings = answer.warnings;
+  if (!answer.fault.empty()) record.fault = answer.fault;
+  record.microseconds.receive = request.receiveTime.count();
+  record.microseconds.work = answer.workTime.count();
+  record.method = request.method;
+  record.target = request.target;
+  record.remoteAddress = client;
+  record.headerFields = request.fields;
+  record.body = request.body;
+  record.text = answer.text;
+  record.offending = answer.offending;
+  record.answerFields = answer.fields();
+  if (answer.endpoint == Endpoint::message && answer.document && answer.document->is_array() &&
+      !answer.document->empty() && answer.document->front().is_object()) {
+    summarize(answer.document->front(), record);
+  }
+  return record;
+}
+
+void Recorder::received(const std::string &client, const Request &request, const Answer &answer) {
+  const std::uint64_t id = store_.append(recordOf(client, request, answer));
+  if (!answer.drop && !answer.stall) unanswered_[client] = id;
+  follow(id, request, answer);
+  next_.received(client, request, answer);
+}
+
+void Recorder::follow(std::uint64_t id, const Request &request, const Answer &answer) {
+  if (answer.accessToken) {
+    logins_.push_back({id, *answer.accessToken, std::chrono::steady_clock::now()});
+    if (logins_.size() > maximumLogins) logins_.pop_front();
+  } else if (answer.endpoint == Endpoint::message) {
+    // Refused or not: its client goes on, and its record tells what is wrong.
+    for (const std::string &value : request.values("Authorization")) {
+      logins_.erase(std::remove_if(logins_.begin(), logins_.end(),
+                                   [&value](const Login &login) { return value == "Bearer " + login.token; }),
+                    logins_.end());
+    }
+  }
+}
+
+void Recorder::checkLogins(std::chrono::steady_clock::time_point now) {
+  while (!logins_.empty() && now - logins_.front().time >= patience) {
+    store_.addWarning(logins_.front().id,
+                      "no message has followed this login for " + std::to_string(patience.count()) + " s");
+    logins_.pop_front();
+  }
+}
+
+void Recorder::answered(const std::string &client, std::chrono::microseconds time) {
+  const auto found = unanswered_.find(client);
+  if (found == unanswered_.end()) return;
+  store_.setSendTime(found->second, time.count());
+  unanswered_.erase(found);
+}
+
+void Recorder::failed(const std::string &client, const std::string &reason) {
+  unanswered_.erase(client);
+  next_.failed(client, reason);
+}
+
+}  // namespace kx::collector

@@ -1,0 +1,172 @@
+#include "tools/collector/Store.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "tools/collector/RecordDocument.h"
+#include "tools/collector/StoreWriter.h"
+
+namespace kx::collector {
+
+namespace {
+
+// Of what waits to be written to memory, while somebody reads for long.
+constexpr std::size_t maximumQueuedSize = std::size_t{64} << 20;
+constexpr std::size_t changesAtOnce = 1000;
+constexpr std::size_t rememberedAlterations = 1000;
+constexpr std::size_t sizeOfSmallThings = 1000;
+constexpr std::chrono::seconds timeBetweenCheckpoints{1};
+constexpr std::int64_t longLog = 10000;  // pages
+
+}  // namespace
+
+Store::Store(const std::optional<std::filesystem::path> &file, std::size_t keep)
+    : file_(file ? std::make_unique<DatabaseFile>(*file) : nullptr),
+      writing_(file_ ? file_->connect()
+                     : std::make_unique<Database>(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)),
+      reading_(file_ ? std::shared_ptr<Database>(file_->connect()) : writing_),
+      keep_(keep) {
+  if (!file_) createTables(*writing_);
+  addFunctions(*reading_);
+  lastId_ =
+      static_cast<std::uint64_t>(writing_->number("SELECT seq FROM sqlite_sequence WHERE name = 'request'"));
+  writer_ = std::thread([this] { write(); });
+  if (file_) checkpointer_ = std::thread([this] { checkpoint(); });
+}
+
+Store::~Store() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    isEnding_ = true;
+  }
+  isQueued_.notify_all();
+  isWritten_.notify_all();
+  writer_.join();
+  if (checkpointer_.joinable()) checkpointer_.join();
+}
+
+std::uint64_t Store::append(Record record) {
+  std::future<void> written;
+  std::uint64_t id = 0;
+  {
+    std::unique_lock<std::mutex> lock(mutex_);
+    isWritten_.wait(lock, [this] { return queuedSize_ < maximumQueuedSize; });
+    id = record.id = ++lastId_;
+    Change change;
+    change.size = sizeOfSmallThings + record.body.size() + (record.text ? record.text->size() : 0);
+    if (file_) {
+      change.isWritten = std::make_shared<std::promise<void>>();
+      written = change.isWritten->get_future();
+    }
+    change.apply = [record = std::move(record)](Writer &writer) { writer.append(record); };
+    queuedSize_ += change.size;
+    queue_.push_back(std::move(change));
+    ++pushed_;
+  }
+  isQueued_.notify_all();
+  if (written.valid()) written.get();
+  return id;
+}
+
+void Store::setSendTime(std::uint64_t id, std::int64_t microseconds) {
+  push({[id, microseconds](Writer &writer) { writer.setSendTime(id, microseconds); }, sizeOfSmallThings, {}});
+}
+
+void Store::addWarning(std::uint64_t id, const std::string &warning) {
+  push({[this, id, warning](Writer &writer) {
+          writer.addWarning(id, warning);
+          const std::lock_guard<std::mutex> lock(mutex_);
+          altered_.push_back(id);
+          ++alterations_;
+          if (altered_.size() > rememberedAlterations) altered_.pop_front();
+        },
+        sizeOfSmallThings,
+        {}});
+}
+
+void Store::reset() {
+  auto isWritten = std::make_shared<std::promise<void>>();
+  auto written = isWritten->get_future();
+  push({[this](Writer &writer) {
+          writer.reset();
+          ++resets_;
+        },
+        sizeOfSmallThings, std::move(isWritten)});
+  written.get();
+}
+
+std::pair<std::vector<std::uint64_t>, std::uint64_t> Store::changedSince(std::uint64_t from) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::uint64_t first = alterations_ - altered_.size();
+  std::vector<std::uint64_t> ids;
+  for (std::uint64_t at = std::max(from, first); at < alterations_; ++at) ids.push_back(altered_[at - first]);
+  return {std::move(ids), alterations_};
+}
+
+void Store::onChange(std::function<void()> callback) {
+  const std::lock_guard<std::mutex> lock(changedMutex_);
+  changed_ = std::move(callback);
+}
+
+void Store::push(Change change) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    queuedSize_ += change.size;
+    queue_.push_back(std::move(change));
+    ++pushed_;
+  }
+  isQueued_.notify_all();
+}
+
+std::unique_lock<std::mutex> Store::reading() {
+  {
+    std::unique_lock<std::mutex> lock(mutex_);
+    const std::uint64_t wanted = pushed_;
+    isWritten_.wait(lock, [this, wanted] { return done_ >= wanted; });
+  }
+  return std::unique_lock<std::mutex>(reading_->mutex);
+}
+
+void Store::write() {
+  Writer writer(*writing_, keep_);
+  for (;;) {
+    std::deque<Change> changes;
+    {
+      std::unique_lock<std::mutex> lock(mutex_);
+      isQueued_.wait(lock, [this] { return !queue_.empty() || isEnding_; });
+      if (queue_.empty()) return;
+      while (!queue_.empty() && changes.size() < changesAtOnce) {
+        changes.push_back(std::move(queue_.front()));
+        queue_.pop_front();
+      }
+    }
+    writer.apply(changes);
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      for (const Change &change : changes) queuedSize_ -= change.size;
+      done_ += changes.size();
+    }
+    isWritten_.notify_all();
+    const std::lock_guard<std::mutex> lock(changedMutex_);
+    if (changed_) changed_();
+  }
+}
+
+void Store::checkpoint() {
+  const auto database = file_->connect();
+  for (;;) {
+    {
+      std::unique_lock<std::mutex> lock(mutex_);
+      if (isQueued_.wait_for(lock, timeBetweenCheckpoints, [this] { return isEnding_; })) return;
+    }
+    int pages = 0;
+    sqlite3_wal_checkpoint_v2(database->handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, &pages, nullptr);
+    // While requests never cease, only this lets the log begin anew. Little is left to be copied meanwhile.
+    if (pages > longLog) {
+      sqlite3_wal_checkpoint_v2(database->handle(), nullptr, SQLITE_CHECKPOINT_RESTART, nullptr, nullptr);
+    }
+  }
+}
+
+}  // namespace kx::collector
