@@ -16,7 +16,9 @@ option(KX_CCACHE "Compile through ccache, where it is there" ${PROJECT_IS_TOP_LE
 
 set(KX_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 if(KX_SANITIZE)
-  add_compile_options(-fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # With lines, which are what a report names.
+  add_compile_options(-fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+    $<$<CXX_COMPILER_ID:Clang>:-gline-tables-only>)
   add_link_options(-fsanitize=${KX_SANITIZE})
 endif()
 

@@ -147,13 +147,14 @@ class Facts {
     line("Reports", diagnosis_.reportMade ? counted(diagnosis_.reportsMade, "report") + ", the last " +
                                                 relative(diagnosis_.reportMade)
                                           : "none yet");
-    if (diagnosis_.reportDropped) {
-      line("Dropped", counted(diagnosis_.reportsDropped, "report") + ", the last " +
-                          relative(diagnosis_.reportDropped) + ": " + describe(diagnosis_.drop));
-    }
+    // In this order: what was handed over may be dropped on its way.
     if (diagnosis_.handedOver) {
       line("Handed over",
            counted(diagnosis_.reportsHandedOver, "report") + ", the last " + relative(diagnosis_.handedOver));
+    }
+    if (diagnosis_.reportDropped) {
+      line("Dropped", counted(diagnosis_.reportsDropped, "report") + ", the last " +
+                          relative(diagnosis_.reportDropped) + ": " + describe(diagnosis_.drop));
     }
   }
 
@@ -190,9 +191,11 @@ class Facts {
 }  // namespace
 
 std::string KXDiagnosis::text() const {
+  const std::string facts = Facts(*this).text();
   const std::string advice = adviceFor(*this);
-  return Facts(*this).text() + (advice.empty() ? "\nNothing is wrong as far as the library can tell.\n"
-                                               : "\nWhat to do:\n" + advice);
+  if (!advice.empty()) return facts + "\nWhat to do:\n" + advice;
+  return facts + "\nNothing is wrong as far as the library can tell." +
+         (reportMade ? "\n" : " The first report is made 5 s after the host's call.\n");
 }
 
 }  // namespace kx

@@ -5,7 +5,10 @@
 #include <gio/gio.h>
 
 int main(int argc, char **argv) {
-  if (argc < 4) return 2;
+  if (argc < 4) {
+    g_printerr("usage: %s API-TOKEN HOSTNAME ADVERTISING-IDENTIFIER [CA-FILE]\n", argv[0]);
+    return 2;
+  }
   g_autoptr(GApplication) application = g_application_new("com.example.CHost", G_APPLICATION_DEFAULT_FLAGS);
 
   g_autoptr(KxOptions) options = kx_options_new();

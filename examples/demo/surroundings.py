@@ -67,7 +67,7 @@ def what_is_missing():
     if missing:
         return f"{', '.join(missing)} is not installed"
     if subprocess.run(["/usr/bin/unshare", *namespaces(), *OWN_FOLDER], capture_output=True, check=False).returncode:
-        return "this user may not make namespaces"
+        return "no namespaces can be made here (in a chroot, or by a user who may not)"
     return None
 
 

@@ -42,6 +42,7 @@ Selector HostTarget::selectorOf(SEL selector) {
 }
 
 void HostTarget::fire(const std::shared_ptr<RunLoopTimer> &timer) {
+  // While another thread gives a record its operation, the target may still be the one without.
   if (selector_ == nullptr) return;
   using Operation = void (*)(id, SEL, NSTimer *);
   const auto operation = reinterpret_cast<Operation>([target_ methodForSelector:selector_]);

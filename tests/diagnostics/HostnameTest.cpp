@@ -34,7 +34,7 @@ TEST(Hostname, HasAPortOfAtMost65535) {
 
 TEST(Hostname, HasAnIPv6AddressInBrackets) {
   for (const char *text : {"::1", "2001:db8::1", "[::1", "::1]", "[]", "[1]", "[::x]", "[::1]x",
-                           "[::1]:", "[1234]", "[dead.beef]", "[::1a", "[::12", "[::1]:0"}) {
+                           "[::1]:", "[1234]", "[dead.beef]", "[::1a", "[1:2:3:80", "[::1]:0"}) {
     EXPECT_FALSE(isHostnameWithOrWithoutPort(text)) << text;
   }
 }

@@ -31,9 +31,12 @@ CLPlacemark *berlin() {
                             [NSTimeZone timeZoneForSecondsFromGMT:7200]);
 }
 
-/// The updates that the library has asked for start once it knows that location services are switched on.
+/// The updates that the library has asked for start once it knows that location services are switched on;
+/// then nothing is under way any more.
 bool comesToUpdate() {
-  return standin::runMainLoopUntil([] { return standin::updatingLocationManagers() == 1; });
+  if (!standin::runMainLoopUntil([] { return standin::updatingLocationManagers() == 1; })) return false;
+  standin::settleQueues();
+  return true;
 }
 
 std::shared_ptr<KXLocation> providerAtSea() {
@@ -116,6 +119,7 @@ TEST(AppleLocation, ThatIsInvalidIsNoLocation) {
 TEST(AppleLocation, FollowsTheUsersPermission) {
   standin::locationServices().authorizationStatus = kCLAuthorizationStatusDenied;
   const auto provider = providerAtSea();
+  standin::settleQueues();
   EXPECT_EQ(standin::updatingLocationManagers(), 0);
   standin::changeAuthorization(kCLAuthorizationStatusAuthorizedAlways);
   EXPECT_TRUE(comesToKnow(*provider, atSea));
@@ -129,6 +133,7 @@ TEST(AppleLocation, FollowsTheUsersPermissionBeforeIOS14) {
   standin::locationServices().knowsItsOwnAuthorization = false;
   standin::locationServices().authorizationStatus = kCLAuthorizationStatusDenied;
   const auto provider = providerAtSea();
+  standin::settleQueues();
   standin::changeAuthorization(kCLAuthorizationStatusAuthorizedWhenInUse);
   EXPECT_TRUE(comesToKnow(*provider, atSea));
   standin::changeAuthorization(kCLAuthorizationStatusDenied);

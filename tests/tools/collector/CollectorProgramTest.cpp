@@ -225,7 +225,8 @@ TEST_F(CollectorProgramTest, AnAuthorityThatCannotBeUsedIsReplacedWhenItIsTold) 
   EXPECT_THAT(refused.errors(), HasSubstr("start once with --new-ca"));
   EXPECT_EQ(refused.output(), "");
   ChildProcess anew(start({"--new-ca"}));
-  expectThatItServes(portIn(firstLine(anew)), contentOf(temporary.path() + "/ca.pem"));
+  const std::uint16_t port = portIn(firstLine(anew));  // by then it has been made
+  expectThatItServes(port, contentOf(temporary.path() + "/ca.pem"));
 }
 
 TEST_F(CollectorProgramTest, SaysWhatToDoNext) {

@@ -106,7 +106,9 @@ class Course {
       missed.push(this.dueAt());
       this.next += 1;
     }
-    for (const due of missed.length > MANY ? missed.slice(0, 1) : missed) this.marks.push({ time: due, id: 0, state: "missing", off: 0 });
+    for (const due of missed.length > MANY ? missed.slice(0, 1) : missed) {
+      this.marks.push({ time: due, id: 0, state: "missing", off: 0 });
+    }
     const off = time - this.dueAt();
     if (missed.length > MANY && off < -TOLERANCE) {
       this.comeBack(event);

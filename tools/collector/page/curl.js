@@ -8,11 +8,10 @@ export function quoted(text) {
   const bytes = new TextEncoder().encode(text);
   const escaped = Array.from(bytes, (byte) => {
     const character = String.fromCharCode(byte);
-    if (byte < 0x20 || byte > 0x7e) return `\\x${byte.toString(16).padStart(2, "0")}`;
+    if (byte < 0x20 || byte > 0x7e) return `\\${byte.toString(8).padStart(3, "0")}`;
     return character === "'" || character === "\\" ? `\\${character}` : character;
   });
-  // A digit after an escape would be read as a part of it in some shells.
-  return `$'${escaped.join("").replace(/(\\x[0-9a-f]{2})(?=[0-9a-fA-F])/g, "$1'$$'")}'`;
+  return `$'${escaped.join("")}'`;
 }
 
 export function curl(record, status) {

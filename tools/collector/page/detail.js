@@ -58,10 +58,11 @@ export class Detail {
     const json = el("button", {}, "Copy JSON");
     json.addEventListener("click", () => copy(record.text ?? "", json));
     const parts = { message: record.kind === "message" ? "Message" : "Body", raw: "Raw", fields: "Header fields" };
-    this.tabs = el("div", { role: "tablist", "aria-label": "Parts of the request", class: "parts" }, Object.entries(parts).map(([part, title]) =>
-      el("button", {
-        role: "tab", id: `part-${part}`, "aria-selected": String(part === this.part), "aria-controls": "part", "data-part": part,
-        tabindex: part === this.part ? 0 : -1, onclick: () => this.choose(part), onkeydown: (event) => this.tabKey(event, Object.keys(parts)),
+    this.tabs = el("div", { role: "tablist", "aria-label": "Parts of the request", class: "parts" },
+      Object.entries(parts).map(([part, title]) => el("button", {
+        role: "tab", id: `part-${part}`, "aria-selected": String(part === this.part), "aria-controls": "part",
+        "data-part": part, tabindex: part === this.part ? 0 : -1,
+        onclick: () => this.choose(part), onkeydown: (event) => this.tabKey(event, Object.keys(parts)),
       }, title)));
     this.panel = el("div", { id: "part", role: "tabpanel", tabindex: 0, "aria-labelledby": `part-${this.part}` });
     this.host.replaceChildren(...[
@@ -74,7 +75,7 @@ export class Detail {
       record.offending ? this.offending(record) : null,
       this.facts(record),
       el("div", { class: "detail-actions" }, button, json,
-        record.lat !== null && record.lat !== undefined ? el("button", { onclick: () => this.onShow("map", record) }, "On the map") : null,
+        Number.isFinite(record.lat) ? el("button", { onclick: () => this.onShow("map", record) }, "On the map") : null,
         record.device ? el("button", { onclick: () => this.onShow("timeline", record) }, "On the timeline") : null),
       this.tabs, this.panel].filter(Boolean));
     this.host.scrollTop = 0;
@@ -107,15 +108,20 @@ export class Detail {
   offending(record) {
     const { offset, bytes } = record.offending;
     const wrong = bytes.match(/../g) ?? [];
-    const all = record.text !== null ? new TextEncoder().encode(record.text) : Uint8Array.from(atob(record.body), (one) => one.charCodeAt(0));
-    const hex = (from, to) => Array.from(all.subarray(Math.max(0, from), Math.max(0, to)), (byte) => byte.toString(16).padStart(2, "0"));
-    const readable = (list) => list.map((byte) => parseInt(byte, 16)).map((byte) => (byte > 31 && byte < 127 ? String.fromCharCode(byte) : "·")).join("");
+    const all = record.text !== null
+      ? new TextEncoder().encode(record.text)
+      : Uint8Array.from(atob(record.body), (one) => one.charCodeAt(0));
+    const hex = (from, to) =>
+      Array.from(all.subarray(Math.max(0, from), Math.max(0, to)), (byte) => byte.toString(16).padStart(2, "0"));
+    const readable = (list) => list.map((byte) => parseInt(byte, 16))
+      .map((byte) => (byte > 31 && byte < 127 ? String.fromCharCode(byte) : "·")).join("");
     const before = hex(offset - CONTEXT, offset);
     const after = hex(offset + wrong.length, offset + wrong.length + CONTEXT);
     const line = (join) => [join(before), el("mark", {}, join(wrong)), join(after)];
     return el("div", { class: "offending" },
       el("h3", {}, `Byte ${count(offset)} of the ${record.text !== null ? "text" : "body as received"}`),
-      el("pre", { tabindex: 0, "aria-label": "The offending bytes, hexadecimal" }, line((list) => (list.length ? ` ${list.join(" ")} ` : ""))),
+      el("pre", { tabindex: 0, "aria-label": "The offending bytes, hexadecimal" },
+        line((list) => (list.length ? ` ${list.join(" ")} ` : ""))),
       el("pre", { "aria-hidden": "true" }, line(readable)));
   }
 
@@ -179,18 +185,22 @@ export class Detail {
     const word = { added: "added", changed: "changed", removed: "removed", new: "" }[change] ?? "";
     return el("tr", { class: change ?? "same", "data-key": key },
       el("th", { scope: "row" }, shown(key)),
-      el("td", {}, shownValue, note ? el("small", {}, ` ${note}`) : null, old ? el("div", { class: "was" }, el("span", { class: "unseen" }, "before: "), old) : null),
+      el("td", {}, shownValue, note ? el("small", {}, ` ${note}`) : null,
+        old ? el("div", { class: "was" }, el("span", { class: "unseen" }, "before: "), old) : null),
       el("td", { class: "change" }, word));
   }
 
   raw() {
     const { text, body } = this.record;
     if (text === null) {
-      return [el("p", { class: "note" }, "The body could not be unpacked. As received, in base64:"), el("pre", { class: "raw" }, body.slice(0, LONGEST))];
+      return [el("p", { class: "note" }, "The body could not be unpacked. As received, in base64:"),
+        el("pre", { class: "raw" }, body.slice(0, LONGEST))];
     }
     const pretty = indented(text) ?? text;
     return [el("pre", { class: "raw" }, shown(pretty.slice(0, LONGEST), true)),
-      pretty.length > LONGEST ? el("p", { class: "note" }, `${count(pretty.length - LONGEST)} more characters are in the download.`) : null].filter(Boolean);
+      pretty.length > LONGEST
+        ? el("p", { class: "note" }, `${count(pretty.length - LONGEST)} more characters are in the download.`)
+        : null].filter(Boolean);
   }
 
   fields() {

@@ -31,13 +31,15 @@ export class Devices {
     setText(this.note, all.length ? `and ${count(all.length - MOST)} more` : "None yet");
     keyed(this.groups, groups, ([bundle]) => bundle,
       ([bundle]) => el("section", {}, el("h3", {}, bundle ? shown(bundle) : "No application named"), el("ul", {})),
-      (section, [, devices]) => keyed(section.lastChild, devices, ({ device }) => device, (device) => this.make(device), (row, device) => this.fill(row, device)));
+      (section, [, devices]) => keyed(section.lastChild, devices, ({ device }) => device,
+        (device) => this.make(device), (row, device) => this.fill(row, device)));
   }
 
   make({ device, bundle }) {
     const button = el("button", { title: visible(device) }, el("b", {}, shown(short(device))), el("span", { class: "when" }),
       el("span", { class: "numbers" }, el("span", {}), el("em", {})));
-    button.addEventListener("click", () => this.onChoose(this.chosen(device, bundle) ? { device: "", bundle: "" } : { device, bundle: bundle ?? "" }));
+    button.addEventListener("click", () => this.onChoose(
+      this.chosen(device, bundle) ? { device: "", bundle: "" } : { device, bundle: bundle ?? "" }));
     return el("li", {}, button);
   }
 

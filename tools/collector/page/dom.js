@@ -1,6 +1,7 @@
 // Elements and texts. Whatever comes from a request becomes a text node, and nothing else.
 
-const UNSEEN = /[\u0000-\u001f\u007f-\u009f\u00ad\u061c\u115f\u1160\u17b4\u17b5\u180b-\u180e\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb\ud800-\udfff]|[\u{e0000}-\u{e007f}]/gu;
+const UNSEEN = new RegExp("[\\u0000-\\u001f\\u007f-\\u009f\\u00ad\\u061c\\u115f\\u1160\\u17b4\\u17b5\\u180b-\\u180e\\u200b-\\u200f" +
+  "\\u2028-\\u202e\\u2060-\\u206f\\ufeff\\ufff9-\\ufffb\\ud800-\\udfff\\u{e0000}-\\u{e007f}]", "gu");
 
 /** An element with those attributes, and children that are elements or texts. `on...` are listeners, `class` is one. */
 export function el(name, attributes = {}, ...children) {

@@ -16,21 +16,25 @@ export class Faults {
     this.records = records;
     this.list = el("ul", { class: "faults" });
     this.error = el("p", { class: "error", role: "alert" });
-    this.off = el("button", { type: "button", hidden: true, onclick: () => this.act(() => api.removeFaults(), "All fault switches are off") }, "Switch all off");
+    this.off = el("button", { type: "button", hidden: true }, "Switch all off");
+    this.off.addEventListener("click", () => this.act(() => api.removeFaults(), "All fault switches are off"));
     this.devices = el("datalist", { id: "fault-devices" });
     this.form = el("form", { class: "fault-form", "aria-label": "A new fault switch", onsubmit: (event) => this.add(event) },
       this.field("Do", this.choice("action", ACTIONS)),
       this.field("Status", el("input", { name: "status", type: "number", min: 200, max: 599, value: 503, required: true }), "status"),
       this.field("Location", el("input", { name: "location", type: "text", placeholder: "https://…", autocomplete: "off" }), "location"),
-      this.field("Seconds", el("input", { name: "seconds", type: "number", min: 0.001, max: 3600, step: "any", value: 10, required: true }), "seconds"),
+      this.field("Seconds",
+        el("input", { name: "seconds", type: "number", min: 0.001, max: 3600, step: "any", value: 10, required: true }), "seconds"),
       this.field("To", this.choice("endpoint", ENDPOINTS)),
-      this.field("Of the device", el("input", { name: "device", type: "text", list: "fault-devices", placeholder: "any", autocomplete: "off", spellcheck: "false" })),
+      this.field("Of the device",
+        el("input", { name: "device", type: "text", list: "fault-devices", placeholder: "any", autocomplete: "off", spellcheck: "false" })),
       this.field("How often", el("input", { name: "count", type: "number", min: 1, placeholder: "until it is switched off" })),
       this.devices, el("button", { class: "primary" }, "Switch on"), this.error);
     this.form.elements.action.addEventListener("change", () => this.fit());
     this.form.elements.status.addEventListener("input", () => this.fit());
     this.form.elements.device.addEventListener("focus", () => this.offer());
-    host.append(el("h2", {}, "A new fault switch"), this.form, el("div", { class: "faults-title" }, el("h2", {}, "Switched on"), this.off), this.list);
+    host.append(el("h2", {}, "A new fault switch"), this.form,
+      el("div", { class: "faults-title" }, el("h2", {}, "Switched on"), this.off), this.list);
     this.fit();
     this.show([]);
   }
@@ -64,7 +68,9 @@ export class Faults {
   async add(event) {
     event.preventDefault();
     const { action, status, location, seconds, endpoint, device, count: often } = this.form.elements;
-    const fault = { endpoint: endpoint.value, device: device.value || null, action: action.value, count: often.value ? Number(often.value) : null };
+    const fault = {
+      endpoint: endpoint.value, device: device.value || null, action: action.value, count: often.value ? Number(often.value) : null,
+    };
     if (!status.disabled) fault.status = Number(status.value);
     if (!location.disabled) fault.location = location.value || null;
     if (!seconds.disabled) fault.seconds = Number(seconds.value);
@@ -105,7 +111,8 @@ export class Faults {
     if (!fault) return el("li", { class: "note" }, "None: the collector answers as it should.");
     return el("li", { "data-fault": fault.id },
       el("span", { class: "fault-what" }, el("b", {}, shown(this.sentence(fault))),
-        el("span", {}, ` · ${(ENDPOINTS[fault.endpoint] ?? fault.endpoint).toLowerCase()}`, fault.device ? [" of ", shown(short(fault.device))] : "")),
+        el("span", {}, ` · ${(ENDPOINTS[fault.endpoint] ?? fault.endpoint).toLowerCase()}`,
+          fault.device ? [" of ", shown(short(fault.device))] : "")),
       el("span", { class: "fault-done" }),
       el("button", { onclick: () => this.act(() => api.removeFault(fault.id), "The fault switch is off") }, "Switch off"));
   }

@@ -44,7 +44,13 @@ export function stretch(milliseconds) {
   return `${Math.floor(seconds / 86400)} days`;
 }
 
-export const ago = (time) => (Date.now() - time < 1000 ? "now" : `${stretch(Math.floor((Date.now() - time) / 1000) * 1000)} ago`.replace(".0 s", " s"));
+/** The same of whole seconds. */
+export const stretchOfSeconds = (seconds) => stretch(seconds * 1000).replace(".0 s", " s");
+
+export function ago(time) {
+  const seconds = Math.floor((Date.now() - time) / 1000);
+  return seconds < 1 ? "now" : `${stretchOfSeconds(seconds)} ago`;
+}
 
 export const place = (lat, lon) => `${lat.toFixed(5)}, ${lon.toFixed(5)}`;
 

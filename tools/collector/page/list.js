@@ -7,6 +7,7 @@ import { KINDS } from "./records.js";
 const HEIGHT = { wide: 28, narrow: 52 };
 const MAXIMUM = 15e6;  // what every browser lays out, in pixels
 const COLUMNS = ["time", "id", "kind", "status", "device", "bundle", "what", "size", "wire"];
+const LOGIN = KINDS.indexOf("login");
 const TITLES = ["Time", "No.", "Kind", "Status", "Device", "Application", "What", "Size", "On the wire"];
 
 export class List {
@@ -21,8 +22,9 @@ export class List {
     this.head = el("div", { class: "row head", role: "row", "aria-rowindex": 1 },
       TITLES.map((title, at) => el("span", { role: "columnheader", class: `c-${COLUMNS[at]}` }, title)));
     this.spacer = el("div", { class: "spacer", role: "rowgroup" });
-    this.box = el("div", { class: "rows", role: "grid", tabindex: 0, "aria-label": "Requests, the newest first", "aria-colcount": COLUMNS.length },
-      this.head, this.spacer);
+    this.box = el("div", {
+      class: "rows", role: "grid", tabindex: 0, "aria-label": "Requests, the newest first", "aria-colcount": COLUMNS.length,
+    }, this.head, this.spacer);
     this.newer = el("button", { class: "newer", hidden: true, onclick: () => this.toTop() });
     this.empty = el("p", { class: "note", hidden: true }, "No request matches the filter.");
     host.append(this.box, this.newer, this.empty);
@@ -133,6 +135,7 @@ export class List {
       parts.push(place(records.lat[index], records.lon[index]) +
         (Number.isNaN(records.accuracy[index]) ? "" : ` ± ${metres(records.accuracy[index])}`));
     }
+    if (!parts.length && records.kind[index] === LOGIN) parts.push("asks for an access token");
     setText(what, visible(parts.join(" · ")).slice(0, 400));
     what.classList.toggle("fault", records.fault[index] !== 0);
     setText(bytes, size(records.packed[index]));

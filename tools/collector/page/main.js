@@ -7,12 +7,14 @@ import { byId, copy, el, say, setText, shown, visible } from "./dom.js";
 import { Faults } from "./faults.js";
 import { count } from "./format.js";
 import { List } from "./list.js";
+import { Loading } from "./loading.js";
 import { TrackMap } from "./map.js";
 import { Records, View } from "./records.js";
+import { Search } from "./search.js";
 import { Timeline } from "./timeline.js";
 
-const PAGE = 1000;  // requests at once
 const VIEWS = ["requests", "timeline", "map", "faults"];
+const OUTCOMES = ["", "good", "bad", "warned"];
 const THEMES = { auto: "Auto", dark: "Dark", light: "Light" };
 
 const records = new Records();
@@ -25,8 +27,7 @@ let fresh = [];  // came since the last frame
 let changed = false;  // more is known of one that came before
 let frame = 0;
 let soon = 0;
-let loaded = false;
-let generation = 0;  // of what there is; another one after it was forgotten
+let wantedId = 0;  // which the address asks for
 
 const detail = new Detail(byId("detail"), () => status, {
   onClose: () => { select(0); byId("list").firstChild.focus({ preventScroll: true }); },
@@ -43,6 +44,8 @@ const list = new List(byId("list"), view, (id, into) => {
 const timeline = new Timeline(byId("view-timeline"), view, (id) => select(id));
 const trackMap = new TrackMap(byId("view-map"), view, (id) => select(id));
 const faults = new Faults(byId("view-faults"), records);
+const search = new Search(view, rebuild);
+const loading = new Loading(records, { rebuild, arrived, reset, first: restoreSelection });
 const devices = new Devices(byId("devices"), records, (chosen) => setFilter(chosen));
 
 function select(id, byList = false) {
@@ -59,7 +62,7 @@ function select(id, byList = false) {
 // What comes
 
 function arrived(summary) {
-  if (records.size && records.has(summary.id)) {
+  if (records.has(summary.id)) {
     records.put(summary);
     changed = true;
     if (detail.id === summary.id) detail.show(summary.id);
@@ -81,7 +84,7 @@ function flush() {
   fresh = [];
   if (view.filter.text) {
     if (changed) rebuild();
-    searchNewer();
+    search.goOn();
     return;
   }
   const matches = view.matcher();
@@ -124,61 +127,16 @@ function offer(id, values, all) {
 
 function showState() {
   for (const [name, number] of Object.entries(records.counts)) setText(byId(`count-${name}`), count(number));
-  const text = { live: loaded ? "Live" : "Loading", lost: "Not reached; trying again", wait: "Connecting" }[document.body.dataset.link ?? "wait"];
+  const { link = "wait" } = document.body.dataset;
+  const text = { live: loading.isDone ? "Live" : "Loading", lost: "Not reached; trying again", wait: "Connecting" }[link];
   setText(byId("live-text"), pausedAt === null ? text : `Paused${waiting ? `, ${count(waiting)} new` : ""}`);
-  byId("welcome").hidden = records.size > 0 || !loaded;
+  byId("welcome").hidden = records.size > 0 || !loading.isDone;
   byId("list").hidden = !byId("welcome").hidden;
   document.title = records.counts.bad ? `(${count(records.counts.bad)} refused) kx-collector` : "kx-collector";
 }
 
-/** The latest at once, then backwards to the first one. */
-async function load() {
-  const mine = generation;
-  let before;
-  for (let more = true; more;) {
-    const answer = await api.requests({ order: "desc", limit: PAGE, before });
-    if (mine !== generation) return;
-    for (const summary of answer.requests) if (!records.size || !records.has(summary.id)) records.put(summary);  // what came by itself is newer
-    more = answer.more && answer.requests.length > 0;
-    before = answer.requests.at(-1)?.id;
-    if (pausedAt === null) rebuild(true);
-    if (!performance.getEntriesByName("first").length) {
-      performance.mark("first");
-      restoreSelection();
-    }
-    await new Promise((resolve) => setTimeout(resolve));  // whoever types or scrolls goes first
-  }
-  loaded = true;
-  performance.mark("loaded");
-  rebuild();
-}
-
-/** The connection was broken: what came meanwhile is asked for, or all of it where something was forgotten. */
-async function catchUp() {
-  if (!loaded) return;
-  const mine = generation;
-  try {
-    const [oldest, newest] = await Promise.all(["asc", "desc"].map((order) => api.requests({ order, limit: 1 })));
-    const [low, high] = [oldest.requests[0]?.id ?? Infinity, newest.requests[0]?.id ?? 0];
-    if (mine !== generation) return;
-    if (low > records.first || high < records.last) {
-      reset();
-      loaded = false;
-      await load();
-      return;
-    }
-    for (let more = true; more;) {
-      const answer = await api.requests({ order: "asc", limit: PAGE, after: records.last });
-      if (mine !== generation) return;
-      for (const summary of answer.requests) if (!records.has(summary.id)) arrived(summary);
-      more = answer.more && answer.requests.length > 0;
-    }
-  } catch (error) {
-    say(error.message);
-  }
-}
-
 function rebuild(partly = false) {
+  if (partly && pausedAt !== null) return;
   view.rebuild();
   changed = false;
   fresh = [];
@@ -189,8 +147,7 @@ function rebuild(partly = false) {
 }
 
 function reset() {
-  generation += 1;
-  loaded = true;
+  loading.begin();
   records.clear();
   waiting = 0;
   view.found = view.filter.text ? new Set() : null;
@@ -199,64 +156,6 @@ function reset() {
 }
 
 // Which of it
-
-let searching = null;
-let searchedTo = 0;
-
-/** Has the program search, the latest first, and shows what is found meanwhile. */
-async function search() {
-  searching?.abort();
-  searching = null;
-  if (!view.filter.text) {
-    view.found = null;
-    rebuild();
-    return;
-  }
-  searching = new AbortController();
-  const { signal } = searching;
-  view.found = new Set();
-  searchedTo = records.last;
-  try {
-    let before;
-    for (let more = true; more;) {
-      const answer = await api.requests({ text: view.filter.text, order: "desc", limit: PAGE, before }, signal);
-      for (const { id } of answer.requests) view.found.add(id);
-      searchedTo = Math.max(searchedTo, answer.requests[0]?.id ?? 0);
-      before = answer.requests.at(-1)?.id;
-      more = answer.more && answer.requests.length > 0;
-      rebuild(more);
-    }
-    say(`${count(view.length)} requests match`);
-    if (records.last > searchedTo) searchNewer();
-  } catch (error) {
-    if (!signal.aborted) say(error.message);
-  }
-}
-
-let newer = false;
-
-async function searchNewer() {
-  if (newer || !searching) return;
-  newer = true;
-  const { signal } = searching;
-  try {
-    const upTo = records.last;
-    let after = searchedTo;
-    for (let more = true; more;) {
-      const answer = await api.requests({ text: view.filter.text, order: "asc", limit: PAGE, after }, signal);
-      for (const { id } of answer.requests) view.found.add(id);
-      after = answer.requests.at(-1)?.id ?? after;
-      more = answer.more && answer.requests.length > 0;
-    }
-    searchedTo = Math.max(upTo, after);
-    rebuild();
-  } catch (error) {
-    if (!signal.aborted) say(error.message);
-  } finally {
-    newer = false;
-    if (searching && records.last > searchedTo && pausedAt === null) setTimeout(searchNewer, 100);
-  }
-}
 
 function setFilter(changes) {
   const before = view.filter;
@@ -267,13 +166,14 @@ function setFilter(changes) {
     if (value && ![...host.options].some((option) => option.value === value)) host.append(el("option", { value }, visible(value)));
     host.value = value;
   }
-  document.querySelector(`#outcome input[value="${["good", "bad", "warned"].includes(view.filter.outcome) ? view.filter.outcome : ""}"]`).checked = true;
+  for (const choice of document.querySelectorAll("#outcome input")) choice.checked = choice.value === view.filter.outcome;
   if (byId("search").value.trim() !== view.filter.text) byId("search").value = view.filter.text;
   byId("unfilter").hidden = Object.values(view.filter).every((value) => !value);
-  const { outcome, kind, device, bundle, text } = view.filter;
-  byId("download").href = `/api/download${query({ kind, device, bundle, text, outcome: outcome === "warned" ? "" : outcome, warned: outcome === "warned" ? "true" : "" })}`;
+  const { outcome, text, ...others } = view.filter;
+  const asked = outcome === "warned" ? { warned: "true" } : { outcome };
+  byId("download").href = `/api/download${query({ ...others, text, ...asked })}`;
   list.behind = 0;
-  if (before.text !== text) search();
+  if (before.text !== text) search.begin();
   else rebuild();
   devices.refresh(view.filter);
   remember();
@@ -301,7 +201,7 @@ function pause() {
   setText(byId("pause"), pausedAt === null ? "Pause" : "Go on");
   document.body.classList.toggle("paused", pausedAt !== null);
   if (pausedAt === null) {
-    if (view.filter.text) searchNewer();
+    if (view.filter.text) search.goOn();
     rebuild();
   }
   showState();
@@ -343,11 +243,10 @@ function remember() {
   history.replaceState(null, "", `#${query(values).slice(1)}`);
 }
 
-let wantedId = 0;
-
 function restore() {
   const values = Object.fromEntries(new URLSearchParams(location.hash.slice(1)));
   const filter = Object.fromEntries(Object.keys(view.filter).map((key) => [key, values[key] ?? ""]));
+  if (!OUTCOMES.includes(filter.outcome)) filter.outcome = "";
   wantedId = Number(values.id) || 0;
   if (Object.values(filter).some(Boolean)) setFilter(filter);
   if (VIEWS.includes(values.view)) choose(values.view);
@@ -398,7 +297,9 @@ function wire() {
     typed = setTimeout(() => setFilter({ text: byId("search").value.trim() }), 200);
   });
   byId("outcome").addEventListener("change", (event) => setFilter({ outcome: event.target.value }));
-  for (const id of ["kind", "device", "bundle"]) byId(id).addEventListener("change", (event) => setFilter({ [id]: event.target.value }));
+  for (const id of ["kind", "device", "bundle"]) {
+    byId(id).addEventListener("change", (event) => setFilter({ [id]: event.target.value }));
+  }
   byId("filters").addEventListener("submit", (event) => event.preventDefault());
   byId("filters").addEventListener("reset", (event) => {
     event.preventDefault();
@@ -431,12 +332,12 @@ async function start() {
   wire();
   let kept = null;
   try { kept = localStorage.getItem("theme"); } catch { /* none, then */ }
-  theme(kept in THEMES ? kept : "auto");
+  theme(Object.hasOwn(THEMES, kept) ? kept : "auto");
   restore();
   listen({
     request: arrived, reset, faults: (switches) => faults.show(switches),
     state: (link) => {
-      if (link === "live" && document.body.dataset.link === "lost") catchUp();
+      if (link === "live" && document.body.dataset.link === "lost") loading.catchUp().catch((error) => say(error.message));
       document.body.dataset.link = link;
       showState();
     },
@@ -446,7 +347,7 @@ async function start() {
     byId("live").title = `${status.service}, version ${status.version}`;
     welcome();
     faults.show(await api.faults());
-    await load();
+    await loading.load();
   } catch (error) {
     say(error.message);
     setText(byId("live-text"), `Not loaded: ${visible(error.message)}`);

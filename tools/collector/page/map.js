@@ -3,12 +3,10 @@
 import { el, keyed, setText, shown, visible } from "./dom.js";
 import { clock, count, metres, place, short } from "./format.js";
 import { palette, prepared } from "./lane.js";
+import { TRACKS, drawMap } from "./mapdraw.js";
 import { girth, latOf, lonOf, unpacked, x, y } from "./world.js";
 
 const NEAREST = 4e8;  // pixels for the whole map: 10 cm each
-const MOST_CIRCLES = 1000;
-const LONGEST = 1e6;  // of all lines between positions, in pixels; what is older has dots only
-const TRACKS = 6;
 
 export class TrackMap {
   constructor(host, view, onSelect) {
@@ -88,7 +86,8 @@ export class TrackMap {
     this.tracks = [...tracks.values()];
     const total = this.tracks.reduce((sum, track) => sum + track.ids.length, 0);
     this.canvas.setAttribute("aria-label", `Map: ${count(total)} positions of ${count(this.tracks.length)} devices` +
-      (this.off ? `, and ${count(this.off)} that are nowhere on Earth` : "") + ". Arrow keys move it, plus and minus zoom, n and b go along the track.");
+      (this.off ? `, and ${count(this.off)} that are nowhere on Earth` : "") +
+      ". Arrow keys move it, plus and minus zoom, n and b go along the track.");
     const lines = this.tracks.slice(0, 12).map((track, at) => ({ key: `${at} ${track.device}`, at, track }));
     const note = [this.off ? `${count(this.off)} nowhere on Earth` : "", total ? "" : "No position yet"].filter(Boolean).join(". ");
     if (note) lines.push({ key: "note" });
@@ -162,7 +161,8 @@ export class TrackMap {
   }
 
   at(px, py) {
-    return { x: this.centre.x + (px - this.canvas.clientWidth / 2) / this.scale, y: this.centre.y + (py - this.canvas.clientHeight / 2) / this.scale };
+    const { clientWidth: width, clientHeight: height } = this.canvas;
+    return { x: this.centre.x + (px - width / 2) / this.scale, y: this.centre.y + (py - height / 2) / this.scale };
   }
 
   draw() {
@@ -173,166 +173,10 @@ export class TrackMap {
   }
 
   paint() {
-    const { pen, width, height } = prepared(this.canvas);
-    const colours = palette();
-    const left = this.centre.x - width / 2 / this.scale;
-    const top = this.centre.y - height / 2 / this.scale;
-    const { scale } = this;
-    const px = (value) => (value - left) * scale;
-    const py = (value) => (value - top) * scale;
-    pen.fillStyle = colours.sea;
-    pen.fillRect(0, 0, width, height);
-    const seen = (line) => line.east >= left && line.west <= left + width / scale && line.south >= top && line.north <= top + height / scale;
-    const trace = (lines) => {
-      pen.beginPath();
-      for (const { points, ...line } of lines) {
-        if (!seen(line)) continue;
-        pen.moveTo(px(points[0]), py(points[1]));
-        for (let index = 2; index < points.length; index += 2) pen.lineTo(px(points[index]), py(points[index + 1]));
-      }
-    };
-    if (this.world) {
-      trace(this.world.coasts);
-      pen.fillStyle = colours.land;
-      pen.fill("evenodd");
-      pen.strokeStyle = colours.border;
-      pen.lineWidth = 0.75;
-      pen.stroke();
-      trace(this.world.borders);
-      pen.stroke();
-      this.paintNames(pen, px, py, width, height, colours);
-    }
-    this.paintGrid(pen, px, py, width, height, colours);
-    this.paintTracks(pen, px, py, width, height, colours);
-    this.paintScale(pen, width, height, colours);
-    this.host.dataset.scale = scale;
+    drawMap(prepared(this.canvas), this, palette());
+    this.host.dataset.scale = this.scale;
     this.host.dataset.world = this.world ? "drawn" : "";
     setText(this.where, `${place(latOf(this.centre.y), lonOf(this.centre.x))} · `);
-  }
-
-  paintNames(pen, px, py, width, height, colours) {
-    pen.fillStyle = colours.muted;
-    pen.textAlign = "center";
-    pen.textBaseline = "middle";
-    const most = Math.log2(this.scale / 400) + 1;
-    const taken = [];
-    for (const { x: nx, y: ny, rank, text } of [...this.world.names].sort((one, other) => one.rank - other.rank)) {
-      const [at, down] = [px(nx), py(ny)];
-      if (rank > most || at < 0 || at > width || down < 0 || down > height) continue;
-      const half = text.length * 3.4;
-      if (taken.some(([x0, y0, x1]) => at - half < x1 && at + half > x0 && Math.abs(down - y0) < 14)) continue;
-      taken.push([at - half, down, at + half]);
-      pen.fillText(text, at, down);
-    }
-  }
-
-  paintGrid(pen, px, py, width, height, colours) {
-    const wanted = (90 / this.scale) * 360;
-    const step = [0.0001, 0.0002, 0.0005, 0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 30].find((one) => one >= wanted) ?? 30;
-    const digits = Math.max(0, -Math.floor(Math.log10(step)));
-    const [northWest, southEast] = [this.at(0, 0), this.at(width, height)];
-    pen.fillStyle = colours.border;
-    pen.globalAlpha = 0.35;
-    const each = (from, to, act) => {
-      for (let number = Math.ceil(from / step); number * step <= to; ++number) act(number * step);
-    };
-    const labels = [];
-    each(Math.max(-180, lonOf(northWest.x)), Math.min(180, lonOf(southEast.x)), (lon) => {
-      pen.fillRect(Math.round(px(x(lon))), 0, 1, height);
-      labels.push([`${Math.abs(lon).toFixed(digits)}°${lon < 0 ? "W" : lon > 0 ? "E" : ""}`, px(x(lon)) + 3, 9]);
-    });
-    each(Math.max(-85, latOf(southEast.y)), Math.min(85, latOf(northWest.y)), (lat) => {
-      pen.fillRect(0, Math.round(py(y(lat))), width, 1);
-      labels.push([`${Math.abs(lat).toFixed(digits)}°${lat < 0 ? "S" : lat > 0 ? "N" : ""}`, 4, py(y(lat)) - 6]);
-    });
-    pen.globalAlpha = 1;
-    pen.fillStyle = colours.muted;
-    pen.textAlign = "left";
-    pen.textBaseline = "middle";
-    for (const label of labels) if (label[2] === 9 ? label[1] > 20 : label[2] > 20) pen.fillText(...label);
-  }
-
-  paintTracks(pen, px, py, width, height, colours) {
-    const taken = new Uint8Array(width * height);  // pixels that have a dot
-    this.circles = 0;
-    this.tracks.forEach((track, at) => {
-      pen.fillStyle = pen.strokeStyle = colours[`track-${(at % TRACKS) + 1}`];
-      this.paintCircles(pen, track, px, py, width, height);
-      pen.globalAlpha = 0.8;
-      pen.lineWidth = 1.5;
-      let left = LONGEST / this.tracks.length;
-      let [lastX, lastY] = [Infinity, Infinity];
-      const dots = [];
-      pen.beginPath();
-      for (let index = track.x.length - 1; index >= 0; --index) {
-        const [cx, cy] = [px(track.x[index]), py(track.y[index])];
-        const length = Math.abs(cx - lastX) + Math.abs(cy - lastY);
-        if (length < 2 && index > 0) continue;
-        if (lastX === Infinity || left < 0) {
-          pen.moveTo(cx, cy);
-        } else {
-          pen.lineTo(cx, cy);
-          left -= Math.min(length, width + height);
-        }
-        [lastX, lastY] = [cx, cy];
-        const pixel = Math.floor(cy) * width + Math.floor(cx);
-        if (cx < 0 || cx >= width || cy < 0 || cy >= height || taken[pixel]) continue;
-        taken[pixel] = 1;
-        dots.push(cx, cy);
-      }
-      pen.stroke();
-      pen.globalAlpha = 1;
-      const small = dots.length > 4000;
-      for (let index = 0; index < dots.length; index += 2) {
-        if (small) {
-          pen.fillRect(dots[index] - 1.5, dots[index + 1] - 1.5, 3, 3);
-          continue;
-        }
-        pen.beginPath();
-        pen.arc(dots[index], dots[index + 1], 3, 0, 7);
-        pen.fill();
-      }
-      const end = track.ids.length - 1;
-      const chosen = track.ids.indexOf(this.selected);
-      this.ring(pen, px(track.x[end]), py(track.y[end]), 6, pen.fillStyle);
-      if (chosen >= 0) this.ring(pen, px(track.x[chosen]), py(track.y[chosen]), 10, colours.text);
-    });
-  }
-
-  /** Of the latest positions. */
-  paintCircles(pen, track, px, py, width, height) {
-    for (let index = track.ids.length - 1; index >= 0 && this.circles < MOST_CIRCLES; --index) {
-      const radius = (track.radius[index] / girth(track.lat[index])) * this.scale;
-      const [cx, cy] = [px(track.x[index]), py(track.y[index])];
-      if (!(radius > 3) || cx < -radius || cx > width + radius || cy < -radius || cy > height + radius) continue;
-      pen.beginPath();
-      pen.arc(cx, cy, radius, 0, 7);
-      pen.globalAlpha = 0.1;
-      pen.fill();
-      pen.globalAlpha = 0.45;
-      pen.stroke();
-      this.circles += 1;
-    }
-  }
-
-  ring(pen, cx, cy, radius, colour) {
-    pen.strokeStyle = colour;
-    pen.lineWidth = 2;
-    pen.beginPath();
-    pen.arc(cx, cy, radius, 0, 7);
-    pen.stroke();
-    pen.lineWidth = 1;
-  }
-
-  paintScale(pen, width, height, colours) {
-    const perPixel = girth(latOf(this.centre.y)) / this.scale;
-    const length = [1, 2, 5].flatMap((one) => Array.from({ length: 8 }, (_, power) => one * 10 ** power)).sort((one, other) => one - other)
-      .findLast((one) => one / perPixel <= 120) ?? 1;
-    const bar = length / perPixel;
-    pen.fillStyle = colours.text;
-    pen.fillRect(width - bar - 12, height - 30, bar, 2);
-    pen.textAlign = "right";
-    pen.fillText(length < 1000 ? `${length} m` : `${length / 1000} km`, width - 12, height - 38);
   }
 
   nearest(event) {
@@ -382,7 +226,8 @@ export class TrackMap {
   key(event) {
     if (event.altKey || event.ctrlKey || event.metaKey) return;
     const act = {
-      ArrowLeft: () => this.pan(-60, 0), ArrowRight: () => this.pan(60, 0), ArrowUp: () => this.pan(0, -60), ArrowDown: () => this.pan(0, 60),
+      ArrowLeft: () => this.pan(-60, 0), ArrowRight: () => this.pan(60, 0),
+      ArrowUp: () => this.pan(0, -60), ArrowDown: () => this.pan(0, 60),
       "+": () => this.zoom(2), "=": () => this.zoom(2), "-": () => this.zoom(0.5), 0: () => this.fit(),
       n: () => this.along(1), b: () => this.along(-1),
     }[event.key];

@@ -43,7 +43,7 @@ export class Records {
 
   /** Takes a summary: of a new request, or what else is known of one by now. */
   put(summary) {
-    const known = this.size > 0 && this.has(summary.id);
+    const known = this.has(summary.id);
     if (known) this.count(summary.id, -1);
     else this.reserve(summary.id);
     const at = summary.id - this.origin;
@@ -79,8 +79,7 @@ export class Records {
 
   addToDevice({ id, device, bundle, time, outcome }) {
     const key = `${device}\n${bundle ?? ""}`;
-    const known = this.devices.get(key) ?? { device, bundle, first: time, last: time, firstId: id, lastId: id, messages: 0, refused: 0 };
-    known.first = Math.min(known.first, time);
+    const known = this.devices.get(key) ?? { device, bundle, last: time, firstId: id, lastId: id, messages: 0, refused: 0 };
     known.last = Math.max(known.last, time);
     known.firstId = Math.min(known.firstId, id);
     known.lastId = Math.max(known.lastId, id);

@@ -2,10 +2,15 @@
 
 import { STANDS_OUT, STATES, below, cadence, lanesOfLogins } from "./cadence.js";
 import { el, keyed, setText, shown, visible } from "./dom.js";
-import { clock, count, day, moment, short, stretch } from "./format.js";
+import { clock, count, day, moment, short, stretch, stretchOfSeconds } from "./format.js";
+import { KINDS } from "./records.js";
 import { drawAxis, drawLane, palette, prepared } from "./lane.js";
 
+const LOGIN = KINDS.indexOf("login");
 const SPANS = [[60, "1 min"], [600, "10 min"], [3600, "1 h"], [21600, "6 h"], [86400, "24 h"], [0, "All"]];
+const SIGNS = [["first", "▲", "5 s after start or return"], ["regular", "●", "every 600 s"],
+  ["background", "▼", "entering the background"], ["late", "●", "late"], ["missing", "◇", "missing"],
+  ["unexpected", "✕", "unexpected"], ["refused", "□", "refused"], ["login", "│", "login, and its token's life"]];
 const MOST_LANES = 60;
 const MOST_FINDINGS = 200;
 
@@ -18,8 +23,10 @@ export class Timeline {
     this.until = null;  // the right end; null follows the time
     this.lanes = [];
     this.selected = 0;
-    this.spans = el("div", { class: "segments", role: "group", "aria-label": "How much time is shown" }, SPANS.map(([seconds, title]) =>
-      el("button", { "aria-pressed": String(seconds === this.span), "data-seconds": seconds, onclick: () => this.choose(seconds) }, title)));
+    this.spans = el("div", { class: "segments", role: "group", "aria-label": "How much time is shown" },
+      SPANS.map(([seconds, title]) => el("button", {
+        "aria-pressed": String(seconds === this.span), "data-seconds": seconds, onclick: () => this.choose(seconds),
+      }, title)));
     this.follow = el("button", { onclick: () => { this.until = null; this.draw(); } }, "Now");
     this.where = el("span", { class: "where" });
     this.axis = el("canvas", { class: "axis", "aria-hidden": "true" });
@@ -30,9 +37,8 @@ export class Timeline {
     this.findingsTitle = el("h2", {}, "What stands out");
     host.append(
       el("div", { class: "tools" }, this.spans, this.follow, this.where),
-      el("p", { class: "legend" }, [["first", "▲", "5 s after start or return"], ["regular", "●", "every 600 s"], ["background", "▼", "entering the background"],
-        ["late", "●", "late"], ["missing", "◇", "missing"], ["unexpected", "✕", "unexpected"], ["refused", "□", "refused"], ["login", "│", "login, and its token's life"]]
-        .map(([state, sign, title]) => el("span", { class: `key ${state}` }, el("i", { "aria-hidden": "true" }, sign), ` ${title}`))),
+      el("p", { class: "legend" }, SIGNS.map(([state, sign, title]) =>
+        el("span", { class: `key ${state}` }, el("i", { "aria-hidden": "true" }, sign), ` ${title}`))),
       this.axis, this.box, this.findingsTitle, this.findings);
     this.box.addEventListener("wheel", (event) => this.wheel(event), { passive: false });
     new ResizeObserver(() => !this.host.hidden && this.draw()).observe(this.box);
@@ -67,7 +73,9 @@ export class Timeline {
     for (let id = records.first; id <= records.last; ++id) {
       if (!records.has(id)) continue;
       const at = id - records.origin;
-      const event = { id, time: records.time[at], login: records.kind[at] === 0, good: records.good[at] === 1, status: records.status[at] };
+      const event = {
+        id, time: records.time[at], login: records.kind[at] === LOGIN, good: records.good[at] === 1, status: records.status[at],
+      };
       if (event.login) {
         logins.push(event);
       } else if (records.device[at]) {
@@ -85,8 +93,11 @@ export class Timeline {
     const homeless = [];
     const owners = lanesOfLogins(logins.map(({ time }) => time), list);
     logins.forEach((login, at) => (owners[at] < 0 ? homeless : list[owners[at]].logins).push(login));
-    for (const lane of list) lane.events = [...lane.logins, ...lane.events].sort((one, other) => one.time - other.time || one.id - other.id);
-    list = list.filter(({ device, bundle }) => (!filter.device || filter.device === device) && (!filter.bundle || filter.bundle === bundle));
+    for (const lane of list) {
+      lane.events = [...lane.logins, ...lane.events].sort((one, other) => one.time - other.time || one.id - other.id);
+    }
+    list = list.filter(({ device, bundle }) =>
+      (!filter.device || filter.device === device) && (!filter.bundle || filter.bundle === bundle));
     list.sort((one, other) => other.events.at(-1).time - one.events.at(-1).time);
     this.hiddenLanes = Math.max(0, list.length - MOST_LANES);
     this.lanes = list.slice(0, MOST_LANES).sort((one, other) => one.events[0].id - other.events[0].id);
@@ -102,7 +113,9 @@ export class Timeline {
       lane.canvas = row.lastChild;
     });
     this.note.hidden = this.lanes.length > 0 && !this.hiddenLanes;
-    setText(this.note, this.lanes.length ? `${count(this.hiddenLanes)} more devices: choose one by the filter.` : "No device has reported yet.");
+    setText(this.note, this.lanes.length
+      ? `${count(this.hiddenLanes)} more devices: choose one by the filter.`
+      : "No device has reported yet.");
   }
 
   make({ device, bundle }) {
@@ -133,12 +146,14 @@ export class Timeline {
         if (out) numbers[mark.state] = (numbers[mark.state] ?? 0) + 1;
         if (mark.refused) numbers.refused = (numbers.refused ?? 0) + 1;
       }
-      const said = ["late", "missing", "overdue", "unexpected", "refused"].filter((state) => numbers[state]).map((state) => `${count(numbers[state])} ${state}`);
+      const said = ["late", "missing", "overdue", "unexpected", "refused"].filter((state) => numbers[state])
+        .map((state) => `${count(numbers[state])} ${state}`);
       const { due } = lane.course;
-      const next = due && due > now ? `, next in ${stretch(Math.ceil((due - now) / 1000) * 1000).replace(".0 s", " s")}` : "";
+      const next = due && due > now ? `, next in ${stretchOfSeconds(Math.ceil((due - now) / 1000))}` : "";
       lane.summary.className = said.length ? "out" : "";
       setText(lane.summary, (said.join(", ") || "as due") + next);
-      lane.canvas.setAttribute("aria-label", visible(`${lane.device}: ${count(lane.events.length)} logins and reports, ${said.join(", ") || "all as due"}. Arrow keys go from one to the next.`));
+      lane.canvas.setAttribute("aria-label", visible(`${lane.device}: ${count(lane.events.length)} logins and reports, ` +
+        `${said.join(", ") || "all as due"}. Arrow keys go from one to the next.`));
     }
     found.sort((one, other) => other.mark.time - one.mark.time);
     const sign = found.map(({ lane, mark }) => `${lane.device}${mark.time}${mark.state}`).slice(0, MOST_FINDINGS).join();
@@ -199,7 +214,8 @@ export class Timeline {
     const { from, to } = this.range();
     const scale = (to - from) / lane.canvas.clientWidth;
     const time = from + event.offsetX * scale;
-    const all = [...lane.course.logins, ...lane.course.marks.slice(Math.max(0, below(lane.markTimes, time) - 4), below(lane.markTimes, time) + 4)];
+    const place = below(lane.markTimes, time);
+    const all = [...lane.course.logins, ...lane.course.marks.slice(Math.max(0, place - 4), place + 4)];
     const best = all.reduce((one, other) => (!one || Math.abs(other.time - time) < Math.abs(one.time - time) ? other : one), null);
     return best && Math.abs(best.time - time) < 10 * scale ? best : null;
   }

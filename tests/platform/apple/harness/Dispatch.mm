@@ -3,6 +3,7 @@
 
 #import <UIKit/UIKit.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -39,6 +40,9 @@ namespace {
 
 thread_local long runningPriority = kx::standin::notAGlobalQueue;
 
+/// The tasks of global queues that have not ended yet.
+std::atomic<int> tasksToEnd{0};
+
 KXDispatchQueue *mainQueue() {
   static KXDispatchQueue *const queue = [KXDispatchQueue new];
   return queue;
@@ -72,6 +76,13 @@ long kx::standin::currentQueuePriority() {
   return runningPriority;
 }
 
+void kx::standin::settleQueues() {
+  do {
+    if (!runMainLoopUntil([] { return tasksToEnd == 0; })) return complain("a queue's task does not end");
+    settleMainLoop();
+  } while (tasksToEnd != 0);
+}
+
 dispatch_queue_t dispatch_get_global_queue(intptr_t identifier, uintptr_t) {
   return globalQueue(identifier);
 }
@@ -87,10 +98,12 @@ void dispatch_async(dispatch_queue_t queue, dispatch_block_t block) {
   }
   const long priority = static_cast<KXDispatchQueue *>(queue)->priority;
   dispatch_block_t const task = [block copy];
+  ++tasksToEnd;
   kx::standin::runOnThreadOfItsOwn([task, priority] {
     runningPriority = priority;
     if (priority == DISPATCH_QUEUE_PRIORITY_BACKGROUND) kx::standin::awaitMainLoop();
     task();
+    --tasksToEnd;
   });
 }
 

@@ -38,6 +38,8 @@ bool trackUntil(const std::function<bool()> &condition);
 
 /// Runs everything that waits for the main thread already.
 void settleMainLoop();
+/// Runs everything that waits for a queue already, and what comes of it, whichever thread it is for.
+void settleQueues();
 
 /// Waits until the main thread runs its loop in one of these ways.
 void awaitMainLoop();

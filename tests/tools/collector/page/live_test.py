@@ -30,6 +30,11 @@ class LiveTest(PageCase):
         self.browser.until("return document.querySelector('.verdict .warning')?.textContent === 'Warning: no message followed'")
         self.assertEqual(self.browser.texts("#outcome b"), ["2", "2", "0", "1"])
         self.assertEqual(self.rows(), [2, 1])
+        other = self.collector.add(kind="login")
+        self.browser.run("document.querySelector('#outcome input[value=warned]').click()")
+        self.await_rows(1)
+        self.collector.change(other, warnings=["no message followed"])
+        self.await_rows(3, 1)
 
     def test_tells_what_to_do_while_nothing_has_come(self):
         self.show()
@@ -116,8 +121,10 @@ class LiveTest(PageCase):
         self.collector.add(message(3, city="Berlin"))
         self.collector.add(message(4, city="Potsdam"))
         self.await_rows(4, 1)
+        self.collector.add(message(5, city="Potsdam"))
+        self.await_rows(5, 4, 1)
         self.browser.keys("Escape")
-        self.await_rows(4, 3, 2, 1)
+        self.await_rows(5, 4, 3, 2, 1)
 
     def test_holds_still_while_it_is_paused(self):
         self.collector.add(message(1))

@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import subprocess
 import sys
 import unittest
 
@@ -79,6 +80,23 @@ class ProgramTest(PageCase):
         self.browser.keys("1")
         self.await_rows()
         self.assertEqual(self.program.get("/api/counts")["all"], 0)
+
+    def test_copies_a_curl_command_that_does_it_once_more(self):
+        token = self.program.log_in()
+        self.program.send(token, 1, city="Zürich's")
+        self.show()
+        self.await_rows(2, 1)
+        command = self.browser.run_async(
+            "const { curl } = await import('/curl.js'); const record = await (await fetch('/api/requests/2')).json();"
+            "return curl(record, await (await fetch('/api/status')).json())")
+        said = subprocess.run(["bash", "-c", command], capture_output=True, text=True, check=True).stdout
+        self.assertIn(" 200", said.splitlines()[0])
+        self.await_rows(3, 2, 1)
+        first, again = (self.program.get(f"/api/requests/{number}") for number in (2, 3))
+        for same in ("method", "target", "body", "text"):
+            self.assertEqual(again[same], first[same])
+        fields = [dict((name.lower(), value) for name, value in one["headerFields"]) for one in (first, again)]
+        self.assertEqual({**fields[1], "host": ""}, {**fields[0], "host": ""})
 
     def test_finds_the_same_as_the_program(self):
         token = self.program.log_in()

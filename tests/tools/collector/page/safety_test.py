@@ -52,6 +52,7 @@ class SafetyTest(PageCase):
         self.show()
         shown = self.browser.run_async("""
             const { visible } = await import('/dom.js');
+            const { short } = await import('/format.js');
             const wait = (holds) => new Promise((resolve, reject) => {
               const end = Date.now() + 10000;
               const look = () => holds() ? resolve() : Date.now() > end ? reject(new Error(String(holds))) : setTimeout(look, 2);
@@ -65,7 +66,8 @@ class SafetyTest(PageCase):
               document.querySelector('.rows').dispatchEvent(new KeyboardEvent('keydown', { key: 'ArrowDown', bubbles: true }));
               await wait(() => document.querySelector('#detail h2')?.textContent === `Message ${id}` && document.querySelector('#detail tr'));
               const seen = [...document.querySelectorAll('#part [data-key="city"] td:nth-child(2) > span')].map((one) => one.textContent);
-              const rowOk = document.getElementById(`row-${id}`).querySelector('.c-bundle').textContent === payload;
+              const rowOk = document.getElementById(`row-${id}`).querySelector('.c-bundle').textContent === payload &&
+                document.getElementById(`row-${id}`).querySelector('.c-device').textContent === visible(short(given[0][id - 1]));
               result.found.push(...findings());
               document.getElementById('part-raw').click();
               result.found.push(...findings());

@@ -34,8 +34,7 @@ class StandIn:
         class Handler(PageHandler):
             service = stand_in
 
-        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
-        self.server.daemon_threads = True
+        self.server = Server(("127.0.0.1", 0), Handler)
         self.url = f"http://127.0.0.1:{self.server.server_port}"
         threading.Thread(target=self.server.serve_forever, daemon=True).start()
 
@@ -141,6 +140,13 @@ class StandIn:
         return {"devices": list(devices.values())}
 
 
+class Server(http.server.ThreadingHTTPServer):
+    daemon_threads = True
+
+    def handle_error(self, *_):
+        """A page that is closed leaves its connections as they are."""
+
+
 class PageHandler(http.server.BaseHTTPRequestHandler):
     """One connection of the page."""
 
@@ -162,10 +168,7 @@ class PageHandler(http.server.BaseHTTPRequestHandler):
         self.wfile.write(content)
 
     def say(self, value, status=200):
-        try:
-            self.answer(status, json.dumps(value).encode())
-        except OSError:  # the page wants to know no longer
-            self.close_connection = True
+        self.answer(status, json.dumps(value).encode())
 
     def do_GET(self):  # pylint: disable=invalid-name
         url = urllib.parse.urlsplit(self.path)

@@ -112,6 +112,7 @@ class TimelineTest(PageCase):
         summaries = self.browser.texts(".lane-label small")[::-1]
         self.assertRegex(summaries[0], r"^as due, next in 9 min ")
         self.assertRegex(summaries[1], r"^1 late, 1 missing, 1 refused, next in 6 min (40|3\d) s$")
+        self.assertEqual(self.browser.run("return [...document.querySelectorAll('.lane-label small')].map((one) => one.className)"), ["out", ""])
         self.assertEqual([text[8:] for text in self.browser.texts(".findings button")],
                          ["6D92078A…a report is missing that was due", "6D92078A…late by 12 s, refused with 403"])
         self.browser.click(".findings li:nth-child(2) button")
