@@ -40,8 +40,8 @@ Store::~Store() {
     const std::lock_guard<std::mutex> lock(mutex_);
     isEnding_ = true;
   }
-  isQueued_.notify_all();
-  isWritten_.notify_all();
+  isQueued_.notify_one();
+  ends_.notify_one();
   writer_.join();
   if (checkpointer_.joinable()) checkpointer_.join();
 }
@@ -64,7 +64,7 @@ std::uint64_t Store::append(Record record) {
     queue_.push_back(std::move(change));
     ++pushed_;
   }
-  isQueued_.notify_all();
+  isQueued_.notify_one();
   if (written.valid()) written.get();
   return id;
 }
@@ -116,7 +116,7 @@ void Store::push(Change change) {
     queue_.push_back(std::move(change));
     ++pushed_;
   }
-  isQueued_.notify_all();
+  isQueued_.notify_one();
 }
 
 std::unique_lock<std::mutex> Store::reading() {
@@ -158,7 +158,7 @@ void Store::checkpoint() {
   for (;;) {
     {
       std::unique_lock<std::mutex> lock(mutex_);
-      if (isQueued_.wait_for(lock, timeBetweenCheckpoints, [this] { return isEnding_; })) return;
+      if (ends_.wait_for(lock, timeBetweenCheckpoints, [this] { return isEnding_; })) return;
     }
     int pages = 0;
     sqlite3_wal_checkpoint_v2(database->handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, &pages, nullptr);

@@ -131,6 +131,7 @@ class Store {
   mutable std::mutex mutex_;  // of all below
   std::condition_variable isQueued_;
   std::condition_variable isWritten_;
+  std::condition_variable ends_;
   std::deque<Change> queue_;
   std::size_t queuedSize_ = 0;
   std::uint64_t pushed_ = 0;

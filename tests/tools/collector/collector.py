@@ -32,7 +32,8 @@ def login_document():
 class Collector:
     """kx-collector on free ports, and requests to both of them."""
 
-    def __init__(self, *options, folder=None):
+    def __init__(self, *options, folder=None, prepare=None):
+        self.prepare = prepare  # is called in the new process, before the program begins
         self.temporary = None if folder else tempfile.TemporaryDirectory()
         self.folder = Path(folder or self.temporary.name)
         self.options = options
@@ -43,11 +44,17 @@ class Collector:
         page = [] if "--no-page" in self.options or "--page-port" in self.options else ["--page-port", "0"]
         self.log = open(self.folder / "log", "wb+")
         self.process = subprocess.Popen([PROGRAM, "--json", "--port", "0", "--directory", str(self.folder), *page,
-                                         *self.options], stdout=subprocess.PIPE, stderr=self.log)
+                                         *self.options], stdout=subprocess.PIPE, stderr=self.log,
+                                        preexec_fn=self.prepare)
         first = self.process.stdout.readline()
         if not first:
+            self.process.stdout.close()
             self.process.wait()
-            raise RuntimeError(self.errors())
+            problem = self.errors()
+            self.log.close()
+            if self.temporary:
+                self.temporary.cleanup()
+            raise RuntimeError(problem)
         self.where = json.loads(first)
         self.lines = []
         self.reader = threading.Thread(target=self.read)

@@ -3,15 +3,23 @@
 usage: database_test.py CLASS
 """
 
+import http.client
+import random
+import resource
 import signal
 import sqlite3
 import subprocess
 import tempfile
 import threading
+import time
 import unittest
 from pathlib import Path
 
 from collector import PROGRAM, Collector, uuid
+
+
+def random_text(size):
+    return "".join(random.choices("abcdefghijklmnopqrstuvwxyz0123456789", k=size))
 
 
 class DatabaseTest(unittest.TestCase):
@@ -59,6 +67,31 @@ class RestartTest(DatabaseTest):
                 for _ in range(5):
                     collector.log_in()
                 self.assertEqual([request["id"] for request in collector.get("/api/requests")["requests"]], [3, 4, 5])
+
+    def test_what_cannot_be_written_is_not_answered(self):
+        def limit():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)  # so that writing fails, as on a full disk
+            resource.setrlimit(resource.RLIMIT_FSIZE, (3000000, 3000000))
+
+        with Collector("--database", str(self.file), folder=self.folder, prepare=limit) as collector:
+            token = collector.log_in()
+            answered = set()
+            with self.assertRaises((http.client.HTTPException, OSError)):
+                for number in range(1, 1000):
+                    self.assertEqual(collector.send(token, number, name=random_text(2000)).status, 200)
+                    answered.add(uuid(number))
+            kept = collector.get("/api/requests?kind=message&limit=1000")["requests"]
+            self.assertGreater(len(answered), 10)
+            self.assertEqual({request["eventId"] for request in kept}, answered)
+            for _ in range(1000):
+                reasons = [line["reason"] for line in collector.lines if line["event"] == "connection"]
+                if any("full" in reason or "I/O" in reason for reason in reasons):
+                    break
+                time.sleep(0.01)
+            else:
+                self.fail(f"nobody is told: {reasons}")
+        with self.collector() as collector:
+            self.assertEqual(collector.get("/api/counts?kind=message")["good"], len(answered))
 
     def test_nothing_that_was_answered_is_lost(self):
         answered = []

@@ -7,6 +7,7 @@ import base64
 import http.client
 import json
 import socket
+import tempfile
 import threading
 import time
 import unittest
@@ -282,6 +283,49 @@ class EventsTest(RestTest):
         for _ in range(500):
             self.assertEqual(self.collector.post(LOGIN, b"x" * 100, packed=False).status, 400)
         self.assertEqual(self.get("/api/counts")["all"], 500)
+
+
+class PasswordTest(unittest.TestCase):
+    def asks_for(self, password, collector):
+        def authorization(text):
+            return "Basic " + base64.b64encode(text.encode()).decode()
+
+        for path in ("/", "/api/status", "/page.js", "/ca.pem", "/api/events"):
+            status, fields, _ = collector.ask(path)
+            self.assertEqual([status, fields["WWW-Authenticate"]],
+                             [401, 'Basic realm="kx-collector", charset="UTF-8"'], path)
+        for wrong in (f"{password}x", "", password[:-1]):
+            self.assertEqual(collector.ask("/api/status", Authorization=authorization(f"me:{wrong}"))[0], 401)
+        self.assertEqual(collector.ask("/api/status", Authorization=authorization(f"me:{password}"))[0], 200)
+
+    def test_on_every_address_one_is_made(self):
+        with Collector("--page-address", "0.0.0.0") as collector:
+            self.asks_for(collector.where["pagePassword"], collector)
+
+    def test_one_of_ones_own(self):
+        with tempfile.NamedTemporaryFile("w") as file:
+            file.write("open sesame\n")
+            file.flush()
+            with Collector("--page-password-file", file.name) as collector:
+                self.assertNotIn("pagePassword", collector.where)
+                self.asks_for("open sesame", collector)
+
+    def test_on_loopback_there_is_none(self):
+        with Collector() as collector:
+            self.assertNotIn("pagePassword", collector.where)
+
+
+class PortTest(unittest.TestCase):
+    def test_a_port_in_use(self):
+        with Collector() as first:
+            port = first.page.rsplit(":", 1)[1]
+            with self.assertRaisesRegex(RuntimeError, "--page-port"):
+                Collector("--page-port", port)
+
+    def test_without_a_page(self):
+        with Collector("--no-page") as collector:
+            self.assertNotIn("page", collector.where)
+            self.assertTrue(collector.log_in())
 
 
 class AccessTest(RestTest):
