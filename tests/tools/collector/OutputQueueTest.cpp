@@ -113,6 +113,19 @@ TEST_F(OutputQueueTest, AReaderThatPausesHoldsNobodyUpAndIsToldWhatItMissed) {
   EXPECT_LT(before.size(), 65536 + maximumSize + 4096);
 }
 
+// What is told to be missing is missing in that place.
+TEST_F(OutputQueueTest, NothingIsLetInBetweenWhatIsLeftOut) {
+  OutputQueue output(descriptor(), noticeOf, maximumSize);
+  output << std::string(200000, 'x') << std::endl;
+  readUntil("x");  // the queue is empty now, and the pipe is full
+  output << std::string(maximumSize - 10, 'y') << std::endl;
+  output << std::string(100, 'z') << std::endl;
+  output << "short" << std::endl;
+  const std::string text = readUntil("left out]\n");
+  EXPECT_THAT(text, HasSubstr("y\n[2 left out]\n"));
+  EXPECT_THAT(text, Not(HasSubstr("short")));
+}
+
 TEST_F(OutputQueueTest, APieceThatIsLongerThanAllThatMayWaitIsWritten) {
   OutputQueue output(descriptor(), noticeOf, maximumSize);
   output << std::string(3 * maximumSize, 'x') << "end" << std::endl;
