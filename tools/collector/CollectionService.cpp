@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "tools/collector/DocumentRules.h"
 #include "tools/collector/GzipMember.h"
@@ -122,7 +123,7 @@ HeaderFields Answer::fields() const {
 }
 
 CollectionService::CollectionService(CollectionServiceSettings settings)
-    : settings_(settings), tokens_(settings.maximumTokens, settings.tokenLifetime) {
+    : settings_(std::move(settings)), tokens_(settings_.maximumTokens, settings_.tokenLifetime) {
   addFaults(Fault::Endpoint::login, settings_.login, faults_);
   addFaults(Fault::Endpoint::message, settings_.message, faults_);
 }
@@ -143,7 +144,7 @@ Answer CollectionService::receive(const Request &request, std::chrono::steady_cl
   if (isAccepted && answer.endpoint == Endpoint::login && !answer.drop && !answer.accessToken) {
     answer.accessToken = tokens_.issue(now);
   }
-  if (isAccepted && answer.endpoint == Endpoint::message) {
+  if (isAccepted && answer.endpoint == Endpoint::message && answer.document) {
     const Document &message = answer.document->front();
     answer.warnings = warnings_.about(message, std::chrono::system_clock::now());
     warnings_.remember(message["id"].get_ref<const std::string &>());

@@ -153,7 +153,8 @@ void Connection::stall(const Answer &answer) {
   half_ = text.str();
   half_.resize(half_.size() / 2);
   net::async_write(stream_, net::buffer(half_),
-                   [self = shared_from_this(), time = *answer.stall](ErrorCode error, std::size_t) {
+                   [self = shared_from_this(), time = answer.stall.value_or(std::chrono::milliseconds(0))](
+                       ErrorCode error, std::size_t) {
                      if (error) return;
                      self->delay_.expires_after(time);
                      self->delay_.async_wait([self](ErrorCode) { self->close(); });

@@ -8,7 +8,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <string>
 #include <string_view>
+#include <system_error>
 
 namespace kx::collector {
 
@@ -89,7 +91,7 @@ void createTables(Database &database) {
 
 DatabaseFile::DatabaseFile(const std::filesystem::path &file) : file_(file) {
   descriptor_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  if (descriptor_ < 0) refuse(std::strerror(errno));
+  if (descriptor_ < 0) refuse(std::generic_category().message(errno));
   try {
     lock();
     check();
@@ -106,14 +108,15 @@ DatabaseFile::~DatabaseFile() {
 void DatabaseFile::lock() {
   // SQLite's own locks are of another kind, and these two do not see each other.
   if (flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
-  refuse(errno == EWOULDBLOCK ? "another collector has it open" : std::strerror(errno));
+  refuse(errno == EWOULDBLOCK ? std::string("another collector has it open")
+                              : std::generic_category().message(errno));
 }
 
 void DatabaseFile::check() const {
   // Read without SQLite, which would finish what a program has left half done in a file of its own.
   std::array<unsigned char, headerSize> header{};
   const ssize_t size = pread(descriptor_, header.data(), header.size(), 0);
-  if (size < 0) refuse(std::strerror(errno));
+  if (size < 0) refuse(std::generic_category().message(errno));
   if (size == 0) {
     Database database(file_.string(), SQLITE_OPEN_READWRITE);
     createTables(database);

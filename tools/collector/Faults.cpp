@@ -95,14 +95,14 @@ void checkParts(const Fault &fault) {
   const bool hasTime = fault.action == Fault::Action::delay || fault.action == Fault::Action::stall;
   const std::string name(actionNames[static_cast<std::size_t>(fault.action)]);
   if (hasStatus != (fault.status != 0)) {
-    refuse(hasStatus ? "the action \"status\" needs a \"status\""
-                     : "the action \"" + name + "\" has no \"status\"");
+    refuse(hasStatus ? R"(the action "status" needs a "status")"
+                     : "the action \"" + name + R"(" has no "status")");
   }
   if (hasTime != (fault.time.count() != 0)) {
-    refuse("the action \"" + name + "\" " + (hasTime ? "needs" : "has no") + " \"seconds\"");
+    refuse("the action \"" + name + "\" " + (hasTime ? "needs" : "has no") + R"( "seconds")");
   }
   if (fault.location && (fault.status < 300 || fault.status > 399)) {
-    refuse("a \"location\" is for a \"status\" from 300 to 399");
+    refuse(R"(a "location" is for a "status" from 300 to 399)");
   }
   if (fault.device && fault.endpoint == Fault::Endpoint::login) {
     refuse("a login does not tell its \"device\"");

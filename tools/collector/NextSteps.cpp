@@ -15,7 +15,7 @@ std::vector<std::string> hostLines(const ListeningAddress &where) {
   std::vector<std::string> lines;
   if (where.isAuthority) {
     lines.push_back("options.certificateAuthorityFile = " + quote(where.trustedFile) + ";");
-    lines.push_back("kx::LinuxHost::setOptions(options);");
+    lines.emplace_back("kx::LinuxHost::setOptions(options);");
   }
   lines.push_back("kx::KXPublisher::sharedInstanceWithApiToken(\"any text\", " + quote(where.hostAndPort()) +
                   ");");

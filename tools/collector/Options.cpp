@@ -106,7 +106,7 @@ class Given {
 
   /// An IPv4 or IPv6 address.
   std::optional<std::string> address(const char *name) const {
-    const auto given = text(name);
+    auto given = text(name);
     boost::system::error_code error;
     if (given) boost::asio::ip::make_address(*given, error);
     if (error) refuse(name, "must be an IPv4 or IPv6 address");

@@ -21,7 +21,7 @@ const char *mediaTypeOf(std::string_view name) {
 }
 
 std::string withToken(std::string_view page, const std::string &token) {
-  constexpr std::string_view place = "<meta name=\"page-token\" content=\"";
+  constexpr std::string_view place = R"(<meta name="page-token" content=")";
   std::string text(page);
   const auto found = text.find(place);
   if (found != std::string::npos) text.insert(found + place.size(), token);

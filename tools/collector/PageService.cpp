@@ -122,7 +122,7 @@ PageAnswer PageService::answerOrThrow(const PageRequest &request, Feed::Time now
   if (isPasswordMissing(request)) {
     PageAnswer answer =
         pageRefusal(401, "the page needs the password that kx-collector has printed at its start");
-    answer.fields.emplace_back("WWW-Authenticate", "Basic realm=\"kx-collector\", charset=\"UTF-8\"");
+    answer.fields.emplace_back("WWW-Authenticate", R"(Basic realm="kx-collector", charset="UTF-8")");
     return answer;
   }
   const std::string_view path = pathOf(request.target);

@@ -81,12 +81,14 @@ void Server::admit(tcp::socket socket) {
 
 bool Server::makeRoom(const std::optional<net::ip::address> &address) {
   std::shared_ptr<Connection> longestIdle;
+  auto earliest = std::chrono::steady_clock::time_point::max();
   for (const auto &candidate : connections_) {
     auto open = candidate.lock();
-    if (open == nullptr || !open->isOpen() || !open->idleSince()) continue;
-    if (address && open->address() != *address) continue;
-    if (longestIdle == nullptr || *open->idleSince() < *longestIdle->idleSince())
-      longestIdle = std::move(open);
+    if (open == nullptr || !open->isOpen()) continue;
+    const auto since = open->idleSince();
+    if (!since || *since >= earliest || (address && open->address() != *address)) continue;
+    earliest = *since;
+    longestIdle = std::move(open);
   }
   if (longestIdle == nullptr) return false;
   longestIdle->giveWay();

@@ -86,9 +86,9 @@ void checkPosition(const Document &message, Texts &warnings) {
   const auto latitude = numberAt(message, "lat");
   const auto longitude = numberAt(message, "lon");
   if (latitude.has_value() != longitude.has_value()) {
-    warnings.push_back("\"lat\" and \"lon\" do not come together");
+    warnings.emplace_back(R"("lat" and "lon" do not come together)");
   } else if (latitude && std::abs(*latitude) + std::abs(*longitude) < 1e-6) {
-    warnings.push_back("the position is 0, 0, in the Gulf of Guinea");
+    warnings.emplace_back("the position is 0, 0, in the Gulf of Guinea");
   }
 }
 
@@ -133,7 +133,7 @@ std::vector<std::string> Warnings::about(const Document &message, system_clock::
   constexpr std::size_t maximumWarnings = 20;
   if (warnings.size() > maximumWarnings) {
     warnings.resize(maximumWarnings);
-    warnings.push_back("and more");
+    warnings.emplace_back("and more");
   }
   return warnings;
 }
