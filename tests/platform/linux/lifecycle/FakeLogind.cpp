@@ -104,13 +104,6 @@ void FakeLogind::grant(GDBusMethodInvocation *invocation, gint32 index) {
   locks_.push_back(ends[0]);
   GUnixFDList *const descriptors = g_unix_fd_list_new_from_array(&ends[1], 1);
   answer(invocation, g_variant_new("(h)", index), descriptors);
-  // The lock is the other side's alone, now and not when GLib's thread gets round to letting go of the
-  // message.
-  g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr);
-  gint sent = 0;
-  gint *const own = g_unix_fd_list_steal_fds(descriptors, &sent);
-  for (gint each = 0; each < sent; ++each) close(own[each]);
-  g_free(own);
   g_object_unref(descriptors);
 }
 

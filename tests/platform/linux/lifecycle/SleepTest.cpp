@@ -2,6 +2,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "KXPublisher/platform/Platform.h"
 #include "platform/linux/lifecycle/SleepMonitor.h"
 #include "tests/platform/linux/lifecycle/FakeLogind.h"
 #include "tests/platform/linux/lifecycle/LifecycleTest.h"
@@ -27,6 +28,14 @@ class SleepTest : public LifecycleTest {
   }
   bool comesToHold(std::size_t locks) {
     return loopUntil([&] { return logind.heldLocks() == locks; });
+  }
+  /// The log makes the process's own device, whose application follows sleep, too: it had better be there
+  /// before what is logged.
+  void makeTheProcessesDevice() {
+    const auto delaysRead = logind.delaysRead;
+    Platform::current();
+    ASSERT_TRUE(loopUntil(
+        [&] { return logind.heldLocks() == 2 && logind.delaysRead > delaysRead && untilNextDue() == -1; }));
   }
   /// Has logind announce sleep, and waits until the application has heard of it.
   void announceSleep() {
@@ -139,6 +148,7 @@ TEST_F(SleepTest, WhileSleepIsDelayedAnotherTaskMayBeginAndLaterNone) {
 }
 
 TEST_F(SleepTest, AnObserverThatThrowsDoesNotDelaySleep) {
+  makeTheProcessesDevice();
   testing::internal::CaptureStderr();
   onBackground([] { throw std::runtime_error("an observer's reason"); });
   announceSleep();
@@ -260,6 +270,7 @@ TEST_F(ExpirationTest, ATaskExpiresOnTheMainThreadWhileSleepIsStillDelayed) {
 }
 
 TEST_F(ExpirationTest, EveryTaskExpiresWhateverTheOthersHandlersDo) {
+  makeTheProcessesDevice();
   testing::internal::CaptureStderr();
   int expirations = 0;
   BackgroundTaskIdentifier refused = 1;
