@@ -53,7 +53,7 @@ class LiveTest(PageCase):
         meanwhile()
         with self.collector.changed:
             self.collector.listeners = []
-        self.browser.until("return document.body.dataset.link === 'live'", seconds=20)
+        self.browser.until("return document.body.dataset.link === 'live'")
 
     def test_misses_nothing_when_the_connection_breaks(self):
         self.collector.add(message(1))

@@ -61,7 +61,7 @@ class PageCase(unittest.TestCase):
     def await_rows(self, *numbers):
         self.eventually(lambda: self.rows() == list(numbers), lambda: f"the list has {self.rows()}, and not {list(numbers)}")
 
-    def eventually(self, holds, said="it never became so", seconds=15):
+    def eventually(self, holds, said="it never became so", seconds=60):
         end = time.monotonic() + seconds
         while not holds():
             if time.monotonic() > end:

@@ -54,7 +54,7 @@ class SafetyTest(PageCase):
             const { visible } = await import('/dom.js');
             const { short } = await import('/format.js');
             const wait = (holds) => new Promise((resolve, reject) => {
-              const end = Date.now() + 10000;
+              const end = Date.now() + 60000;
               const look = () => holds() ? resolve() : Date.now() > end ? reject(new Error(String(holds))) : setTimeout(look, 2);
               look();
             });

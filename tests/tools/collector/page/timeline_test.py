@@ -123,7 +123,7 @@ class TimelineTest(PageCase):
         self.collector.add(kind="login", time=now - 3 * S)
         self.collector.add(message(0), time=now - 900 * S)
         self.show("#view=timeline")
-        self.browser.until("return document.querySelector('.lane-label small')?.textContent.startsWith('1 overdue')", seconds=20)
+        self.browser.until("return document.querySelector('.lane-label small')?.textContent.startsWith('1 overdue')")
         self.collector.add(message(1), time=now + 2 * S)
         self.browser.until("return document.querySelector('.lane-label small').textContent.startsWith('as due')")
 

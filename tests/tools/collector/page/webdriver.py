@@ -37,6 +37,7 @@ class Browser:
         session = self.ask("POST", "/session", {"capabilities": {"alwaysMatch": {
             "browserName": "chrome",
             "goog:loggingPrefs": {"performance": "ALL", "browser": "ALL"},
+            "timeouts": {"script": 120_000, "pageLoad": 120_000},  # ms; a script may be slow where the machine is
             "goog:chromeOptions": {"args": arguments}}}})
         self.session = f"/session/{session['sessionId']}"
         self.size(width, height)
@@ -114,7 +115,7 @@ class Browser:
     def texts(self, selector):
         return self.run("return [...document.querySelectorAll(arguments[0])].map((one) => one.textContent)", selector)
 
-    def until(self, script, *arguments, seconds=15):
+    def until(self, script, *arguments, seconds=60):
         """Waits until the script returns something that is true, and returns it."""
         end = time.monotonic() + seconds
         while True:
