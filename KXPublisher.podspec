@@ -21,12 +21,13 @@ Pod::Spec.new do |spec|
   spec.resource_bundles = { 'KXPublisherPrivacy' => 'packaging/ios/PrivacyInfo.xcprivacy' }
 
   spec.source_files = 'include/KXPublisher/*.h', 'diagnostics/*.cpp', 'platform/*.cpp', 'platform/foundation/*.cpp',
-                      'platform/apple/*.mm', 'providers/*.cpp', 'publisher/*.cpp', 'transport/*.cpp'
+                      'platform/apple/*.mm', 'bindings/objective-c/*.mm', 'providers/*.cpp', 'publisher/*.cpp',
+                      'transport/*.cpp'
   # The constants' counterpart is in Objective-C; the header of those in C is no part of the module.
   spec.exclude_files = 'publisher/KXConstants.cpp', 'include/KXPublisher/KXConstants.h'
   spec.public_header_files = 'include/KXPublisher/*.h'
-  spec.preserve_paths = 'include/**/*.{h,hpp}', '{diagnostics,platform,platform/apple,providers,publisher,transport}/*.h',
-                        'packaging/about.json'
+  spec.preserve_paths = 'include/**/*.{h,hpp}', 'packaging/about.json',
+                        '{bindings/objective-c,diagnostics,platform,platform/apple,providers,publisher,transport}/*.h'
   spec.requires_arc = true
   # One folder for what hosts include, one for the rest; the module map in the former is Swift Package Manager's.
   spec.pod_target_xcconfig = {

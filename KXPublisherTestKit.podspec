@@ -21,9 +21,9 @@ Pod::Spec.new do |spec|
   spec.frameworks = 'Foundation'
   spec.libraries = 'c++', 'z'
 
-  spec.source_files = 'include/KXPublisher/platform/simulated/apple/*.h', 'platform/simulated/Simulated*.cpp',
-                      'platform/simulated/apple/*.mm'
-  spec.public_header_files = 'include/KXPublisher/platform/simulated/apple/*.h'
+  spec.source_files = 'include/KXPublisher/testkit/*.h', 'platform/simulated/Simulated*.cpp',
+                      'bindings/objective-c/testkit/*.mm'
+  spec.public_header_files = 'include/KXPublisher/testkit/*.h'
   spec.preserve_paths = 'include/**/*.{h,hpp}', 'packaging/about.json'
   spec.requires_arc = true
   spec.pod_target_xcconfig = {

@@ -10,7 +10,7 @@ import PackageDescription
 let besides = [
   ".ci", "CMakeLists.txt", "CMakePresets.json", "KXPublisher.podspec", "KXPublisherTestKit.podspec", "LICENSE",
   "CHANGELOG.md", "CONTRIBUTING.md", "README.md", "SECURITY.md", "THIRD-PARTY-NOTICES.md", "benchmarks",
-  "bindings", "cmake", "docs", "examples", "packaging", "script", "tests", "tools", "platform/linux",
+  "bindings/gobject", "cmake", "docs", "examples", "packaging", "script", "tests", "tools", "platform/linux",
 ]
 let portable = [
   "diagnostics", "platform/LocalNotificationCenter.cpp", "platform/Platform.cpp", "platform/SerialOperationQueue.cpp",
@@ -18,7 +18,7 @@ let portable = [
 ]
 /// Their counterparts on iOS are in Objective-C++.
 let elsewhere = ["platform/json", "publisher/KXConstants.cpp"]
-let device = ["platform/apple"]
+let device = ["platform/apple", "bindings/objective-c"]
 let simulated = [
   "platform/simulated/SimulatedApplication.cpp", "platform/simulated/SimulatedBundle.cpp",
   "platform/simulated/SimulatedCollectionService.cpp", "platform/simulated/SimulatedLocation.cpp",
@@ -26,7 +26,7 @@ let simulated = [
   "platform/simulated/SimulatedRunLoop.cpp", "platform/simulated/SimulatedScheduler.cpp",
   "platform/simulated/SimulatedTelephony.cpp", "platform/simulated/SimulatedWebView.cpp",
 ]
-let testKit = ["platform/simulated/apple"]
+let testKit = ["bindings/objective-c/testkit"]
 
 let package = Package(
   name: "KXPublisher",
@@ -41,7 +41,7 @@ let package = Package(
       name: "KXPublisherPortable", path: ".", exclude: besides + elsewhere, sources: portable,
       publicHeadersPath: "include", cxxSettings: [.headerSearchPath(".")], linkerSettings: [.linkedLibrary("z")]),
     .target(
-      name: "KXPublisher", dependencies: ["KXPublisherPortable"], path: ".", exclude: besides, sources: device,
+      name: "KXPublisher", dependencies: ["KXPublisherPortable"], path: ".", exclude: besides + testKit, sources: device,
       resources: [.copy("packaging/ios/PrivacyInfo.xcprivacy")], publicHeadersPath: "include",
       cxxSettings: [.headerSearchPath(".")],
       linkerSettings: [
@@ -54,7 +54,7 @@ let package = Package(
       sources: simulated, publicHeadersPath: "include", cxxSettings: [.headerSearchPath(".")]),
     .target(
       name: "KXPublisherTestKit", dependencies: ["KXPublisher", "KXPublisherSimulated"], path: ".", exclude: besides,
-      sources: testKit, publicHeadersPath: "include/KXPublisher/platform/simulated/apple", cxxSettings: [.headerSearchPath(".")]),
+      sources: testKit, publicHeadersPath: "include/KXPublisher/testkit", cxxSettings: [.headerSearchPath(".")]),
     .testTarget(
       name: "KXPublisherTestKitTests", dependencies: ["KXPublisher", "KXPublisherTestKit"],
       path: "examples/testkit"),

@@ -36,7 +36,7 @@ endif()
 # Not those for Objective-C elsewhere, and not those that the framework brings.
 set(others_headers gobject)  # bindings/gobject installs its own
 if(NOT KX_PLATFORM STREQUAL apple)
-  list(APPEND others_headers KXPublisher.h KXPublisherClasses.h KXPublisherConstants.h apple)
+  list(APPEND others_headers KXPublisher.h KXPublisherClasses.h KXPublisherConstants.h testkit)
 elseif(KX_BUILD_SHARED)
   list(APPEND others_headers KXPublisher.h KXPublisherClasses.h KXPublisherConstants.h)
 else()

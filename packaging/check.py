@@ -16,7 +16,7 @@ ROOT = Path(__file__).resolve().parent.parent
 ABOUT = json.loads((ROOT / "packaging/about.json").read_text())
 HEADERS = ROOT / "include/KXPublisher"
 DOOR = sorted(HEADERS.glob("KXPublisher*.h"))  # for Objective-C and Swift
-APPLE = ROOT / "platform/apple"
+APPLE = (ROOT / "platform/apple", ROOT / "bindings/objective-c")
 
 # What a privacy manifest may say (developer.apple.com, "Privacy manifest files"), as far as this library could have to.
 DATA_TYPES = {"DeviceID", "UserID", "PreciseLocation", "CoarseLocation", "ProductInteraction", "AdvertisingData",
@@ -55,8 +55,8 @@ def found(pattern, name):
 
 
 def library_sources():
-    for folder in ("diagnostics", "platform", "platform/apple", "platform/foundation", "providers", "publisher",
-                   "transport"):
+    for folder in ("bindings/objective-c", "diagnostics", "platform", "platform/apple", "platform/foundation", "providers",
+                   "publisher", "transport"):
         for suffix in ("*.h", "*.cpp", "*.mm"):
             yield from (ROOT / folder).glob(suffix)
 
@@ -70,11 +70,11 @@ def check_about():
     version = ABOUT["version"]
     for pattern, name in (
         (r"^const double KXPublisherVersionNumber = (.*);$", "publisher/KXConstants.cpp"),
-        (r"^const double KXPublisherVersionNumber = (.*);$", "platform/apple/ObjectiveCConstants.mm"),
+        (r"^const double KXPublisherVersionNumber = (.*);$", "bindings/objective-c/ObjectiveCConstants.mm"),
         (r'kxPublisherSdkVersion = "v(.*)";$', "include/KXPublisher/KXPublisher.hpp"),
     ):
         expect(found(pattern, name) == version, f"{name}: the version is not {version}")
-    for name in ("publisher/KXConstants.cpp", "platform/apple/ObjectiveCConstants.mm"):
+    for name in ("publisher/KXConstants.cpp", "bindings/objective-c/ObjectiveCConstants.mm"):
         major = found(r"PROJECT:KXPublisher-(\d+)", name)
         expect(major == version.split(".")[0], f"{name}: the version text is not that of {version}")
     expect(found(r'^  name: "(.*)",$', "Package.swift") == ABOUT["name"], "Package.swift: another name")
@@ -93,7 +93,7 @@ def check_about():
 def check_frameworks():
     """The frameworks that the code imports are those that each way links."""
     imported = set()
-    for path in [*APPLE.glob("*.mm"), *APPLE.glob("*.h"), *DOOR]:
+    for path in [*(path for folder in APPLE for suffix in ("*.mm", "*.h") for path in folder.glob(suffix)), *DOOR]:
         imported |= set(re.findall(r"^#import <(\w+)/", path.read_text(), re.M))
     imported -= {"KXPublisher", "objc"}
     for name, pattern in (
@@ -107,16 +107,17 @@ def check_frameworks():
 
 
 def check_cmake_lists():
-    cmake = text("platform/apple/CMakeLists.txt")
-    listed = set(re.findall(r"^  (?:\$\{PROJECT_SOURCE_DIR\}/include/KXPublisher/)?(\w+\.(?:mm|h))\)?$", cmake, re.M))
-    present = {path.name for path in [*APPLE.glob("*.mm"), *DOOR]}
-    expect(listed == present, f"platform/apple/CMakeLists.txt: these are not in both: {sorted(listed ^ present)}")
+    for folder, headers in zip(APPLE, (DOOR, ())):
+        name = str(folder.relative_to(ROOT) / "CMakeLists.txt")
+        listed = set(re.findall(r"^  (?:\$\{PROJECT_SOURCE_DIR\}/include/KXPublisher/)?(\w+\.(?:mm|h))\)?$", text(name), re.M))
+        present = {path.name for path in [*folder.glob("*.mm"), *headers]}
+        expect(listed == present, f"{name}: these are not in both: {sorted(listed ^ present)}")
 
 
 def check_module_maps():
     """Modules hold every header for Objective-C, and none of C++."""
     expect(DOOR, "include/KXPublisher: no header for Objective-C")
-    test_kit = HEADERS / "platform/simulated/apple"
+    test_kit = HEADERS / "testkit"
     for module_map, headers in (
         (ROOT / "include/module.modulemap", {f"KXPublisher/{header.name}" for header in DOOR}),
         (ROOT / "packaging/ios/module.modulemap", {header.name for header in DOOR}),

@@ -18,7 +18,7 @@ HOUSE = {
     "providers/KXData.cpp": '#include "KXPublisher/platform/Clock.h"',
     "platform/linux/LinuxClock.cpp": '#include "KXPublisher/platform/Clock.h"\n#include "platform/linux/bus/Bus.h"',
     "platform/linux/bus/Bus.h": "",
-    "platform/apple/ObjectiveCPublisher.mm": "#import <KXPublisher/KXPublisher.hpp>",
+    "bindings/objective-c/ObjectiveCPublisher.mm": "#import <KXPublisher/KXPublisher.hpp>",
 }
 
 
@@ -55,6 +55,14 @@ class LayersTest(unittest.TestCase):
     def test_sees_a_device_include_from_above_the_seam(self):
         said = self.complaints(files={"platform/linux/bus/Bus.h": '#include "KXPublisher/KXPublisher.hpp"'})
         self.assertIn("which is above the seam", said)
+
+    def test_sees_a_device_include_a_binding(self):
+        said = self.complaints(files={"platform/apple/AppleBus.mm": '#import "bindings/objective-c/Face.h"', "bindings/objective-c/Face.h": ""})
+        self.assertIn("which is above the seam", said)
+
+    def test_sees_the_house_include_a_binding(self):
+        said = self.complaints(files={"publisher/Own.h": '#include "bindings/objective-c/Face.h"', "bindings/objective-c/Face.h": ""})
+        self.assertIn("which is on a floor above publisher", said)
 
     def test_sees_a_device_include_another(self):
         said = self.complaints(files={"platform/apple/AppleBus.mm": '#import "platform/linux/bus/Bus.h"'})

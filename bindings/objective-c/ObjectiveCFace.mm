@@ -1,4 +1,4 @@
-#include "platform/apple/ObjectiveCFace.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
 
 #include <map>
 #include <mutex>

@@ -1,14 +1,14 @@
-#include "platform/apple/ObjectiveCData.h"
+#include "bindings/objective-c/ObjectiveCData.h"
 
 #include "KXPublisher/providers/KXAsn.h"
 #include "KXPublisher/providers/KXCarrier.h"
 #include "KXPublisher/providers/KXConnection.h"
 #include "KXPublisher/providers/KXDevice.h"
 #include "KXPublisher/providers/KXLocation.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
 #include "platform/apple/AppleObject.h"
 #include "platform/apple/AppleText.h"
 #include "platform/apple/AppleValue.h"
-#include "platform/apple/ObjectiveCFace.h"
 
 @interface KXData () <KXPublisherStandIn>
 - (void)kxPublisherSetProvider:(const std::shared_ptr<kx::KXData> &)provider;

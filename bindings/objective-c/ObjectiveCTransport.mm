@@ -1,13 +1,13 @@
-#include "platform/apple/ObjectiveCTransport.h"
+#include "bindings/objective-c/ObjectiveCTransport.h"
 
 #include <utility>
 
 #include "KXPublisher/transport/KXGzipUtility.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
+#include "bindings/objective-c/ObjectiveCTimers.h"
 #include "platform/apple/AppleText.h"
 #include "platform/apple/AppleURLSession.h"
 #include "platform/apple/AppleValue.h"
-#include "platform/apple/ObjectiveCFace.h"
-#include "platform/apple/ObjectiveCTimers.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "KXPublisher/diagnostics/KXLog.h"
 #include "KXPublisher/platform/foundation/Object.h"
-#include "platform/apple/ObjectiveCFace.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
 #include "tests/platform/apple/harness/Raised.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "KXPublisher/providers/KXDevice.h"
-#include "platform/apple/ObjectiveCTimers.h"
+#include "bindings/objective-c/ObjectiveCTimers.h"
 #include "tests/platform/apple/harness/StandIn.h"
 
 /// Called by timers.

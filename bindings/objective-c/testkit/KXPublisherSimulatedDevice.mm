@@ -1,5 +1,5 @@
 #import <KXPublisher/KXPublisher.h>
-#import <KXPublisher/platform/simulated/apple/KXPublisherSimulatedDevice.h>
+#import <KXPublisher/testkit/KXPublisherSimulatedDevice.h>
 
 #include <exception>
 #include <optional>

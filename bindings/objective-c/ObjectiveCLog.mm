@@ -3,8 +3,8 @@
 #include <cstdarg>
 
 #include "KXPublisher/diagnostics/KXLog.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/ObjectiveCFace.h"
 
 @interface KXLog ()
 - (instancetype)initWithKXPublisherObject:(const std::shared_ptr<kx::KXLog> &)object;

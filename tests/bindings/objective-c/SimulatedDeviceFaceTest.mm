@@ -1,7 +1,7 @@
 // The simulated device as an app's own unit tests use it, from Objective-C.
 
 #import <KXPublisher/KXPublisher.h>
-#import <KXPublisher/platform/simulated/apple/KXPublisherSimulatedDevice.h>
+#import <KXPublisher/testkit/KXPublisherSimulatedDevice.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/apple/ObjectiveCTimers.h"
+#include "bindings/objective-c/ObjectiveCTimers.h"
 
 #include <objc/runtime.h>
 

@@ -1,12 +1,12 @@
 #include "KXPublisher/diagnostics/KXLog.h"
+#include "bindings/objective-c/ObjectiveCData.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
+#include "bindings/objective-c/ObjectiveCPublisher.h"
+#include "bindings/objective-c/ObjectiveCTimers.h"
+#include "bindings/objective-c/ObjectiveCTransport.h"
 #include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"
 #include "platform/apple/AppleValue.h"
-#include "platform/apple/ObjectiveCData.h"
-#include "platform/apple/ObjectiveCFace.h"
-#include "platform/apple/ObjectiveCPublisher.h"
-#include "platform/apple/ObjectiveCTimers.h"
-#include "platform/apple/ObjectiveCTransport.h"
 
 const char kxPublisherClasses = 0;
 

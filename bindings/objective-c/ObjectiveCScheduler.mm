@@ -3,9 +3,9 @@
 #include <objc/runtime.h>
 
 #include "KXPublisher/providers/KXScheduler.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
+#include "bindings/objective-c/ObjectiveCTimers.h"
 #include "platform/apple/AppleText.h"
-#include "platform/apple/ObjectiveCFace.h"
-#include "platform/apple/ObjectiveCTimers.h"
 
 @interface KXScheduleInfo ()
 - (instancetype)initWithKXPublisherObject:(const std::shared_ptr<kx::KXScheduleInfo> &)object;

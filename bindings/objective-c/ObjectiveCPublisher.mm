@@ -1,4 +1,4 @@
-#include "platform/apple/ObjectiveCPublisher.h"
+#include "bindings/objective-c/ObjectiveCPublisher.h"
 
 #include "platform/apple/AppleCallbackBoundary.h"
 #include "platform/apple/AppleText.h"

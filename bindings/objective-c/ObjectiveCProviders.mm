@@ -3,6 +3,8 @@
 #include "KXPublisher/providers/KXConnection.h"
 #include "KXPublisher/providers/KXDevice.h"
 #include "KXPublisher/providers/KXLocation.h"
+#include "bindings/objective-c/ObjectiveCData.h"
+#include "bindings/objective-c/ObjectiveCFace.h"
 #include "platform/apple/AppleDeprecated.h"
 #include "platform/apple/AppleDevice.h"
 #include "platform/apple/AppleGeocoder.h"
@@ -11,8 +13,6 @@
 #include "platform/apple/AppleTelephony.h"
 #include "platform/apple/AppleText.h"
 #include "platform/apple/AppleValue.h"
-#include "platform/apple/ObjectiveCData.h"
-#include "platform/apple/ObjectiveCFace.h"
 
 // The faces of the library's own five providers. What every provider has is the base's.
 
