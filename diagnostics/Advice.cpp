@@ -45,8 +45,8 @@ class Advice {
 
   void options() {
     say("The host's options came after the library had been used, and have no effect, an advertising "
-        "identifier among "
-        "them included. Call setOptions before anything else of the library, and look at what it returns.");
+        "identifier among them included. Call setOptions before anything else of the library, and look at "
+        "what it returns.");
   }
 
   void arguments() {
@@ -57,8 +57,7 @@ class Advice {
       say("There is no host name. Give the service's, like collect.example.com or collect.example.com:8443.");
     } else if (diagnosis_.hostname == Argument::malformed) {
       say("The host name is not one. Give a name alone, in ASCII, and maybe a colon and a port: no https://, "
-          "no path, "
-          "no blank.");
+          "no path, no blank.");
     }
     if (diagnosis_.entryCalls > 1) {
       say(stringWithFormat("The host's call was made %u times. Only the first one's arguments count.",
@@ -69,13 +68,12 @@ class Advice {
   void mainLoop() {
     if (diagnosis_.mainLoop == KXDiagnosis::MainLoop::hasNotRun) {
       say("The main loop has not served the library since the start, so no report is ever made. Run the "
-          "platform's "
-          "main loop: on Linux GLib's default main context, on iOS the application's. Do not block it.");
+          "platform's main loop: on Linux GLib's default main context, on iOS the application's. Do not "
+          "block it.");
     } else if (diagnosis_.mainLoopServed && !diagnosis_.inBackground &&
                diagnosis_.mainLoopServed->age > timeBetweenReports + patience) {
       say("The main loop has not served the library for longer than the time between two reports. Unless the "
-          "device "
-          "was asleep, something blocks the loop, or it has ended.");
+          "device was asleep, something blocks the loop, or it has ended.");
     }
   }
 
@@ -84,13 +82,12 @@ class Advice {
       case Identifier::absent:
       case Identifier::empty:
         say("There is no advertising identifier, and no message is sent without one. On Linux the host gives "
-            "it in its "
-            "options; on iOS the system has one where the device lets apps ask.");
+            "it in its options; on iOS the system has one where the device lets apps ask.");
         break;
       case Identifier::allZeros:
         say("The advertising identifier is all zeros: the user limits tracking, or has not been asked. "
-            "Messages are "
-            "not sent then, as it should be. On iOS ask for permission to track before the host's call.");
+            "Messages are not sent then, as it should be. On iOS ask for permission to track before the "
+            "host's call.");
         break;
       case Identifier::usable:
       case Identifier::unknown:
@@ -107,22 +104,19 @@ class Advice {
           say("What answered the login does not speak HTTP. Check the host name and its port.");
         } else {
           say(stringWithFormat(
-              "The service answered the login with HTTP status %ld. Check the host name and its port, "
-              "and the service itself.",
+              "The service answered the login with HTTP status %ld. Check the host name and its port, and "
+              "the service itself.",
               {diagnosis_.loginStatus}));
         }
         break;
       case Login::withoutToken:
         say("What answered the login gave no access token. Check that the host name is the collection "
-            "service's, and "
-            "that nothing in between (a proxy, a hotspot's login page) answers for it.");
+            "service's, and that nothing in between (a proxy, a hotspot's login page) answers for it.");
         break;
       case Login::failed:
         say("The service could not be reached for the login. See the error above: whether the network is up, "
-            "the host "
-            "name and its port right, the device's clock right, and the certificate from an authority that "
-            "the device "
-            "trusts.");
+            "the host name and its port right, the device's clock right, and the certificate from an "
+            "authority that the device trusts.");
         break;
       case Login::underWay:
         if (diagnosis_.loginStarted && diagnosis_.loginStarted->age > patience) {
@@ -145,8 +139,7 @@ class Advice {
     const auto &dropped = diagnosis_.reportDropped;
     if (dropped && diagnosis_.drop == Drop::notSerialisable) {
       say("A provider's fact is no JSON: text that is not UTF-8, or a number that is not finite. Look at the "
-          "providers "
-          "that the host has added.");
+          "providers that the host has added.");
     }
     if (dropped && diagnosis_.drop == Drop::noTransport) {
       say("The logger has no transport client: the host has taken it away.");
@@ -155,8 +148,7 @@ class Advice {
       case Delivery::refused:
         if (diagnosis_.deliveryStatus == forbidden) {
           say("The service refused the access token of the last message. A new one is asked for; the next "
-              "report "
-              "should pass. If it is refused again and again, look into the service.");
+              "report should pass. If it is refused again and again, look into the service.");
         } else {
           say(stringWithFormat(
               "The service did not take the last message: HTTP status %ld. It is lost; look into the "
@@ -166,8 +158,7 @@ class Advice {
         break;
       case Delivery::failed:
         say("The last message could not be delivered and is lost. See the error above: whether the network "
-            "is up, and "
-            "the service reachable.");
+            "is up, and the service reachable.");
         break;
       case Delivery::never:
       case Delivery::underWay:
