@@ -92,7 +92,9 @@ class InstallTest(unittest.TestCase):
         self.assertTrue((prefix / "bin/kx-host").exists())
         stranger = prefix / "include/KXPublisher/not-ours.h"
         stranger.write_text("")
-        run("cmake", "-D", f"KX_BINARY_DIR={hosts.BUILD}", "-P", hosts.SOURCE / "cmake/KXUninstalling.cmake")
+        installed = sum(path != stranger and not path.is_dir() for path in prefix.rglob("*"))
+        text = run("cmake", "-D", f"KX_BINARY_DIR={hosts.BUILD}", "-P", hosts.SOURCE / "cmake/KXUninstalling.cmake")
+        self.assertIn(f"Removed {installed} files", text)
         self.assertEqual([path for path in prefix.rglob("*") if not path.is_dir()], [stranger])
         left = [path for path in prefix.rglob("*KXPublisher*") if path.is_dir()]
         self.assertEqual(left, [stranger.parent])
