@@ -1,7 +1,9 @@
 """Lints the sources that ship, but none again that has passed and not changed since: neither itself, nor a header that it
-includes, nor how it is compiled, nor the rules, nor the linter.
+includes, nor how it is compiled, nor the rules, nor the linter. Those that are compiled together are linted together, for
+most of the work is in the headers that they share.
 
-usage: tidy.py FOLDER SOURCE...    FOLDER has compile_commands.json; results are kept in FOLDER/results, one a source
+usage: tidy.py FOLDER SOURCE...    FOLDER has compile_commands.json; what is linted together is put into FOLDER/together,
+                                   and results are kept in FOLDER/results
 """
 
 import concurrent.futures
@@ -15,6 +17,8 @@ import sys
 
 LINTER = "clang-tidy-16"
 HEADER = re.compile(r"\.+ (/.*)")  # as -H lists it
+INCLUDE = re.compile(r'^#include "(.*)"$', re.M)  # as CMake has them in what it compiles together
+PLACE = re.compile(r"^(/[^:]+):(\d+)", re.M)
 
 
 @functools.lru_cache(maxsize=None)
@@ -26,14 +30,67 @@ def digest_of_file(name):
         return ""
 
 
+class Together:
+    """The sources that CMake compiles together, each group as one text: what the linter says of included files is less."""
+
+    def __init__(self, folder):
+        self.folder = os.path.abspath(os.path.join(folder, "together"))
+        os.makedirs(self.folder, exist_ok=True)
+        self.lines = {}  # of each text: (source, its line) by line
+        self.text_of = {}  # where a source is
+        with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
+            entries = json.load(file)
+        for entry in list(entries):
+            name = os.path.realpath(os.path.join(entry["directory"], entry["file"]))
+            if "/Unity/" in name:
+                sources = INCLUDE.findall(read(name))
+                text = self.write(os.path.relpath(name, folder).replace("/", "-"), sources)
+                # By its sources' names, a file that is not compiled here is found to be like one of them.
+                entries += [{**entry, "command": entry["command"].replace(entry["file"], file), "file": file}
+                            for file in (text, *sources)]
+                entries.remove(entry)
+        with open(os.path.join(self.folder, "compile_commands.json"), "w", encoding="utf-8") as file:
+            json.dump(entries, file)
+        self.commands = {os.path.realpath(os.path.join(entry["directory"], entry["file"])): entry["command"]
+                         for entry in entries}
+
+    def write(self, name, sources):
+        text = os.path.join(self.folder, name)
+        lines = []
+        self.lines[text] = []
+        for source in sources:
+            own = read(source).splitlines()
+            lines += own
+            self.lines[text] += [(source, number) for number in range(1, len(own) + 1)]
+            self.text_of[os.path.realpath(source)] = text
+        with open(text, "w", encoding="utf-8") as file:
+            file.write("\n".join(lines) + "\n")
+        return text
+
+    def original(self, said):
+        """What is said, with the places of the sources themselves."""
+        def place(match):
+            lines = self.lines.get(match[1], ())
+            number = int(match[2])
+            return "{}:{}".format(*lines[number - 1]) if 0 < number <= len(lines) else match[0]
+        return PLACE.sub(place, said)
+
+
+def read(name):
+    with open(name, encoding="utf-8") as file:
+        return file.read()
+
+
 class Lint:
     def __init__(self, folder):
         self.folder = folder
         self.version = subprocess.run([LINTER, "--version"], capture_output=True, text=True, check=True).stdout
-        with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
-            entries = json.load(file)
-        self.commands = {os.path.realpath(os.path.join(entry["directory"], entry["file"])): entry["command"]
-                         for entry in entries}
+        self.together = Together(folder)
+        self.commands = self.together.commands
+
+    def texts(self, sources):
+        """What to lint for these: themselves, or the texts that they are in."""
+        return list(dict.fromkeys(self.together.text_of.get(os.path.realpath(source), source) for source in sources))
 
     def state(self, source, headers):
         """A digest of all that the result of that source follows from."""
@@ -56,13 +113,13 @@ class Lint:
 
     def check(self, source):
         """What there is to say against that source; nothing, and a kept result, when it passes."""
-        result = subprocess.run([LINTER, "-p", self.folder, "--quiet", "--extra-arg=-H", source],
+        result = subprocess.run([LINTER, "-p", self.together.folder, "--quiet", "--extra-arg=-H", source],
                                 capture_output=True, text=True, check=False)
         said = [line for line in result.stderr.splitlines() if "warnings generated" not in line]
         headers = sorted({os.path.normpath(match[1]) for line in said if (match := HEADER.fullmatch(line))})
         complaints = "\n".join([*result.stdout.splitlines(), *(line for line in said if not HEADER.fullmatch(line))])
         if result.returncode or complaints:
-            return complaints or f"{source}: {LINTER} ended with exit code {result.returncode}"
+            return self.together.original(complaints) or f"{source}: {LINTER} ended with exit code {result.returncode}"
         file = self.result_file(source)
         os.makedirs(os.path.dirname(file), exist_ok=True)
         with open(file + ".new", "w", encoding="utf-8") as output:
@@ -85,10 +142,11 @@ def rules_for(source):
 
 def main(folder, sources):
     lint = Lint(folder)
-    changed = [source for source in sources if not lint.has_passed(source)]
+    texts = lint.texts(sources)
+    changed = [text for text in texts if not lint.has_passed(text)]
     if not changed:
         return 0
-    print(f"{len(changed)} of {len(sources)} files", flush=True)
+    print(f"{len(changed)} of {len(texts)} texts, of {len(sources)} files", flush=True)
     failures = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for complaint in pool.map(lint.check, changed):

@@ -18,7 +18,8 @@ echo "$source" >>read
 echo ". $PWD/header.h" >&2
 echo "12 warnings generated." >&2
 grep -q wrong "$source" header.h || exit 0
-echo "$source:1:1: error: something is wrong"
+line=$(cat linter-line 2>/dev/null || echo 1)
+echo "$source:$line:1: error: something is wrong"
 exit 1
 """
 
@@ -39,6 +40,13 @@ class TidyTest(unittest.TestCase):
     def compile_by(self, compiler):
         (self.root / "build/compile_commands.json").write_text(json.dumps(
             [{"directory": str(self.root), "file": name, "command": f"{compiler} -c {name}"} for name in ("a.cpp", "b.cpp")]))
+
+    def compile_together(self):
+        unity = self.root / "build/x.dir/Unity/unity_0.cxx"
+        unity.parent.mkdir(parents=True)
+        unity.write_text(f'/* generated */\n\n#include "{self.root}/a.cpp"\n\n#include "{self.root}/b.cpp"\n')
+        (self.root / "build/compile_commands.json").write_text(json.dumps(
+            [{"directory": str(self.root), "file": str(unity), "command": f"clang++ -c {unity}"}]))
 
     def tidy(self, code=0):
         """The files that the linter reads now."""
@@ -74,6 +82,24 @@ class TidyTest(unittest.TestCase):
             self.tidy()
             change()
             self.assertEqual(self.tidy(), ["./a.cpp", "./b.cpp"])
+
+    def test_reads_together_what_is_compiled_together(self):
+        (self.root / "a.cpp").write_text("one\ntwo")
+        (self.root / "b.cpp").write_text("three\nfour\n")
+        self.compile_together()
+        text = f"{self.root}/build/together/x.dir-Unity-unity_0.cxx"
+        self.assertEqual(self.tidy(), [text])
+        self.assertEqual(pathlib.Path(text).read_text(), "one\ntwo\nthree\nfour\n")
+        commands = json.loads((self.root / "build/together/compile_commands.json").read_text())
+        self.assertEqual([(entry["file"], entry["command"]) for entry in commands],
+                         [(file, f"clang++ -c {file}") for file in (text, f"{self.root}/a.cpp", f"{self.root}/b.cpp")])
+        self.assertEqual(self.tidy(), [])
+        (self.root / "b.cpp").write_text("three\nwrong\n")
+        self.assertEqual(self.tidy(code=1), [text])
+        self.assertIn(f"{self.root}/a.cpp:1:1: error: something is wrong", self.said)
+        (self.root / "linter-line").write_text("4")
+        self.tidy(code=1)
+        self.assertIn(f"{self.root}/b.cpp:2:1: error: something is wrong", self.said)
 
     def test_reads_a_file_until_it_passes(self):
         (self.root / "a.cpp").write_text("wrong")
