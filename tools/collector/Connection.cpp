@@ -1,6 +1,7 @@
 #include "tools/collector/Connection.h"
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/read.hpp>
@@ -102,8 +103,7 @@ void Connection::headerRead(ErrorCode error) {
     Answer answer;
     answer.status = refusal->status();
     answer.reason = refusal->what();
-    log_.received(client_, header_, answer);
-    return respond(answer, /*keepAlive=*/false);
+    return take(header_, std::move(answer), /*keepAlive=*/false);
   }
   http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](ErrorCode failure, std::size_t) {
     self->requestRead(failure);
@@ -112,14 +112,14 @@ void Connection::headerRead(ErrorCode error) {
 
 void Connection::requestRead(ErrorCode error) {
   if (error) return requestFailed(error);
-  serve(parsedRequest());
+  const Request request = parsedRequest();
+  take(request, service_.receive(request, std::chrono::steady_clock::now()), parser_->keep_alive());
 }
 
 void Connection::requestFailed(ErrorCode error) {
   if (error == http::error::end_of_stream) return sayGoodbye();
-  if (const auto answer = answerTo(error, service_.maximumBodySize(), limits_.maximumHeaderSize)) {
-    log_.received(client_, parsedRequest(), *answer);
-    return respond(*answer, /*keepAlive=*/false);
+  if (auto answer = answerTo(error, service_.maximumBodySize(), limits_.maximumHeaderSize)) {
+    return take(parsedRequest(), std::move(*answer), /*keepAlive=*/false);
   }
   // A connection that nothing was asked on may end in any way.
   if (!parser_->got_some()) return;
@@ -133,17 +133,33 @@ Request Connection::parsedRequest() {
   return request;
 }
 
-void Connection::serve(const Request &request) {
-  const Answer answer = service_.receive(request, std::chrono::steady_clock::now());
-  log_.received(client_, request, answer);
+void Connection::take(const Request &request, Answer answer, bool keepAlive) {
   deadline_.cancel();
   idleSince_.reset();
-  delay_.expires_after(answer.delay);
-  delay_.async_wait([self = shared_from_this(), answer](ErrorCode) {
-    if (answer.drop) return self->close();
-    if (answer.stall) return self->stall(answer);
-    self->respond(answer, self->parser_->keep_alive());
-  });
+  const auto shared = std::make_shared<const Answer>(std::move(answer));
+  log_.receive(
+      client_, request, *shared, [self = shared_from_this(), shared, keepAlive](const std::string &problem) {
+        net::dispatch(self->stream_.get_executor(),
+                      [self, shared, keepAlive, problem] { self->kept(problem, shared, keepAlive); });
+      });
+}
+
+void Connection::kept(const std::string &problem, const std::shared_ptr<const Answer> &answer,
+                      bool keepAlive) {
+  if (!problem.empty()) {
+    log_.failed(client_, problem);
+    return close();
+  }
+  if (answer->delay.count() == 0) return this->answer(*answer, keepAlive);
+  delay_.expires_after(answer->delay);
+  delay_.async_wait(
+      [self = shared_from_this(), answer, keepAlive](ErrorCode) { self->answer(*answer, keepAlive); });
+}
+
+void Connection::answer(const Answer &answer, bool keepAlive) {
+  if (answer.drop) return close();
+  if (answer.stall) return stall(answer);
+  respond(answer, keepAlive);
 }
 
 void Connection::stall(const Answer &answer) {
@@ -162,7 +178,6 @@ void Connection::stall(const Answer &answer) {
 }
 
 void Connection::respond(const Answer &answer, bool keepAlive) {
-  idleSince_.reset();
   prepare(answer, keepAlive);
   limitTime(limits_.timeout);
   answering_ = std::chrono::steady_clock::now();
@@ -175,6 +190,9 @@ void Connection::prepare(const Answer &answer, bool keepAlive) {
   response_.version(11);
   response_.result(answer.status);
   response_.keep_alive(keepAlive);
+  // A client of before HTTP/1.1 takes a connection for closed unless it is told.
+  const bool isOld = parser_->get().version() < 11;
+  if (keepAlive && isOld) response_.set(http::field::connection, "keep-alive");
   for (const auto &[name, value] : answer.fields()) response_.insert(name, value);
   if (mayHaveBody(parser_->get().method(), answer.status)) {
     if (!answer.reason.empty()) response_.body() = answer.reason + "\n";

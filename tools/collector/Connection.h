@@ -52,7 +52,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void requestRead(ErrorCode error);
   /// The request could not be read. Answers what can be answered, and ends the connection.
   void requestFailed(ErrorCode error);
-  void serve(const Request &request);
+  /// Answers it when it is kept.
+  void take(const Request &request, Answer answer, bool keepAlive);
+  void kept(const std::string &problem, const std::shared_ptr<const Answer> &answer, bool keepAlive);
+  /// As its faults want it.
+  void answer(const Answer &answer, bool keepAlive);
   void respond(const Answer &answer, bool keepAlive);
   /// Sends the first half of the answer, and lets the client wait for the rest.
   void stall(const Answer &answer);

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -14,35 +13,95 @@ namespace kx::collector {
 namespace {
 
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-constexpr int maximumDepth = 8;
+constexpr std::size_t maximumDepth = 8;
 constexpr std::size_t maximumMembers = 1000;
+constexpr std::size_t usualMembers = 40;
 constexpr std::size_t maximumPrinted = 500;  // bytes
 
-/// Watches a document while it is being read.
-class Watcher {
+[[noreturn]] void refuseText(const std::string &what, Subject subject) {
+  // The reason quotes what the client sent.
+  const std::string reason = quote(what);
+  throw Refusal(400, "the body is not JSON text: " + reason.substr(1, reason.size() - 2), std::move(subject));
+}
+
+/// Makes the document of what the parser reads, as far as that keeps the rules.
+class Builder {
  public:
-  bool operator()(int depth, Document::parse_event_t event, const Document &parsed) {
-    if (depth > maximumDepth) throw Refusal(400, "the JSON text is nested too deeply");
-    if (event == Document::parse_event_t::object_start) {
-      keys_.emplace_back();
-    } else if (event == Document::parse_event_t::object_end) {
-      keys_.pop_back();
-    } else if (event == Document::parse_event_t::key) {
-      addKey(parsed.get_ref<const std::string &>());
+  explicit Builder(std::size_t size) : size_(size) {}
+
+  Document take() { return std::move(root_); }
+
+  // What the parser calls.
+  bool null() { return add(nullptr); }
+  bool boolean(bool value) { return add(value); }
+  bool number_integer(Document::number_integer_t value) { return add(value); }
+  bool number_unsigned(Document::number_unsigned_t value) { return add(value); }
+  bool number_float(Document::number_float_t value, const std::string &) { return add(value); }
+  bool string(const std::string &value) { return add(value); }
+  static bool binary(const Document::binary_t &) { return false; }  // JSON text has none
+  bool start_object(std::size_t) { return open(Document::value_t::object); }
+  bool start_array(std::size_t) { return open(Document::value_t::array); }
+  bool end_object() { return close(); }
+  bool end_array() { return close(); }
+
+  bool key(const std::string &key) {
+    checkDepth();
+    auto &members = open_.back()->get_ref<Document::object_t &>();
+    for (const auto &[other, value] : members) {
+      if (other == key) throw Refusal(400, "the key " + quote(key) + " stands twice in one object");
     }
+    if (members.size() == maximumMembers) throw Refusal(400, "an object in the JSON text has too many keys");
+    member_ = &members.Container::emplace_back(key, Document()).second;
     return true;
   }
 
- private:
-  void addKey(const std::string &key) {
-    if (!keys_.back().insert(key).second) {
-      throw Refusal(400, "the key " + quote(key) + " stands twice in one object");
-    }
-    if (keys_.back().size() > maximumMembers)
-      throw Refusal(400, "an object in the JSON text has too many keys");
+  bool parse_error(std::size_t position, const std::string &, const Document::exception &error) {
+    if (dynamic_cast<const Document::parse_error *>(&error) == nullptr) refuseText(error.what(), {});
+    // It counts from 1, to the last byte that it has read; that may be the end, which is no byte.
+    const std::size_t offset = std::min(position == 0 ? 0 : position - 1, size_);
+    refuseText(error.what(), {Subject::Part::bytes, {offset, offset < size_ ? 1u : 0u}});
   }
 
-  std::vector<std::set<std::string>> keys_;  // of the objects that are open
+ private:
+  void checkDepth() const {
+    if (open_.size() > maximumDepth) throw Refusal(400, "the JSON text is nested too deeply");
+  }
+
+  template <typename Value>
+  bool add(Value &&value) {
+    place() = std::forward<Value>(value);
+    return true;
+  }
+
+  bool open(Document::value_t type) {
+    Document &opened = place();
+    opened = Document(type);
+    // The first object is a message in all likelihood. Members that move are copied.
+    if (opened.is_object() && !std::exchange(isObjectSeen_, true)) {
+      opened.get_ref<Document::object_t &>().reserve(usualMembers);
+    }
+    open_.push_back(&opened);
+    return true;
+  }
+
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+
+  /// Where the next value goes.
+  Document &place() {
+    checkDepth();
+    if (open_.empty()) return root_;
+    if (open_.back()->is_object()) return *member_;
+    return open_.back()->get_ref<Document::array_t &>().emplace_back();
+  }
+
+  const std::size_t size_;  // of the text
+  Document root_;
+  std::vector<Document *> open_;  // arrays and objects, from the outermost one
+  Document *member_ = nullptr;    // whose key has been read
+  bool isObjectSeen_ = false;
 };
 
 /// What changes how the text around it is shown, or is not seen itself: a client could make one value look
@@ -114,12 +173,6 @@ std::string dump(const Document &value) {
   return escapeControlCharacters(value.dump(-1, ' ', false, Document::error_handler_t::replace));
 }
 
-[[noreturn]] void refuseText(const Document::exception &error, Subject subject) {
-  // The reason quotes what the client sent.
-  const std::string reason = quote(error.what());
-  throw Refusal(400, "the body is not JSON text: " + reason.substr(1, reason.size() - 2), std::move(subject));
-}
-
 }  // namespace
 
 Document parseDocument(const std::string &text) {
@@ -127,18 +180,9 @@ Document parseDocument(const std::string &text) {
     throw Refusal(400, "the JSON text begins with a byte order mark",
                   {Subject::Part::bytes, {0, byteOrderMark.size()}});
   }
-  Watcher watcher;
-  try {
-    return Document::parse(text, [&watcher](int depth, Document::parse_event_t event, Document &parsed) {
-      return watcher(depth, event, parsed);
-    });
-  } catch (const Document::parse_error &error) {
-    // It counts from 1, to the last byte that it has read; that may be the end, which is no byte.
-    const std::size_t offset = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
-    refuseText(error, {Subject::Part::bytes, {offset, offset < text.size() ? 1u : 0u}});
-  } catch (const Document::exception &error) {
-    refuseText(error, {});
-  }
+  Builder builder(text.size());
+  Document::sax_parse(text, &builder);
+  return builder.take();
 }
 
 std::string printable(const Document &value) {

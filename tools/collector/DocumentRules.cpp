@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -16,7 +17,7 @@ enum class Presence { required, optional };
 
 /// What one key of an object has to be.
 struct Rule {
-  const char *key;
+  std::string_view key;
   Presence presence;
   bool (*holds)(const Document &value);
   const char *expected;
@@ -150,7 +151,7 @@ void checkObject(const Document &object, const std::vector<Rule> &rules, const s
   }
   for (const Rule &rule : rules) {
     if (rule.presence == Presence::required && !object.contains(rule.key)) {
-      refuse("the key " + quote(path + rule.key) + " is missing");
+      refuse("the key " + quote(path + std::string(rule.key)) + " is missing");
     }
   }
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -40,6 +41,14 @@ class EventLog {
   virtual void listening(const ListeningAddress &where) = 0;
   /// A whole request has arrived from `client`, an address with a port.
   virtual void received(const std::string &client, const Request &request, const Answer &answer) = 0;
+  /// Is told, on any thread, why a request could not be kept; an empty text when it was.
+  using Kept = std::function<void(const std::string &problem)>;
+  /// The same for a request that is answered only when it is kept: then `kept` is called, at once or later.
+  virtual void receive(const std::string &client, const Request &request, const Answer &answer,
+                       const Kept &kept) {
+    received(client, request, answer);
+    kept({});
+  }
   /// The answer to the latest request of that client has gone out, and took that long.
   virtual void answered(const std::string & /*client*/, std::chrono::microseconds /*time*/) {}
   /// A connection came to nothing.

@@ -52,7 +52,8 @@ po::options_description descriptions() {
       "show the page on this port (8080 or the next free one); 0 for any free one");
   add("no-page", "show no page");
   add("database", value("FILE"), "keep the requests in this file, over restarts (in memory)");
-  add("keep", value("N"), "keep the newest N requests (100000)");
+  add("keep", value("N"),
+      "keep the newest N requests (100000); in memory, fewer where they come to more than 512 MiB");
   add("page-address", value("ADDRESS"),
       "show the page on this address (127.0.0.1); on any but loopback it asks for a password");
   add("page-password-file", value("FILE"),

@@ -81,15 +81,19 @@ void PageConnection::requestRead(ErrorCode error) {
 void PageConnection::respond(PageAnswer answer, bool keepAlive) {
   limitTime(server_.limits_.timeout);
   const bool isHead = parser_->get().method() == http::verb::head;
+  const bool isOld = parser_->get().version() < 11;
   if (answer.feed && !isHead) {
     feed_ = std::move(answer.feed);
     header_ = {};
     setFields(header_, answer);
+    isChunked_ = !isOld;
     return beginFeed();
   }
   response_ = {};
   setFields(response_, answer);
   response_.keep_alive(keepAlive);
+  // A client of before HTTP/1.1 takes a connection for closed unless it is told.
+  if (keepAlive && isOld) response_.set(http::field::connection, "keep-alive");
   response_.body() = std::move(answer.body);
   response_.prepare_payload();
   if (isHead) response_.body().clear();  // its length has been told
@@ -107,7 +111,7 @@ void PageConnection::responded(ErrorCode error) {
 
 void PageConnection::beginFeed() {
   header_.keep_alive(false);
-  header_.chunked(true);
+  header_.chunked(isChunked_);
   serializer_ = std::make_unique<http::response_serializer<http::empty_body>>(header_);
   http::async_write_header(socket_, *serializer_, [self = shared_from_this()](ErrorCode error, std::size_t) {
     if (error) return;
@@ -124,6 +128,8 @@ void PageConnection::feed() {
   const auto written = [self = shared_from_this(), isLast = piece.isLast](ErrorCode error, std::size_t) {
     self->feedWritten(error, isLast);
   };
+  if (piece_.empty() && !isChunked_) return feedWritten({}, /*isLast=*/true);
+  if (!isChunked_) return net::async_write(socket_, net::buffer(piece_), written);
   if (piece_.empty()) return net::async_write(socket_, http::make_chunk_last(), written);
   net::async_write(
       socket_, http::make_chunk(net::buffer(piece_)),

@@ -59,6 +59,7 @@ class PageConnection : public std::enable_shared_from_this<PageConnection> {
   std::unique_ptr<Feed> feed_;
   std::string piece_;
   bool isWaiting_ = false;
+  bool isChunked_ = true;  // what is fed
   std::array<char, 512> discarded_;
 };
 

@@ -19,13 +19,13 @@ std::int64_t now() {
   return std::chrono::duration_cast<milliseconds>(sinceEpoch).count();
 }
 
-std::optional<std::string> textAt(const Document &message, const char *key) {
+std::optional<std::string> textAt(const Document &message, std::string_view key) {
   const auto found = message.find(key);
   if (found == message.end() || !found->is_string()) return std::nullopt;
   return std::string(beginningOf(found->get_ref<const std::string &>(), maximumTextSize));
 }
 
-std::optional<double> numberAt(const Document &message, const char *key) {
+std::optional<double> numberAt(const Document &message, std::string_view key) {
   const auto found = message.find(key);
   if (found == message.end() || !found->is_number()) return std::nullopt;
   return found->get<double>();
@@ -85,8 +85,29 @@ Record recordOf(const std::string &client, const Request &request, const Answer 
   return record;
 }
 
+namespace {
+
+std::string textOf(const std::exception_ptr &failure) {
+  if (failure == nullptr) return {};
+  try {
+    std::rethrow_exception(failure);
+  } catch (const std::exception &error) {
+    return std::string("a request could not be stored: ") + error.what();
+  }
+}
+
+}  // namespace
+
 void Recorder::received(const std::string &client, const Request &request, const Answer &answer) {
-  const std::uint64_t id = store_.append(recordOf(client, request, answer));
+  receive(client, request, answer, [](const std::string &) {});
+}
+
+void Recorder::receive(const std::string &client, const Request &request, const Answer &answer,
+                       const Kept &kept) {
+  // What is known of it by now comes before anything that its end brings.
+  const std::uint64_t id =
+      store_.append(recordOf(client, request, answer),
+                    [kept](const std::exception_ptr &failure) { kept(textOf(failure)); });
   if (!answer.drop && !answer.stall) unanswered_[client] = id;
   follow(id, request, answer);
   next_.received(client, request, answer);

@@ -20,8 +20,9 @@ class Recorder : public EventLog {
   Recorder(EventLog &next, Store &store) : next_(next), store_(store) {}
 
   void listening(const ListeningAddress &where) override { next_.listening(where); }
-  /// Throws what Store::append throws; then the request must not be answered as if it was taken.
   void received(const std::string &client, const Request &request, const Answer &answer) override;
+  void receive(const std::string &client, const Request &request, const Answer &answer,
+               const Kept &kept) override;
   void answered(const std::string &client, std::chrono::microseconds time) override;
   void failed(const std::string &client, const std::string &reason) override;
 

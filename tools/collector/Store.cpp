@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <utility>
 
 #include "tools/collector/RecordDocument.h"
@@ -16,17 +17,28 @@ constexpr std::size_t maximumQueuedSize = std::size_t{64} << 20;
 constexpr std::size_t changesAtOnce = 1000;
 constexpr std::size_t rememberedAlterations = 1000;
 constexpr std::size_t sizeOfSmallThings = 1000;
+// In memory nobody waits for what is written, so that it may be written together.
+constexpr std::chrono::milliseconds timeToGather{2};
 constexpr std::chrono::seconds timeBetweenCheckpoints{1};
 constexpr std::int64_t longLog = 10000;  // pages
 
+/// What a request costs in memory, roughly, in bytes.
+std::size_t sizeOf(const Record &record) {
+  std::size_t size = sizeOfSmallThings + record.body.size() + record.target.size() + record.reason.size();
+  if (record.text) size += record.text->size();
+  for (const auto &[name, value] : record.headerFields) size += name.size() + value.size();
+  return size;
+}
+
 }  // namespace
 
-Store::Store(const std::optional<std::filesystem::path> &file, std::size_t keep)
+Store::Store(const std::optional<std::filesystem::path> &file, std::size_t keep, std::size_t maximumSize)
     : file_(file ? std::make_unique<DatabaseFile>(*file) : nullptr),
       writing_(file_ ? file_->connect()
                      : std::make_unique<Database>(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)),
       reading_(file_ ? std::shared_ptr<Database>(file_->connect()) : writing_),
-      keep_(keep) {
+      keep_(keep),
+      maximumSize_(file ? SIZE_MAX : maximumSize) {
   if (!file_) createTables(*writing_);
   addFunctions(*reading_);
   lastId_ =
@@ -46,26 +58,18 @@ Store::~Store() {
   if (checkpointer_.joinable()) checkpointer_.join();
 }
 
-std::uint64_t Store::append(Record record) {
-  std::future<void> written;
-  std::uint64_t id = 0;
-  {
-    std::unique_lock<std::mutex> lock(mutex_);
-    isWritten_.wait(lock, [this] { return queuedSize_ < maximumQueuedSize; });
-    id = record.id = ++lastId_;
-    Change change;
-    change.size = sizeOfSmallThings + record.body.size() + (record.text ? record.text->size() : 0);
-    if (file_) {
-      change.isWritten = std::make_shared<std::promise<void>>();
-      written = change.isWritten->get_future();
-    }
-    change.apply = [record = std::move(record)](Writer &writer) { writer.append(record); };
-    queuedSize_ += change.size;
-    queue_.push_back(std::move(change));
-    ++pushed_;
-  }
-  isQueued_.notify_one();
-  if (written.valid()) written.get();
+std::uint64_t Store::append(Record record, Written written) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  isWritten_.wait(lock, [this] { return queuedSize_ < maximumQueuedSize; });
+  const std::uint64_t id = record.id = ++lastId_;
+  Change change;
+  change.size = sizeOf(record);
+  if (file_) change.written = std::move(written);
+  change.apply = [record = std::move(record), size = change.size](Writer &writer) {
+    writer.append(record, size);
+  };
+  push(std::move(change), std::move(lock));
+  if (!file_ && written) written(nullptr);
   return id;
 }
 
@@ -86,14 +90,16 @@ void Store::addWarning(std::uint64_t id, const std::string &warning) {
 }
 
 void Store::reset() {
-  auto isWritten = std::make_shared<std::promise<void>>();
-  auto written = isWritten->get_future();
+  std::promise<void> isWritten;
   push({[this](Writer &writer) {
           writer.reset();
           ++resets_;
         },
-        sizeOfSmallThings, std::move(isWritten)});
-  written.get();
+        sizeOfSmallThings,
+        [&isWritten](const std::exception_ptr &failure) {
+          failure ? isWritten.set_exception(failure) : isWritten.set_value();
+        }});
+  isWritten.get_future().get();
 }
 
 std::pair<std::vector<std::uint64_t>, std::uint64_t> Store::changedSince(std::uint64_t from) const {
@@ -110,32 +116,43 @@ void Store::onChange(std::function<void()> callback) {
 }
 
 void Store::push(Change change) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    queuedSize_ += change.size;
-    queue_.push_back(std::move(change));
-    ++pushed_;
-  }
-  isQueued_.notify_one();
+  push(std::move(change), std::unique_lock<std::mutex>(mutex_));
+}
+
+void Store::push(Change change, std::unique_lock<std::mutex> lock) {
+  queuedSize_ += change.size;
+  if (change.written) awaited_ = pushed_ + 1;
+  queue_.push_back(std::move(change));
+  ++pushed_;
+  const bool isReady = queue_.size() == 1 || isUrgent();
+  lock.unlock();
+  if (isReady) isQueued_.notify_one();
+}
+
+bool Store::isUrgent() const {
+  return isEnding_ || file_ || awaited_ > done_ || queue_.size() >= changesAtOnce;
 }
 
 std::unique_lock<std::mutex> Store::reading() {
   {
     std::unique_lock<std::mutex> lock(mutex_);
     const std::uint64_t wanted = pushed_;
+    awaited_ = std::max(awaited_, wanted);
+    if (awaited_ > done_) isQueued_.notify_one();
     isWritten_.wait(lock, [this, wanted] { return done_ >= wanted; });
   }
   return std::unique_lock<std::mutex>(reading_->mutex);
 }
 
 void Store::write() {
-  Writer writer(*writing_, keep_);
+  Writer writer(*writing_, keep_, maximumSize_);
   for (;;) {
     std::deque<Change> changes;
     {
       std::unique_lock<std::mutex> lock(mutex_);
       isQueued_.wait(lock, [this] { return !queue_.empty() || isEnding_; });
       if (queue_.empty()) return;
+      isQueued_.wait_for(lock, timeToGather, [this] { return isUrgent(); });
       while (!queue_.empty() && changes.size() < changesAtOnce) {
         changes.push_back(std::move(queue_.front()));
         queue_.pop_front();

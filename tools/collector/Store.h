@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <filesystem>
 #include <functional>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -63,17 +63,23 @@ struct KnownDevice {
 class Store {
  public:
   static constexpr std::size_t defaultKeep = 100000;
+  /// Of all that is kept in memory, in bytes.
+  static constexpr std::size_t defaultMaximumSize = std::size_t{512} << 20;
 
-  /// The newest `keep` requests are kept. Throws DatabaseError when the file cannot be used.
+  /// Is told whether it could be written, a null pointer if so.
+  using Written = std::function<void(const std::exception_ptr &failure)>;
+
+  /// The newest `keep` requests are kept, and without a file as many of them as fit into `maximumSize` bytes.
+  /// Throws DatabaseError when the file cannot be used.
   explicit Store(const std::optional<std::filesystem::path> &file = std::nullopt,
-                 std::size_t keep = defaultKeep);
+                 std::size_t keep = defaultKeep, std::size_t maximumSize = defaultMaximumSize);
   ~Store();
   Store(const Store &) = delete;
   Store &operator=(const Store &) = delete;
 
-  /// Gives the request its id, and keeps it. With a file it returns when a killed process would not lose it
-  /// any more, and throws DatabaseError if it could not be written.
-  std::uint64_t append(Record record);
+  /// Gives the request its id, and keeps it. `written` is called when a killed process would not lose it any
+  /// more, on a thread of the store, or could not be written; without a file at once. It must not throw.
+  std::uint64_t append(Record record, Written written = {});
   /// The answer to a request has gone out.
   void setSendTime(std::uint64_t id, std::int64_t microseconds);
   /// Something about a request turned out to be suspicious later on.
@@ -109,11 +115,14 @@ class Store {
   class Writer;
   struct Change {
     std::function<void(Writer &)> apply;
-    std::size_t size = 0;                           // in memory, roughly
-    std::shared_ptr<std::promise<void>> isWritten;  // nothing if nobody waits for it
+    std::size_t size = 0;  // in memory, roughly
+    Written written;       // nothing if nobody waits for it
   };
 
   void push(Change change);
+  void push(Change change, std::unique_lock<std::mutex> lock);
+  /// Whether what is queued has to be written now, and not together with what comes next.
+  bool isUrgent() const;
   void write();
   void checkpoint();
   /// For reading, when all that was queued by now is written.
@@ -123,6 +132,7 @@ class Store {
   const std::shared_ptr<Database> writing_;
   const std::shared_ptr<Database> reading_;  // the same one in memory
   const std::size_t keep_;
+  const std::size_t maximumSize_;
   std::mutex changedMutex_;
   std::function<void()> changed_;
   std::atomic<std::uint64_t> lastId_{0};
@@ -135,6 +145,7 @@ class Store {
   std::deque<Change> queue_;
   std::size_t queuedSize_ = 0;
   std::uint64_t pushed_ = 0;
+  std::uint64_t awaited_ = 0;  // of those that were pushed: somebody waits until so many are done
   std::uint64_t done_ = 0;
   std::deque<std::uint64_t> altered_;  // requests that were changed later, the latest of them
   std::uint64_t alterations_ = 0;

@@ -1,5 +1,6 @@
 #include "tools/collector/StoreWriter.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "tools/collector/RecordDocument.h"
@@ -27,9 +28,10 @@ void addFunctions(Database &database) {
                              contains, nullptr, nullptr, nullptr);
 }
 
-Store::Writer::Writer(Database &database, std::size_t keep)
+Store::Writer::Writer(Database &database, std::size_t keep, std::size_t maximumSize)
     : database_(database),
       keep_(keep),
+      maximumSize_(maximumSize),
       insertRequest_(database,
                      "INSERT INTO request VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14,?15,?16,"
                      "?17,?18,?19,?20)"),
@@ -52,12 +54,11 @@ void Store::Writer::apply(std::deque<Change> &changes) {
     failure = std::current_exception();
   }
   for (const Change &change : changes) {
-    if (!change.isWritten) continue;
-    failure ? change.isWritten->set_exception(failure) : change.isWritten->set_value();
+    if (change.written) change.written(failure);
   }
 }
 
-void Store::Writer::append(const Record &record) {
+void Store::Writer::append(const Record &record, std::size_t size) {
   Statement &request = insertRequest_;
   request.bind(1, static_cast<std::int64_t>(record.id));
   request.bind(2, record.time);
@@ -102,6 +103,8 @@ void Store::Writer::append(const Record &record) {
   content.bindBytes(10, answerFields);
   content.run();
   lastId_ = record.id;
+  sizes_.push_back(size);
+  size_ += size;
 }
 
 void Store::Writer::setSendTime(std::uint64_t id, std::int64_t microseconds) {
@@ -125,12 +128,21 @@ void Store::Writer::addWarning(std::uint64_t id, const std::string &warning) {
 void Store::Writer::reset() {
   database_.execute("DELETE FROM request");
   database_.execute("DELETE FROM content");
+  sizes_.clear();
+  size_ = 0;
 }
 
 void Store::Writer::prune() {
-  if (lastId_ <= keep_) return;
+  std::uint64_t gone = lastId_ > keep_ ? lastId_ - keep_ : 0;
+  while (sizes_.size() > keep_ || (size_ > maximumSize_ && sizes_.size() > 1)) {
+    size_ -= sizes_.front();
+    sizes_.pop_front();
+    gone = std::max(gone, lastId_ - sizes_.size());
+  }
+  if (gone <= gone_) return;
+  gone_ = gone;
   for (Statement *statement : {&deleteRequests_, &deleteContents_}) {
-    statement->bind(1, static_cast<std::int64_t>(lastId_ - keep_));
+    statement->bind(1, static_cast<std::int64_t>(gone));
     statement->run();
   }
 }

@@ -12,12 +12,13 @@ void addFunctions(Database &database);
 /// The end of the store that writes, on one thread.
 class Store::Writer {
  public:
-  Writer(Database &database, std::size_t keep);
+  Writer(Database &database, std::size_t keep, std::size_t maximumSize);
 
   /// All of them in one transaction, and what is too old goes. Whoever waits hears how it went.
   void apply(std::deque<Change> &changes);
 
-  void append(const Record &record);
+  /// `size` is what the request costs.
+  void append(const Record &record, std::size_t size);
   void setSendTime(std::uint64_t id, std::int64_t microseconds);
   void addWarning(std::uint64_t id, const std::string &warning);
   void reset();
@@ -27,7 +28,11 @@ class Store::Writer {
 
   Database &database_;
   const std::size_t keep_;
+  const std::size_t maximumSize_;
   std::uint64_t lastId_ = 0;
+  std::uint64_t gone_ = 0;         // all up to that id
+  std::deque<std::size_t> sizes_;  // of the latest requests, up to the last one
+  std::size_t size_ = 0;           // of all of them
   Statement insertRequest_;
   Statement insertContent_;
   Statement setSendTime_;

@@ -57,21 +57,22 @@ bool isIPv4Address(const std::string &text) {
   return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
-std::optional<double> numberAt(const Document &message, const char *key) {
+std::optional<double> numberAt(const Document &message, std::string_view key) {
   const auto found = message.find(key);
   if (found == message.end() || !found->is_number()) return std::nullopt;
   return found->get<double>();
 }
 
-void checkText(const Document &message, const char *key, bool (*isUsual)(std::string_view), const char *usual,
-               Texts &warnings) {
+void checkText(const Document &message, std::string_view key, bool (*isUsual)(std::string_view),
+               const char *usual, Texts &warnings) {
   const auto found = message.find(key);
   if (found == message.end() || !found->is_string()) return;
   if (isUsual(found->get_ref<const std::string &>())) return;
   warnings.push_back(quote(key) + " is not " + usual + ": " + printable(*found));
 }
 
-void checkRange(const Document &message, const char *key, double minimum, double maximum, Texts &warnings) {
+void checkRange(const Document &message, std::string_view key, double minimum, double maximum,
+                Texts &warnings) {
   const auto value = numberAt(message, key);
   if (!value || (*value >= minimum && *value <= maximum)) return;
   warnings.push_back(quote(key) + " is beyond what there is: " + printable(message[key]));

@@ -44,6 +44,31 @@ TEST(DocumentTest, RefusesWhatIsNotJSON) {
   }
 }
 
+TEST(DocumentTest, SaysWhereItIsNotJSON) {
+  const auto bytesOf = [](const std::string &text) {
+    try {
+      parseDocument(text);
+    } catch (const Refusal &refusal) {
+      return std::make_pair(refusal.subject().bytes.offset, refusal.subject().bytes.length);
+    }
+    return std::make_pair(std::size_t{99}, std::size_t{99});
+  };
+  EXPECT_EQ(bytesOf("[1,]"), std::make_pair(std::size_t{3}, std::size_t{1}));
+  EXPECT_EQ(bytesOf("[1"), std::make_pair(std::size_t{2}, std::size_t{0}));
+  EXPECT_EQ(bytesOf(""), std::make_pair(std::size_t{0}, std::size_t{0}));
+}
+
+TEST(DocumentTest, KeepsEveryKindOfValueAsItIs) {
+  const std::string text =
+      R"({"n":null,"b":[true,false],"i":[-9223372036854775808,18446744073709551615,0],"f":[1.5,-0.0,1e+300],)"
+      R"("o":{},"a":[],"s":["","ü"],"deep":[[[{"x":[{}]}]]]})";
+  const Document document = parseDocument(text);
+  EXPECT_EQ(document, Document::parse(text));
+  EXPECT_TRUE(document["i"][0].is_number_integer());
+  EXPECT_TRUE(document["i"][1].is_number_unsigned());
+  EXPECT_TRUE(document["f"][1].is_number_float());
+}
+
 TEST(DocumentTest, RefusesANumberOutOfRange) {
   EXPECT_THAT(refusalOf("[1e999]"), HasSubstr("400 the body is not JSON text: "));
 }
@@ -71,6 +96,11 @@ TEST(DocumentTest, TakesTheSameKeyInSeveralObjects) {
 
 TEST(DocumentTest, BoundsTheDepth) {
   EXPECT_EQ(refusalOf(nested(8)), "");
+  EXPECT_EQ(refusalOf(std::string(8, '[') + "1" + std::string(8, ']')), "");
+  EXPECT_EQ(refusalOf(std::string(9, '[') + "1" + std::string(9, ']')),
+            "400 the JSON text is nested too deeply");
+  EXPECT_EQ(refusalOf(std::string(8, '[') + R"({"a":1})" + std::string(8, ']')),
+            "400 the JSON text is nested too deeply");
   EXPECT_EQ(refusalOf(nested(10)), "400 the JSON text is nested too deeply");
   EXPECT_EQ(refusalOf(std::string(1000000, '[')), "400 the JSON text is nested too deeply");
 }

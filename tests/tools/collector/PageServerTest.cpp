@@ -3,6 +3,7 @@
 
 #include <array>
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/read.hpp>
 #include <boost/asio/read_until.hpp>
 #include <boost/asio/write.hpp>
 #include <memory>
@@ -129,6 +130,33 @@ TEST_F(PageServerTest, TooManyReadersWaitForOthersToGo) {
   EXPECT_EQ(third->available(), 0u);
   first.reset();
   EXPECT_THAT(readUntil(*third, "\"warned\""), HasSubstr("200 OK"));
+}
+
+TEST_F(PageServerTest, AClientOfHTTP10GetsWhatItUnderstands) {
+  const auto address = "127.0.0.1:" + std::to_string(server().port());
+  const auto exchange = [&](const std::string &path, const std::string &more) {
+    const auto client = connect();
+    net::write(*client,
+               net::buffer("GET " + path + " HTTP/1.0\r\nHost: " + address + "\r\n" + more + "\r\n"));
+    std::string all;
+    boost::system::error_code ended;
+    if (more.empty()) {
+      net::read(*client, net::dynamic_buffer(all), ended);  // to its end, which must come by itself
+      EXPECT_EQ(ended, net::error::eof);
+    } else {
+      all = readUntil(*client, "}");
+    }
+    return all;
+  };
+  append(1);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(exchange("/api/counts", ""), HasSubstr("Connection: close\r\n"));
+  const std::string waited = exchange("/api/wait?timeout=0", "");
+  EXPECT_THAT(waited, HasSubstr("\r\n\r\n{\"met\":true"));  // no chunks
+  EXPECT_EQ(waited.find("Transfer-Encoding"), std::string::npos);
+  EXPECT_EQ(waited.substr(waited.size() - 3), "]}\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, limits.timeout / 2);
+  EXPECT_THAT(exchange("/api/counts", "Connection: keep-alive\r\n"), HasSubstr("Connection: keep-alive\r\n"));
 }
 
 TEST_F(PageServerTest, WhatIsNotHTTPIsRefused) {

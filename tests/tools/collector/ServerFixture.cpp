@@ -32,6 +32,35 @@ void RecordingEventLog::received(const std::string & /*client*/, const Request &
   answers_.push_back(answer);
 }
 
+void RecordingEventLog::receive(const std::string &client, const Request &request, const Answer &answer,
+                                const Kept &kept) {
+  received(client, request, answer);
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (isHolding_) return held_.push_back(kept);
+  }
+  kept({});
+}
+
+void RecordingEventLog::hold() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  isHolding_ = true;
+}
+
+std::size_t RecordingEventLog::held() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return held_.size();
+}
+
+void RecordingEventLog::release(const std::string &problem) {
+  std::vector<Kept> held;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    held.swap(held_);
+  }
+  for (const Kept &kept : held) kept(problem);
+}
+
 void RecordingEventLog::failed(const std::string & /*client*/, const std::string &reason) {
   const std::lock_guard<std::mutex> lock(mutex_);
   failures_.push_back(reason);

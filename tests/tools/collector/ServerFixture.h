@@ -28,13 +28,24 @@ class RecordingEventLog : public EventLog {
  public:
   void listening(const ListeningAddress &) override {}
   void received(const std::string &client, const Request &request, const Answer &answer) override;
+  void receive(const std::string &client, const Request &request, const Answer &answer,
+               const Kept &kept) override;
   void failed(const std::string &client, const std::string &reason) override;
 
   std::vector<Answer> answers() const;
   std::vector<std::string> failures() const;
 
+  /// From now on requests are not kept at once.
+  void hold();
+  /// How many wait for that.
+  std::size_t held() const;
+  /// All of them are kept by now, or cannot be.
+  void release(const std::string &problem = "");
+
  private:
   mutable std::mutex mutex_;
+  bool isHolding_ = false;
+  std::vector<Kept> held_;
   std::vector<Answer> answers_;
   std::vector<std::string> failures_;
 };

@@ -76,6 +76,64 @@ TEST_F(ServerTest, ClosesTheConnectionWhenTheClientWantsIt) {
   EXPECT_FALSE(client->read());
 }
 
+TEST_F(ServerTest, AClientOfHTTP10IsNotLeftWaitingForTheEnd) {
+  const auto client = connect();
+  const Request request = loginRequest();
+  std::string text = wireText(request);
+  text.replace(text.find("HTTP/1.1"), 8, "HTTP/1.0");
+  const auto start = steady_clock::now();
+  client->write(text);
+  const auto response = client->read();
+  expectAnswer(response, 200);
+  EXPECT_EQ((*response)["Connection"], "close");
+  EXPECT_FALSE(client->read());
+  EXPECT_LT(steady_clock::now() - start, limits.timeout / 2);
+}
+
+TEST_F(ServerTest, AClientOfHTTP10ThatKeepsItsConnectionIsToldSo) {
+  const auto client = connect();
+  Request request = loginRequest();
+  request.fields.emplace_back("Connection", "keep-alive");
+  std::string text = wireText(request);
+  text.replace(text.find("HTTP/1.1"), 8, "HTTP/1.0");
+  for (int times = 0; times < 2; ++times) {
+    client->write(text);
+    const auto response = client->read();
+    expectAnswer(response, 200);
+    EXPECT_EQ((*response)["Connection"], "keep-alive");
+  }
+}
+
+TEST_F(ServerTest, ARequestIsAnsweredWhenItIsKept) {
+  log.hold();
+  const auto first = connect();
+  const auto second = connect();
+  first->write(wireText(loginRequest()));
+  second->write(wireText(messageRequest("unknown")));
+  // Nobody waits for anybody else.
+  EXPECT_TRUE(eventually([this] { return log.held() == 2; }));
+  bool isReleased = false;
+  std::thread later([this, &isReleased] {
+    std::this_thread::sleep_for(milliseconds(50));
+    isReleased = true;
+    log.release();
+  });
+  expectAnswer(first->read(), 200);
+  EXPECT_TRUE(isReleased);
+  expectAnswer(second->read(), 403);
+  later.join();
+}
+
+TEST_F(ServerTest, ARequestThatCannotBeKeptIsNotAnswered) {
+  log.hold();
+  const auto client = connect();
+  client->write(wireText(loginRequest()));
+  EXPECT_TRUE(eventually([this] { return log.held() == 1; }));
+  log.release("the disk is full");
+  EXPECT_FALSE(client->read());
+  expectFailure("the disk is full");
+}
+
 TEST_F(ServerTest, AClientThatDoesNotTrustTheAuthorityIsReported) {
   const CertificateAuthority other("Another authority");
   const Client client(port(), other.certificate().certificate);

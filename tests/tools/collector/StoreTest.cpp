@@ -223,6 +223,37 @@ TEST_P(StoreTest, PagesTellWhetherThereAreMore) {
   EXPECT_THAT(idsOf(store->requests({}, 2, /*newestFirst=*/true)), ElementsAre(3, 2));
 }
 
+TEST(StoreInMemoryTest, KeepsAsManyAsFitTheOldestGoFirst) {
+  Store store(std::nullopt, 100, /*maximumSize=*/10000);
+  Record record = message();
+  record.body = std::string(1000, 'x');
+  record.text = std::string(500, 'x');
+  record.headerFields = {{"X", std::string(400, 'x')}};
+  for (int count = 0; count < 10; ++count) store.append(record);
+  EXPECT_THAT(idsOf(store.requests({}, 20)), ElementsAre(8, 9, 10));
+  EXPECT_FALSE(store.record(7));
+  // One that is longer than all that may be kept is there alone.
+  record.text = std::string(20000, 'x');
+  store.append(record);
+  EXPECT_THAT(idsOf(store.requests({}, 20)), ElementsAre(11));
+  store.reset();
+  for (int count = 0; count < 8; ++count) store.append(message());
+  EXPECT_EQ(store.counts({}).all, 8u);
+}
+
+TEST(StoreInMemoryTest, WhatIsKeptIsBoundedByItsNumberToo) {
+  Store store(std::nullopt, 2, /*maximumSize=*/10000);
+  for (int count = 0; count < 5; ++count) store.append(message());
+  EXPECT_THAT(idsOf(store.requests({}, 10)), ElementsAre(4, 5));
+}
+
+TEST(StoreInMemoryTest, IsKeptAtOnce) {
+  Store store;
+  bool isKept = false;
+  store.append(message(), [&isKept](const std::exception_ptr &failure) { isKept = failure == nullptr; });
+  EXPECT_TRUE(isKept);
+}
+
 TEST(StoreInMemoryTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
   std::promise<void> goOn;
   const std::shared_future<void> mayGoOn = goOn.get_future();
@@ -232,6 +263,48 @@ TEST(StoreInMemoryTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
   EXPECT_EQ(store.lastId(), 100u);
   goOn.set_value();
   EXPECT_EQ(store.counts({}).all, 100u);
+}
+
+TEST(StoreInAFileTest, TellsWhenItIsKept) {
+  const TemporaryDirectory temporary;
+  const std::string file = temporary.path() + "/requests";
+  Store store(file);
+  std::promise<std::int64_t> there;
+  store.append(message(), [&there, &file](const std::exception_ptr &failure) {
+    // Another process would find it by now.
+    Database other(file, SQLITE_OPEN_READWRITE);
+    there.set_value(failure ? -1 : other.number("SELECT count(*) FROM content"));
+  });
+  EXPECT_EQ(there.get_future().get(), 1);
+}
+
+TEST(StoreInAFileTest, IsBoundedByItsNumberAlone) {
+  const TemporaryDirectory temporary;
+  {
+    Store store(temporary.path() + "/requests", 3, /*maximumSize=*/1);
+    for (int count = 0; count < 5; ++count) store.append(message());
+    EXPECT_THAT(idsOf(store.requests({}, 10)), ElementsAre(3, 4, 5));
+  }
+  // Those of the time before count, too.
+  Store store(temporary.path() + "/requests", 3);
+  store.append(message());
+  EXPECT_THAT(idsOf(store.requests({}, 10)), ElementsAre(4, 5, 6));
+}
+
+TEST(StoreInAFileTest, TellsWhenItCouldNotBeWritten) {
+  const TemporaryDirectory temporary;
+  const std::string file = temporary.path() + "/requests";
+  Store store(file);
+  {
+    Database other(file, SQLITE_OPEN_READWRITE);
+    other.execute("DROP TABLE content");
+  }
+  std::promise<bool> failed;
+  store.append(message(),
+               [&failed](const std::exception_ptr &failure) { failed.set_value(failure != nullptr); });
+  EXPECT_TRUE(failed.get_future().get());
+  // What was written of it is taken back.
+  EXPECT_EQ(store.counts({}).all, 0u);
 }
 
 TEST(StoreInAFileTest, AMessageIsRememberedOverRestarts) {
