@@ -147,10 +147,18 @@ PageAnswer PageService::answerOrThrow(const PageRequest &request, Feed::Time now
 
 PageAnswer PageService::status(const PageRequest &, Query &query, std::uint64_t, Feed::Time) {
   query.expectNoMore();
+  Document phone;
+  if (status_.phone) {
+    phone = {{"page", status_.phone->page},
+             {"fingerprint", status_.phone->fingerprint},
+             {"qrCode", status_.phone->qrCode}};
+  }
   return json({{"version", version},
                {"service", status_.service},
+               {"addresses", status_.addresses},
                {"caFile", status_.caFile},
                {"next", status_.nextSteps},
+               {"phone", std::move(phone)},
                {"started", started_}});
 }
 

@@ -25,12 +25,21 @@ struct PageAnswer {
   std::unique_ptr<Feed> feed;  ///< if it is there, the body comes from it
 };
 
+/// How a phone comes to trust the collector.
+struct PhoneSteps {
+  std::string page;                 ///< what it opens, "https://192.0.2.7:8443/ca"
+  std::string fingerprint;          ///< the certificate's SHA-256
+  std::vector<std::string> qrCode;  ///< the page's address, as qrModules has it
+};
+
 /// What the page tells of the collector.
 struct CollectorStatus {
   std::string service;        ///< "https://127.0.0.1:8443"
   std::string caFile;         ///< that clients have to trust
   std::string caCertificate;  ///< the same in PEM; empty if it is no authority of the collector's own
   std::vector<std::string> nextSteps;  ///< lines for the developer of a host
+  std::vector<std::string> addresses;  ///< all by which the service can be called, like `service`
+  std::optional<PhoneSteps> phone;     ///< absent where no other device can call the service
 };
 
 /// Who may see the page.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace kx::collector {
 
@@ -8,5 +9,9 @@ namespace kx::collector {
 /// `colours` it is black on white whatever the terminal's own are; without, it is drawn for light text on a
 /// dark ground. Throws std::runtime_error when the text is too long for a QR code.
 std::string qrCode(const std::string &text, bool colours);
+
+/// The same as its modules, without the quiet zone: a text a row, '1' for what is dark and '0' for what is
+/// light.
+std::vector<std::string> qrModules(const std::string &text);
 
 }  // namespace kx::collector

@@ -91,12 +91,16 @@ std::unique_ptr<EventLog> eventLog(bool json, std::ostream &output) {
   return std::make_unique<PrettyEventLog>(output, wantsColours());
 }
 
+/// Whether other devices can call the service.
+bool isReachable(const ListeningAddress &where) {
+  return !net::ip::make_address(where.address).is_loopback();
+}
+
 /// What the developer can do next, below the first line.
 void printNextSteps(const ListeningAddress &where, const std::optional<CertificateDownload> &download,
                     std::ostream &output) {
   output << nextStepsText(where);
-  const bool isReachable = !net::ip::make_address(where.address).is_loopback();
-  if (download && isReachable) {
+  if (download && isReachable(where)) {
     const bool onTerminal = isatty(STDOUT_FILENO) == 1;
     output << downloadSteps(where, download->fingerprint(),
                             onTerminal ? qrCode(downloadURL(where), wantsColours()) : "");
@@ -148,12 +152,19 @@ struct WithoutNotice {
   ~WithoutNotice() { store.onChange({}); }
 };
 
-CollectorStatus statusOf(const ListeningAddress &where) {
+CollectorStatus statusOf(const ListeningAddress &where, const std::optional<CertificateDownload> &download) {
   CollectorStatus status;
   status.service = where.url();
   status.caFile = where.trustedFile;
   if (where.isAuthority) status.caCertificate = contentOf(where.trustedFile);
   status.nextSteps = hostLines(where);
+  status.addresses.push_back(where.url());
+  for (const std::string &address : where.otherAddresses) {
+    status.addresses.push_back("https://" + ListeningAddress::hostAndPort(address, where.port));
+  }
+  if (download && isReachable(where)) {
+    status.phone = PhoneSteps{downloadURL(where), download->fingerprint(), qrModules(downloadURL(where))};
+  }
   return status;
 }
 
@@ -180,6 +191,7 @@ void collect(const Options &options) {
   CollectionServiceSettings settings = options.service;
   ListeningAddress where = addressToCall(options);
   net::ssl::context tls = identity(options, where, settings);
+  net::io_context io;  // outlives the store, whose thread tells it what is written
   Store store(options.database, options.keep);
   CollectionService service(settings);
   for (const std::string &id : store.latestEventIds(options.keep)) service.remember(id);
@@ -190,7 +202,6 @@ void collect(const Options &options) {
   EventLog &log = options.quiet ? quiet : *all;
   Recorder recorder(log, store);
 
-  net::io_context io;
   net::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&io](boost::system::error_code, int) { io.stop(); });
   const auto server = listeningServer(io, tls, service, recorder, options);
@@ -198,7 +209,7 @@ void collect(const Options &options) {
   net::steady_timer everyFewSeconds(io);
   checkLogins(everyFewSeconds, recorder);
   const PageAccess access = options.page ? pageAccess(options) : PageAccess();
-  PageService pageService(store, service.faults(), statusOf(where), access);
+  PageService pageService(store, service.faults(), statusOf(where, settings.download), access);
   std::unique_ptr<PageServer> page;
   if (options.page) {
     page = pageServer(pageService, options);

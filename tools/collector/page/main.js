@@ -9,6 +9,7 @@ import { count } from "./format.js";
 import { List } from "./list.js";
 import { Loading } from "./loading.js";
 import { TrackMap } from "./map.js";
+import { phoneSteps } from "./phone.js";
 import { Records, View } from "./records.js";
 import { Search } from "./search.js";
 import { Timeline } from "./timeline.js";
@@ -258,7 +259,7 @@ function restoreSelection() {
 }
 
 function keys(event) {
-  if (event.altKey || event.ctrlKey || event.metaKey || byId("help").open) return;
+  if (event.altKey || event.ctrlKey || event.metaKey || document.querySelector("dialog[open]")) return;
   const typing = event.target.closest?.("input:not([type=radio]):not([type=checkbox]), textarea, select");
   if (event.key === "Escape") {
     if (event.target === byId("search") && byId("search").value) setFilter({ text: "" });
@@ -309,6 +310,7 @@ function wire() {
   byId("pause").addEventListener("click", pause);
   byId("clear").addEventListener("click", clear);
   byId("keys").addEventListener("click", () => byId("help").showModal());
+  byId("phone-open").addEventListener("click", () => byId("phone").showModal());
   byId("theme").addEventListener("click", () => {
     const names = Object.keys(THEMES);
     theme(names[(names.indexOf(document.documentElement.dataset.theme ?? "auto") + 1) % names.length]);
@@ -325,7 +327,14 @@ function welcome() {
     el("h2", {}, "Waiting for the first request"),
     el("p", {}, "The collection service listens at ", el("code", {}, shown(status.service)), ". Give a host these lines:"),
     el("pre", {}, shown(text, true)), button,
-    el("p", { class: "note" }, "A login comes at the host's first call, and the first message 5 s later."));
+    el("p", { class: "note" }, "A login comes at the host's first call, and the first message 5 s later."),
+    ...(status.phone ? [el("h2", {}, "Have a phone report here"), phoneSteps(status)] : []));
+}
+
+/** Only where a phone can reach the collector at all. */
+function offerPhone() {
+  byId("phone-open").hidden = !status.phone;
+  if (status.phone) byId("phone-steps").replaceChildren(phoneSteps(status));
 }
 
 async function start() {
@@ -346,6 +355,7 @@ async function start() {
     status = await api.status();
     byId("live").title = `${status.service}, version ${status.version}`;
     welcome();
+    offerPhone();
     faults.show(await api.faults());
     await loading.load();
   } catch (error) {

@@ -28,6 +28,7 @@ class StandIn:
         self.requests, self.faults, self.listeners = [], [], []
         self.next_id = self.next_fault = 1
         self.changed = threading.Condition()
+        self.phone = None  # what the status tells of phones
         self.asked = []  # what the page wrote: (method, path, body)
         stand_in = self
 
@@ -176,6 +177,7 @@ class PageHandler(http.server.BaseHTTPRequestHandler):
         service, path = self.service, url.path
         if path == "/api/status":
             self.say({"version": "1.0", "service": "https://127.0.0.1:8443", "started": 1795300000000,
+                      "addresses": ["https://192.0.2.7:8443", "https://127.0.0.1:8443"], "phone": service.phone,
                       "caFile": "/home/me/.local/state/kx-collector/ca.pem",
                       "next": ["hostname = \"127.0.0.1:8443\"", "caFile = \"/home/me/.local/state/kx-collector/ca.pem\"",
                                "apiToken = \"any\""]})
