@@ -20,10 +20,6 @@ namespace http = beast::http;
 
 namespace {
 
-std::string text(beast::string_view view) {
-  return std::string(view.data(), view.size());
-}
-
 std::chrono::microseconds microsecondsSince(std::chrono::steady_clock::time_point begin) {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
 }
@@ -95,9 +91,9 @@ void Connection::readRequest() {
 void Connection::headerRead(ErrorCode error) {
   headerTime_ = std::chrono::steady_clock::now();
   const auto &message = parser_->get();
-  header_ = {text(message.method_string()), text(message.target()), {}, {}, {}};
+  header_ = {std::string(message.method_string()), std::string(message.target()), {}, {}, {}};
   for (const auto &field : message)
-    header_.fields.emplace_back(text(field.name_string()), text(field.value()));
+    header_.fields.emplace_back(std::string(field.name_string()), std::string(field.value()));
   if (error) return requestFailed(error);
   if (const auto refusal = framingRefusal(message)) {
     Answer answer;

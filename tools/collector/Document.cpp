@@ -185,6 +185,12 @@ Document parseDocument(const std::string &text) {
   return builder.take();
 }
 
+std::optional<double> numberAt(const Document &document, std::string_view key) {
+  const auto found = document.find(key);
+  if (found == document.end() || !found->is_number()) return std::nullopt;
+  return found->get<double>();
+}
+
 std::string printable(const Document &value) {
   std::string text = dump(value);
   if (text.size() <= maximumPrinted) return text;

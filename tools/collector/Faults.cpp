@@ -14,12 +14,12 @@ namespace {
 constexpr std::array<std::string_view, 3> endpointNames = {"any", "login", "message"};
 constexpr std::array<std::string_view, 6> actionNames = {"status", "delay",  "drop",
                                                          "stall",  "expire", "refuse"};
-constexpr double maximumSeconds = 3600;
+constexpr double maximumSecondsOfFault = 3600;
 constexpr std::int64_t maximumCount = 1000000;
 constexpr std::size_t maximumTextSize = 2000;
 constexpr std::size_t maximumFaults = 100;
 
-[[noreturn]] void refuse(const std::string &reason) {
+[[noreturn]] void refuseFault(const std::string &reason) {
   throw Refusal(400, reason);
 }
 
@@ -35,7 +35,7 @@ std::size_t choice(const Document &value, const char *key, const std::array<std:
   }
   std::string rule;
   for (const std::string_view name : names) rule += (rule.empty() ? "" : " or ") + quote(name);
-  refuse(quote(key) + " must be " + rule + ", not " + printable(value));
+  refuseFault(quote(key) + " must be " + rule + ", not " + printable(value));
 }
 
 std::string textOf(const Document &value, const char *key) {
@@ -47,23 +47,23 @@ std::string textOf(const Document &value, const char *key) {
     });
     if (!text.empty() && text.size() <= maximumTextSize && isPlain) return text;
   }
-  refuse(quote(key) + " must be a text without control characters, not " + printable(value));
+  refuseFault(quote(key) + " must be a text without control characters, not " + printable(value));
 }
 
 std::int64_t integerOf(const Document &value, const char *key, std::int64_t minimum, std::int64_t maximum) {
   if (value.is_number_integer() && value >= minimum && value <= maximum) return value.get<std::int64_t>();
-  refuse(quote(key) + " must be an integer from " + std::to_string(minimum) + " to " +
-         std::to_string(maximum) + ", not " + printable(value));
+  refuseFault(quote(key) + " must be an integer from " + std::to_string(minimum) + " to " +
+              std::to_string(maximum) + ", not " + printable(value));
 }
 
 std::chrono::milliseconds timeOf(const Document &value) {
   if (value.is_number()) {
     const double seconds = value.get<double>();
-    if (seconds > 0 && seconds <= maximumSeconds) {
+    if (seconds > 0 && seconds <= maximumSecondsOfFault) {
       return std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(seconds * 1000)));
     }
   }
-  refuse("\"seconds\" must be a number, more than 0 and at most 3600, not " + printable(value));
+  refuseFault("\"seconds\" must be a number, more than 0 and at most 3600, not " + printable(value));
 }
 
 void set(Fault &fault, const std::string &key, const Document &value) {
@@ -85,7 +85,7 @@ void set(Fault &fault, const std::string &key, const Document &value) {
   } else if (key == "count") {
     fault.count = static_cast<std::uint64_t>(integerOf(value, "count", 1, maximumCount));
   } else {
-    refuse("a fault has no " + quote(key));
+    refuseFault("a fault has no " + quote(key));
   }
 }
 
@@ -95,17 +95,17 @@ void checkParts(const Fault &fault) {
   const bool hasTime = fault.action == Fault::Action::delay || fault.action == Fault::Action::stall;
   const std::string name(actionNames[static_cast<std::size_t>(fault.action)]);
   if (hasStatus != (fault.status != 0)) {
-    refuse(hasStatus ? R"(the action "status" needs a "status")"
-                     : "the action \"" + name + R"(" has no "status")");
+    refuseFault(hasStatus ? R"(the action "status" needs a "status")"
+                          : "the action \"" + name + R"(" has no "status")");
   }
   if (hasTime != (fault.time.count() != 0)) {
-    refuse("the action \"" + name + "\" " + (hasTime ? "needs" : "has no") + R"( "seconds")");
+    refuseFault("the action \"" + name + "\" " + (hasTime ? "needs" : "has no") + R"( "seconds")");
   }
   if (fault.location && (fault.status < 300 || fault.status > 399)) {
-    refuse(R"(a "location" is for a "status" from 300 to 399)");
+    refuseFault(R"(a "location" is for a "status" from 300 to 399)");
   }
   if (fault.device && fault.endpoint == Fault::Endpoint::login) {
-    refuse("a login does not tell its \"device\"");
+    refuseFault("a login does not tell its \"device\"");
   }
 }
 
@@ -116,7 +116,7 @@ Fault Faults::add(Fault fault) {
   if (faults_.size() >= maximumFaults) {
     // Those that are used up stay for what they tell, as long as there is room.
     const auto usedUp = std::find_if(faults_.begin(), faults_.end(), isUsedUp);
-    if (usedUp == faults_.end()) refuse("there are 100 faults already");
+    if (usedUp == faults_.end()) refuseFault("there are 100 faults already");
     faults_.erase(usedUp);
   }
   fault.id = ++lastId_;
@@ -190,8 +190,8 @@ Document documentOf(const Fault &fault) {
 
 Fault faultFrom(const std::string &json) {
   const Document document = parseDocument(json);
-  if (!document.is_object()) refuse("a fault must be an object");
-  if (!document.contains("action")) refuse("a fault needs an \"action\"");
+  if (!document.is_object()) refuseFault("a fault must be an object");
+  if (!document.contains("action")) refuseFault("a fault needs an \"action\"");
   Fault fault;
   for (const auto &[key, value] : document.items()) {
     if (key == "status" && value == 0) continue;  // as it is shown where there is none

@@ -27,10 +27,6 @@ constexpr std::pair<const char *, const char *> fieldsOfEveryAnswer[] = {
     {"Cache-Control", "no-store"},
 };
 
-std::string text(beast::string_view view) {
-  return std::string(view.data(), view.size());
-}
-
 template <typename Response>
 void setFields(Response &response, const PageAnswer &answer) {
   response.version(11);
@@ -72,9 +68,10 @@ void PageConnection::requestRead(ErrorCode error) {
   }
   if (error) return close();
   auto &message = parser_->get();
-  PageRequest request{text(message.method_string()), text(message.target()), {}, std::move(message.body())};
+  PageRequest request{
+      std::string(message.method_string()), std::string(message.target()), {}, std::move(message.body())};
   for (const auto &field : message)
-    request.fields.emplace_back(text(field.name_string()), text(field.value()));
+    request.fields.emplace_back(std::string(field.name_string()), std::string(field.value()));
   respond(server_.service_.answer(request, std::chrono::steady_clock::now()), message.keep_alive());
 }
 

@@ -13,9 +13,9 @@ using net::ip::tcp;
 
 namespace {
 
-constexpr std::chrono::milliseconds pauseBeforeAccepting{50};
+constexpr std::chrono::milliseconds pauseBeforeAcceptingReaders{50};
 // Many requests in a short time are told together.
-constexpr std::chrono::milliseconds timeToGather{10};
+constexpr std::chrono::milliseconds timeToGatherEvents{10};
 
 }  // namespace
 
@@ -39,7 +39,7 @@ PageServer::~PageServer() {
 void PageServer::wake() {
   if (isWoken_.exchange(true)) return;
   net::post(io_, [this] {
-    gathering_.expires_after(timeToGather);
+    gathering_.expires_after(timeToGatherEvents);
     gathering_.async_wait([this](boost::system::error_code error) {
       if (error) return;
       isWoken_ = false;
@@ -69,7 +69,7 @@ void PageServer::accept() {
 }
 
 void PageServer::acceptLater() {
-  pause_.expires_after(pauseBeforeAccepting);
+  pause_.expires_after(pauseBeforeAcceptingReaders);
   pause_.async_wait([this](boost::system::error_code error) {
     if (!error) accept();
   });

@@ -9,6 +9,7 @@
 #include "tools/collector/CertificateDownload.h"
 #include "tools/collector/EmbeddedFiles.h"
 #include "tools/collector/Encoding.h"
+#include "tools/collector/Options.h"
 #include "tools/collector/PageFiles.h"
 #include "tools/collector/PagePassword.h"
 #include "tools/collector/RecordDocument.h"
@@ -18,7 +19,6 @@ namespace kx::collector {
 
 namespace {
 
-constexpr const char *version = "1.0";
 constexpr std::size_t tokenSize = 16;  // bytes
 constexpr std::uint64_t maximumLimit = 1000;
 constexpr std::uint64_t usualLimit = 100;

@@ -19,7 +19,7 @@ constexpr const char *lowerHalf = "\u2584";
 constexpr const char *full = "\u2588";
 
 constexpr const char *whiteOnBlack = "\x1B[40;97m";
-constexpr const char *plain = "\x1B[0m";
+constexpr const char *plainAgain = "\x1B[0m";
 
 }  // namespace
 
@@ -53,7 +53,7 @@ std::string qrCode(const std::string &text, bool colours) {
       const bool lower = isLight(row + 1, column);
       drawn += upper && lower ? full : upper ? upperHalf : lower ? lowerHalf : " ";
     }
-    drawn += colours ? std::string(plain) + "\n" : "\n";
+    drawn += colours ? std::string(plainAgain) + "\n" : "\n";
   }
   return drawn;
 }

@@ -10,7 +10,7 @@ namespace kx::collector {
 namespace {
 
 // Of what lists show. Longer ones are in the text.
-constexpr std::size_t maximumTextSize = 200;
+constexpr std::size_t maximumSizeInLists = 200;
 constexpr std::size_t maximumLogins = 1000;
 
 std::int64_t now() {
@@ -22,13 +22,7 @@ std::int64_t now() {
 std::optional<std::string> textAt(const Document &message, std::string_view key) {
   const auto found = message.find(key);
   if (found == message.end() || !found->is_string()) return std::nullopt;
-  return std::string(beginningOf(found->get_ref<const std::string &>(), maximumTextSize));
-}
-
-std::optional<double> numberAt(const Document &message, std::string_view key) {
-  const auto found = message.find(key);
-  if (found == message.end() || !found->is_number()) return std::nullopt;
-  return found->get<double>();
+  return std::string(beginningOf(found->get_ref<const std::string &>(), maximumSizeInLists));
 }
 
 /// What lists show of a message, as far as it has it.

@@ -18,7 +18,7 @@ constexpr std::size_t changesAtOnce = 1000;
 constexpr std::size_t rememberedAlterations = 1000;
 constexpr std::size_t sizeOfSmallThings = 1000;
 // In memory nobody waits for what is written, so that it may be written together.
-constexpr std::chrono::milliseconds timeToGather{2};
+constexpr std::chrono::milliseconds timeToGatherRecords{2};
 constexpr std::chrono::seconds timeBetweenCheckpoints{1};
 constexpr std::int64_t longLog = 10000;  // pages
 
@@ -152,7 +152,7 @@ void Store::write() {
       std::unique_lock<std::mutex> lock(mutex_);
       isQueued_.wait(lock, [this] { return !queue_.empty() || isEnding_; });
       if (queue_.empty()) return;
-      isQueued_.wait_for(lock, timeToGather, [this] { return isUrgent(); });
+      isQueued_.wait_for(lock, timeToGatherRecords, [this] { return isUrgent(); });
       while (!queue_.empty() && changes.size() < changesAtOnce) {
         changes.push_back(std::move(queue_.front()));
         queue_.pop_front();

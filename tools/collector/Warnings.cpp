@@ -57,12 +57,6 @@ bool isIPv4Address(const std::string &text) {
   return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
-std::optional<double> numberAt(const Document &message, std::string_view key) {
-  const auto found = message.find(key);
-  if (found == message.end() || !found->is_number()) return std::nullopt;
-  return found->get<double>();
-}
-
 void checkText(const Document &message, std::string_view key, bool (*isUsual)(std::string_view),
                const char *usual, Texts &warnings) {
   const auto found = message.find(key);

@@ -10,21 +10,21 @@ namespace {
 
 using std::chrono::seconds;
 
-const AccessTokens::Time start{};
+const AccessTokens::Time timeOfStart{};
 
 TEST(AccessTokensTest, KnowATokenThatTheyGaveOut) {
   AccessTokens tokens(10, std::nullopt);
-  const std::string token = tokens.issue(start);
-  EXPECT_TRUE(tokens.accept(token, start));
-  EXPECT_TRUE(tokens.accept(token, start + std::chrono::hours(100000)));
+  const std::string token = tokens.issue(timeOfStart);
+  EXPECT_TRUE(tokens.accept(token, timeOfStart));
+  EXPECT_TRUE(tokens.accept(token, timeOfStart + std::chrono::hours(100000)));
 }
 
 TEST(AccessTokensTest, KnowNoOther) {
   AccessTokens tokens(10, std::nullopt);
-  EXPECT_FALSE(tokens.accept("", start));
-  const std::string token = tokens.issue(start);
+  EXPECT_FALSE(tokens.accept("", timeOfStart));
+  const std::string token = tokens.issue(timeOfStart);
   for (const std::string &other : {std::string(), token + " ", " " + token, token.substr(1), token + token}) {
-    EXPECT_FALSE(tokens.accept(other, start)) << other;
+    EXPECT_FALSE(tokens.accept(other, timeOfStart)) << other;
   }
 }
 
@@ -32,7 +32,7 @@ TEST(AccessTokensTest, AreRandomAndEachAnother) {
   AccessTokens tokens(1000, std::nullopt);
   std::set<std::string> seen;
   for (int count = 0; count < 1000; ++count) {
-    const std::string token = tokens.issue(start);
+    const std::string token = tokens.issue(timeOfStart);
     EXPECT_THAT(token, ::testing::MatchesRegex("[0-9a-f]{32}"));
     seen.insert(token);
   }
@@ -41,23 +41,23 @@ TEST(AccessTokensTest, AreRandomAndEachAnother) {
 
 TEST(AccessTokensTest, ExpireAtTheEndOfTheirLifetime) {
   AccessTokens tokens(10, seconds(5));
-  const std::string first = tokens.issue(start);
-  const std::string second = tokens.issue(start + seconds(3));
-  EXPECT_TRUE(tokens.accept(first, start + seconds(5) - std::chrono::nanoseconds(1)));
-  EXPECT_FALSE(tokens.accept(first, start + seconds(5)));
-  EXPECT_TRUE(tokens.accept(second, start + seconds(7)));
-  EXPECT_FALSE(tokens.accept(second, start + seconds(8)));
+  const std::string first = tokens.issue(timeOfStart);
+  const std::string second = tokens.issue(timeOfStart + seconds(3));
+  EXPECT_TRUE(tokens.accept(first, timeOfStart + seconds(5) - std::chrono::nanoseconds(1)));
+  EXPECT_FALSE(tokens.accept(first, timeOfStart + seconds(5)));
+  EXPECT_TRUE(tokens.accept(second, timeOfStart + seconds(7)));
+  EXPECT_FALSE(tokens.accept(second, timeOfStart + seconds(8)));
 }
 
 TEST(AccessTokensTest, ForgetTheOldestWhenThereAreTooMany) {
   AccessTokens tokens(2, std::nullopt);
-  const std::string first = tokens.issue(start);
-  const std::string second = tokens.issue(start);
-  EXPECT_TRUE(tokens.accept(first, start));
-  const std::string third = tokens.issue(start);
-  EXPECT_FALSE(tokens.accept(first, start));
-  EXPECT_TRUE(tokens.accept(second, start));
-  EXPECT_TRUE(tokens.accept(third, start));
+  const std::string first = tokens.issue(timeOfStart);
+  const std::string second = tokens.issue(timeOfStart);
+  EXPECT_TRUE(tokens.accept(first, timeOfStart));
+  const std::string third = tokens.issue(timeOfStart);
+  EXPECT_FALSE(tokens.accept(first, timeOfStart));
+  EXPECT_TRUE(tokens.accept(second, timeOfStart));
+  EXPECT_TRUE(tokens.accept(third, timeOfStart));
 }
 
 }  // namespace

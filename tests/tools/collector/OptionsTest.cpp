@@ -121,12 +121,12 @@ TEST(OptionsTest, RefusesValuesOutOfRangeAndSaysWhatTheyMayBe) {
   for (const char *port : {"-1", "", "1.5", "x", "1 ", "0x10", "99999999999999999999"}) {
     EXPECT_THAT(refusalOf({"--port", port}), HasSubstr("--port must be a number")) << port;
   }
-  for (const char *seconds : {"0", "-1", "nan", "inf", "1e9", "86401", "x", "", "1s"}) {
+  for (const char *duration : {"0", "-1", "nan", "inf", "1e9", "86401", "x", "", "1s"}) {
     for (const char *option : {"--login-delay", "--message-delay", "--expire-tokens"}) {
-      EXPECT_EQ(refusalOf({option, seconds}), std::string(option) +
-                                                  " must be a number of seconds, more than 0 and at most "
-                                                  "86400, not \"" +
-                                                  seconds + "\"");
+      EXPECT_EQ(refusalOf({option, duration}), std::string(option) +
+                                                   " must be a number of seconds, more than 0 and at most "
+                                                   "86400, not \"" +
+                                                   duration + "\"");
     }
   }
 }
