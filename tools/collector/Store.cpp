@@ -64,12 +64,13 @@ std::uint64_t Store::append(Record record, Written written) {
   const std::uint64_t id = record.id = ++lastId_;
   Change change;
   change.size = sizeOf(record);
-  if (file_) change.written = std::move(written);
+  Written atOnce;  // in memory it is
+  (file_ ? change.written : atOnce) = std::move(written);
   change.apply = [record = std::move(record), size = change.size](Writer &writer) {
     writer.append(record, size);
   };
   push(std::move(change), std::move(lock));
-  if (!file_ && written) written(nullptr);
+  if (atOnce) atOnce(nullptr);
   return id;
 }
 
