@@ -161,10 +161,10 @@ void checkWhereFrom(const PageRequest &request, std::uint16_t port, const std::v
         403, "the header Host must be 127.0.0.1, localhost or [::1] with the port " + std::to_string(port));
   }
   if (request.has("Origin")) {
-    constexpr std::string_view scheme = "http://";
+    constexpr std::string_view beginning = "http://";
     const std::string origin = request.value("Origin").value_or("");
-    if (origin.compare(0, scheme.size(), scheme) != 0 ||
-        !isOwnName(std::string_view(origin).substr(scheme.size()), port, names)) {
+    if (origin.compare(0, beginning.size(), beginning) != 0 ||
+        !isOwnName(std::string_view(origin).substr(beginning.size()), port, names)) {
       throw Refusal(403, "requests from other web sites are not answered");
     }
   }
