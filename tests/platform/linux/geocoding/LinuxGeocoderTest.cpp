@@ -148,10 +148,15 @@ TEST_F(LinuxGeocoderTest, SurvivesAHandlerThatThrows) {
   const auto geocoder = makeGeocoder();
   testing::internal::CaptureStderr();
   std::atomic<int> calls{0};
+  struct Thrown : std::runtime_error {
+    explicit Thrown(std::shared_ptr<int> kept)
+        : std::runtime_error("thrown by a handler"), held(std::move(kept)) {}
+    std::shared_ptr<int> held;  // goes once the exception has been told
+  };
   const std::shared_ptr<int> held = std::make_shared<int>();
   geocoder->reverseGeocodeLocation(locationAt(0, 0), [&calls, held](const std::vector<Placemark> &) {
     ++calls;
-    throw std::runtime_error("thrown by a handler");
+    throw Thrown(held);
   });
   EXPECT_TRUE(eventually([&held] { return held.use_count() == 1; }));
   EXPECT_EQ(calls, 1);
