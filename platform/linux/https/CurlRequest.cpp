@@ -134,6 +134,7 @@ CURLcode CurlRequest::setOptions(const CurlSettings &settings, const CurlTrust &
   if (!hasContentType) appended = appended && appendHeaderLine("Content-Type:");
   if (!appended) return CURLE_OUT_OF_MEMORY;
 
+  errorText_.assign(CURL_ERROR_SIZE, '\0');
   Options options(easy_.get());
   options.set(CURLOPT_SHARE, shared);
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
@@ -227,7 +228,7 @@ void CurlRequest::complete(const Error &otherwise) {
 Error CurlRequest::errorAfter(CURLcode result) const {
   if (headerSize_ > maximumHeaderSize) return errorOf(result, "The header of the answer is too large");
   // An interim response is all that came.
-  return result == CURLE_OK ? errorOf(CURLE_WEIRD_SERVER_REPLY) : errorOf(result, errorText_.data());
+  return result == CURLE_OK ? errorOf(CURLE_WEIRD_SERVER_REPLY) : errorOf(result, errorText_.c_str());
 }
 
 std::shared_ptr<URLResponse> CurlRequest::response(long status) const {

@@ -2,7 +2,6 @@
 
 #include <curl/curl.h>
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -100,7 +99,7 @@ class CurlRequest {
   std::size_t headerSize_ = 0;                 ///< bytes, of all responses together
   std::optional<long> status_;                 ///< the final one; present once its header is complete
 
-  std::array<char, CURL_ERROR_SIZE> errorText_{};
+  std::string errorText_;  ///< with its room from `prepare` on: of those that wait there can be thousands
   std::unique_ptr<curl_slist, Deleter> headerLines_;
   std::unique_ptr<CURL, Deleter> easy_;  // the first to go: it refers to the others
 };
