@@ -90,14 +90,13 @@ class CurlTransport::Loop {
     while (requests_.size() < maximumInFlight) {
       auto request = transport_.takeWaiting();
       if (request == nullptr) return;
-      if (const auto error = request->prepare(transport_.settings_, *transport_.trust_, sockets_,
-                                              transport_.shared_.get())) {
-        request->fail(*error);
-        continue;
+      requests_.push_back(std::move(request));  // first: one that is lost on the way is still to be failed
+      auto error = requests_.back()->prepare(transport_.settings_, *transport_.trust_, sockets_,
+                                             transport_.shared_.get());
+      if (!error && curl_multi_add_handle(multi_, requests_.back()->easy()) != CURLM_OK) {
+        error = initialisationError(outOfResources);
       }
-      requests_.push_back(std::move(request));
-      const CURLMcode result = curl_multi_add_handle(multi_, requests_.back()->easy());
-      if (result != CURLM_OK) take(requests_.size() - 1)->fail(initialisationError(outOfResources));
+      if (error) take(requests_.size() - 1)->fail(*error);
     }
   }
 

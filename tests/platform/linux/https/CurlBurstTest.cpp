@@ -21,7 +21,6 @@ using ::testing::Ge;
 using ::testing::Le;
 using ::testing::Lt;
 
-constexpr long timedOut = 28;
 constexpr std::size_t connectionsOfAHost = 4;
 
 /// More requests than can run at once.

@@ -12,9 +12,6 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-constexpr long couldNotResolve = 6;
-constexpr long couldNotConnect = 7;
-
 /// Proxies, and the environment that names them.
 class CurlProxyTest : public HTTPSTest {
  protected:

@@ -34,6 +34,11 @@ class HTTPSTest : public ::testing::Test {
     std::string errorText() const { return error ? error->localizedDescription : ""; }
   };
 
+  // Of curl's errors.
+  static constexpr long couldNotResolve = 6;
+  static constexpr long couldNotConnect = 7;
+  static constexpr long timedOut = 28;
+
   HTTPSTest();
 
   /// A certificate of the authority for localhost, valid now.
