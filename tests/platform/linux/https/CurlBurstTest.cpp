@@ -110,6 +110,8 @@ TEST_F(CurlBurstTest, BeginsThemInTheOrderInWhichTheyCame) {
     const std::string sent = server.requests().at(connectionsOfAHost - 1 + i);
     EXPECT_EQ(sent.substr(0, sent.find(" HTTP")), "POST /" + std::to_string(i));
   }
+  server.interruptAll();
+  waitForOutcomes(100 + connectionsOfAHost - 1);
 }
 
 TEST_F(CurlBurstTest, FailsAtOnceWhenTooManyWait) {
