@@ -228,7 +228,7 @@ void CurlRequest::complete(const Error &otherwise) {
 Error CurlRequest::errorAfter(CURLcode result) const {
   if (headerSize_ > maximumHeaderSize) return errorOf(result, "The header of the answer is too large");
   // An interim response is all that came.
-  return result == CURLE_OK ? errorOf(CURLE_WEIRD_SERVER_REPLY) : errorOf(result, errorText_.c_str());
+  return result == CURLE_OK ? errorOf(CURLE_WEIRD_SERVER_REPLY) : errorOf(result, errorText_.data());
 }
 
 std::shared_ptr<URLResponse> CurlRequest::response(long status) const {

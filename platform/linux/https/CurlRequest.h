@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "KXPublisher/platform/URLSession.h"
 #include "platform/linux/https/CurlSettings.h"
@@ -99,7 +100,8 @@ class CurlRequest {
   std::size_t headerSize_ = 0;                 ///< bytes, of all responses together
   std::optional<long> status_;                 ///< the final one; present once its header is complete
 
-  std::string errorText_;  ///< with its room from `prepare` on: of those that wait there can be thousands
+  std::vector<char>
+      errorText_;  ///< with its room from `prepare` on: of those that wait there can be thousands
   std::unique_ptr<curl_slist, Deleter> headerLines_;
   std::unique_ptr<CURL, Deleter> easy_;  // the first to go: it refers to the others
 };

@@ -31,7 +31,7 @@ struct CurlSettings {
   std::chrono::milliseconds linger = std::chrono::seconds(6);
   /// How many requests wait for their turn at the most; those that come then fail. More than a host makes in
   /// a burst, and no more than some 40 MB.
-  std::size_t maximumWaiting = 16 * 1024;
+  std::size_t maximumWaiting = 16'384;
   std::size_t threadStackSize = std::size_t{512} * 1024;  ///< bytes
 };
 

@@ -118,9 +118,10 @@ class CurlTransport::Loop {
       if (requests_[i]->isOverdue(now)) take(i)->expire();
     }
     for (const auto &request : requests_) noteProgress(*request);
-    while (const auto overdue = transport_.firstOverdue(lastProgress_)) {
-      if (now < *overdue) break;
+    auto overdue = transport_.firstOverdue(lastProgress_);
+    while (overdue && *overdue <= now) {
       transport_.takeWaiting()->expire();
+      overdue = transport_.firstOverdue(lastProgress_);
     }
   }
 
@@ -166,16 +167,19 @@ class CurlTransport::Loop {
 void CurlTransport::start(std::unique_ptr<CurlRequest> request) {
   if (CurlProcess::isEnding()) return request->fail(initialisationError(processEnds));
   bool needsThread = false;
+  std::unique_ptr<CurlRequest> refused;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (waiting_.size() < settings_.maximumWaiting) {
+    if (waiting_.size() >= settings_.maximumWaiting) {
+      refused = std::move(request);
+    } else {
       // Where there are some already, the thread has been woken, or it will look when one has ended.
       if (multi_ != nullptr && waiting_.empty()) curl_multi_wakeup(multi_);
       waiting_.push_back(std::move(request));
       needsThread = !std::exchange(threadRuns_, true);
     }
   }
-  if (request != nullptr) return request->fail(initialisationError(tooManyWait));
+  if (refused != nullptr) return refused->fail(initialisationError(tooManyWait));
   if (!needsThread) return;
   const auto error = startThread();
   if (!error) return;
@@ -220,7 +224,7 @@ void CurlTransport::run() {
 }
 
 bool CurlTransport::isPrepared() {
-  if (!trust_) trust_.emplace(settings_);
+  if (trust_ == nullptr) trust_ = std::make_unique<CurlTrust>(settings_);
   if (shared_ == nullptr) {
     shared_.reset(curl_share_init());
     if (shared_ == nullptr) return false;

@@ -59,7 +59,7 @@ class CurlTransport : public std::enable_shared_from_this<CurlTransport> {
   const CurlSettings settings_;
 
   // The thread's. One that comes later finds them as the one before has left them.
-  std::optional<CurlTrust> trust_;
+  std::unique_ptr<CurlTrust> trust_;
   std::unique_ptr<CURLSH, ShareDeleter> shared_;  ///< TLS sessions
 
   std::mutex mutex_;  ///< guards what follows; held for a few instructions

@@ -63,14 +63,14 @@ int LinuxWorkerPool::startThread(std::size_t size, void *(*main)(void *), void *
   if (lane == nullptr || lane->niceIncrement == 0) return startDetachedThread(size, main, argument);
   // The launcher is there, since this worker is.
   LinuxWorkerPool &pool = *lane->pool;
-  Order order{size, main, argument, std::nullopt, nullptr};
+  Order order{size, main, argument, false, 0, nullptr};
   std::unique_lock<std::mutex> lock(pool.mutex_);
   order.next = std::exchange(pool.orders_, &order);
   lock.unlock();
   pool.changed_.notify_one();
   lock.lock();
-  pool.ordersServed_.wait(lock, [&order] { return order.error.has_value(); });
-  return *order.error;
+  pool.ordersServed_.wait(lock, [&order] { return order.served; });
+  return order.error;
 }
 
 void LinuxWorkerPool::serveOrders(std::unique_lock<std::mutex> &lock) {
@@ -79,7 +79,8 @@ void LinuxWorkerPool::serveOrders(std::unique_lock<std::mutex> &lock) {
     lock.unlock();
     const int error = startDetachedThread(order.stackSize, order.main, order.argument);
     lock.lock();
-    order.error = error;  // from here on it may be gone
+    order.error = error;
+    order.served = true;  // once the lock is free it may be gone
     lock.unlock();
     ordersServed_.notify_all();
     lock.lock();

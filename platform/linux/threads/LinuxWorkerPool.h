@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <deque>
 #include <mutex>
-#include <optional>
 
 #include "KXPublisher/platform/DispatchQueue.h"
 
@@ -62,7 +61,8 @@ class LinuxWorkerPool {
     std::size_t stackSize;
     void *(*main)(void *);
     void *argument;
-    std::optional<int> error;  ///< present when it has been tried
+    bool served;
+    int error;
     Order *next;
   };
 
