@@ -1,6 +1,7 @@
 #include "KXPublisher/platform/LocalNotificationCenter.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace kx {
@@ -23,11 +24,13 @@ void LocalNotificationCenter::add(Registration registration) {
 }
 
 void LocalNotificationCenter::removeObserver(const Object &observer) {
+  std::vector<Registration> withdrawn;  // outlives the lock: what they hold is released without it
   const std::lock_guard<std::mutex> lock(mutex_);
-  registrations_.erase(
-      std::remove_if(registrations_.begin(), registrations_.end(),
-                     [&observer](const Registration &candidate) { return candidate.identity == &observer; }),
-      registrations_.end());
+  const auto first = std::stable_partition(
+      registrations_.begin(), registrations_.end(),
+      [&observer](const Registration &candidate) { return candidate.identity != &observer; });
+  withdrawn.assign(std::make_move_iterator(first), std::make_move_iterator(registrations_.end()));
+  registrations_.erase(first, registrations_.end());
 }
 
 void LocalNotificationCenter::postNotificationName(const std::string &name,

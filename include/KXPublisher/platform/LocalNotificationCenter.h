@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -22,6 +23,19 @@ class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
                    const std::shared_ptr<Object> &object) override;
   void removeObserver(const Object &observer) override;
   void postNotificationName(const std::string &name, const std::shared_ptr<Object> &object) override;
+
+  /// Withdraws everybody, whose blocks and what they hold are released: for a device that ends before the
+  /// process does.
+  void removeAllObservers() {
+    std::vector<Registration> withdrawn;  // outlives the lock
+    const std::lock_guard<std::mutex> lock(mutex_);
+    withdrawn.swap(registrations_);
+  }
+  /// How many registrations there are.
+  std::size_t registrations() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return registrations_.size();
+  }
 
  private:
   struct Registration {

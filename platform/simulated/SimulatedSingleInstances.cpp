@@ -1,0 +1,65 @@
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "KXPublisher/platform/foundation/YieldPoint.h"
+#include "KXPublisher/platform/simulated/SimulatedScheduler.h"
+#include "platform/foundation/SingleInstance.h"
+
+// What the library's yield points and single instances do where it is compiled for the simulated device.
+
+#ifdef KX_SIMULATED
+
+namespace kx {
+
+namespace {
+
+/// In the order of filling.
+std::vector<SingleInstanceSlot *> &filledSlots() {
+  static auto &slots = *new std::vector<SingleInstanceSlot *>;
+  return slots;
+}
+
+}  // namespace
+
+void yieldPoint() {
+  if (SimulatedScheduler *const scheduler = SimulatedScheduler::current()) scheduler->yield();
+}
+
+SingleInstanceSlot::SingleInstanceSlot(std::function<std::weak_ptr<void>()> release)
+    : release_(std::move(release)) {}
+
+void SingleInstanceSlot::fill(const std::function<void()> &make) {
+  if (beingFilled_) {
+    if (SimulatedScheduler *const scheduler = SimulatedScheduler::current()) {
+      scheduler->waitUntil([this] { return !beingFilled_; });
+    }
+  }
+  if (filled_) return;
+  struct Filling {
+    bool &flag;
+    explicit Filling(bool &beingFilled) : flag(beingFilled) { flag = true; }
+    ~Filling() { flag = false; }
+  } const filling(beingFilled_);
+  make();
+  filled_ = true;
+  filledSlots().push_back(this);
+}
+
+std::size_t SingleInstanceSlot::releaseAll() {
+  auto &slots = filledSlots();
+  std::vector<std::weak_ptr<void>> released;
+  while (!slots.empty()) {
+    SingleInstanceSlot &slot = *slots.back();
+    slots.pop_back();
+    slot.filled_ = false;
+    released.push_back(slot.release_());
+  }
+  return static_cast<std::size_t>(
+      std::count_if(released.begin(), released.end(),
+                    [](const std::weak_ptr<void> &instance) { return !instance.expired(); }));
+}
+
+}  // namespace kx
+
+#endif
