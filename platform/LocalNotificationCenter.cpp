@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace kx {
 
@@ -24,13 +25,13 @@ void LocalNotificationCenter::add(Registration registration) {
 }
 
 void LocalNotificationCenter::removeObserver(const Object &observer) {
-  std::vector<Registration> withdrawn;  // outlives the lock: what they hold is released without it
+  std::list<Registration> withdrawn;  // outlives the lock: what they hold is released without it
   const std::lock_guard<std::mutex> lock(mutex_);
-  const auto first = std::stable_partition(
-      registrations_.begin(), registrations_.end(),
-      [&observer](const Registration &candidate) { return candidate.identity != &observer; });
-  withdrawn.assign(std::make_move_iterator(first), std::make_move_iterator(registrations_.end()));
-  registrations_.erase(first, registrations_.end());
+  for (auto candidate = registrations_.begin(); candidate != registrations_.end();) {
+    const auto next = std::next(candidate);
+    if (candidate->identity == &observer) withdrawn.splice(withdrawn.end(), registrations_, candidate);
+    candidate = next;
+  }
 }
 
 void LocalNotificationCenter::postNotificationName(const std::string &name,

@@ -1,11 +1,12 @@
 #pragma once
 
 #ifdef KX_SIMULATED
-#include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 #include <type_traits>
 
+#include "KXPublisher/platform/foundation/Object.h"
 #include "KXPublisher/platform/foundation/YieldPoint.h"
 #endif
 
@@ -28,17 +29,18 @@ auto &singleInstance(Make make) {
 /// Where a single instance of a simulated device is kept. Slots themselves live as long as the process.
 class SingleInstanceSlot {
  public:
-  /// Empties all slots, the one that was filled last first. Returns how many instances somebody still holds.
-  static std::size_t releaseAll();
+  /// Empties all slots, the one that was filled last first. Tells which
+  /// instances somebody still holds, if any.
+  static std::string releaseAll();
 
  protected:
-  explicit SingleInstanceSlot(std::function<std::weak_ptr<void>()> release);
+  explicit SingleInstanceSlot(std::function<std::weak_ptr<Object>()> release);
 
   /// Has `make` called unless the instance is there; one task makes it, and others wait for that.
   void fill(const std::function<void()> &make);
 
  private:
-  const std::function<std::weak_ptr<void>()> release_;
+  const std::function<std::weak_ptr<Object>()> release_;
   bool filled_ = false;
   bool beingFilled_ = false;
 };
@@ -56,9 +58,10 @@ class SingleInstance : public SingleInstanceSlot {
 
  private:
   /// What tells whether the instance, if it is a shared one, is still there.
-  std::weak_ptr<void> release() {
-    std::weak_ptr<void> instance;
-    if constexpr (std::is_convertible_v<T, std::shared_ptr<void> >) instance = std::shared_ptr<void>(*value_);
+  std::weak_ptr<Object> release() {
+    std::weak_ptr<Object> instance;
+    if constexpr (std::is_convertible_v<T, std::shared_ptr<Object> >)
+      instance = std::shared_ptr<Object>(*value_);
     value_.reset();
     return instance;
   }

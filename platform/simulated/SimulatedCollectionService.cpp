@@ -178,6 +178,7 @@ std::shared_ptr<URLSession> SimulatedURLSessionService::sessionWithDefaultConfig
 void SimulatedURLSessionService::send(const URLRequest &request, const std::optional<Data> &body,
                                       URLSession::CompletionHandler completionHandler) {
   scheduler_.yield();
+  if (off_) return;
   if (networkIsReached != nullptr && !networkIsReached()) {
     scheduler_.say("request without a network", request.url.absoluteString);
     complete(std::move(completionHandler), nullptr,
@@ -220,7 +221,8 @@ void SimulatedURLSessionService::complete(URLSession::CompletionHandler completi
                                     });
 }
 
-void SimulatedURLSessionService::forgetRequests() {
+void SimulatedURLSessionService::switchOff() {
+  off_ = true;
   for (const auto &[number, request] : std::exchange(underWay_, {})) scheduler_.cancel(request.ticket);
 }
 

@@ -33,6 +33,10 @@
 #endif
 #ifdef KX_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
+#define KX_SWITCHES \
+  __attribute__((no_sanitize("thread")))  // what it notes at a call's end is another stack's then
+#else
+#define KX_SWITCHES
 #endif
 #else
 #include <condition_variable>
@@ -63,7 +67,7 @@ struct Place {
 
   /// Leaves this stack here for that one, until somebody comes back. It is a jump, for changing contexts
   /// costs a system call; the sanitizers want that.
-  void leaveFor(Place &other) {
+  KX_SWITCHES void leaveFor(Place &other) {
     if (sanitized) {
       swapcontext(&context, &other.context);
       return;
@@ -110,7 +114,7 @@ struct SimulatedFiber::Context {
 #endif
   }
 
-  static void run(unsigned int high, unsigned int low) {
+  KX_SWITCHES static void run(unsigned int high, unsigned int low) {
     auto &self = *reinterpret_cast<Context *>((static_cast<std::uintptr_t>(high) << 16 << 16) | low);
     self.arrived(nullptr);
     while (!self.ends) {
@@ -123,7 +127,7 @@ struct SimulatedFiber::Context {
   }
 
   /// From the owner into the fiber, and back when that leaves.
-  void enter() {
+  KX_SWITCHES void enter() {
     Exceptions owners;
     owners.save();
     exceptions.restore();
@@ -143,14 +147,14 @@ struct SimulatedFiber::Context {
     owners.restore();
   }
 
-  void leave() {
+  KX_SWITCHES void leave() {
     void *kept = nullptr;
     leaving(&kept);
     own.leaveFor(owner);
     arrived(kept);
   }
 
-  void leaving([[maybe_unused]] void **kept) {
+  KX_SWITCHES void leaving([[maybe_unused]] void **kept) {
 #ifdef KX_ADDRESS_SANITIZER
     __sanitizer_start_switch_fiber(kept, ownerStack, ownerStackSize);
 #endif
@@ -159,7 +163,7 @@ struct SimulatedFiber::Context {
 #endif
   }
 
-  void arrived([[maybe_unused]] void *kept) {
+  KX_SWITCHES void arrived([[maybe_unused]] void *kept) {
 #ifdef KX_ADDRESS_SANITIZER
     __sanitizer_finish_switch_fiber(kept, &ownerStack, &ownerStackSize);
 #endif

@@ -52,8 +52,9 @@ SimulatedPlatform::~SimulatedPlatform() {
 }
 
 void SimulatedPlatform::switchOff() {
+  urlSessionService.switchOff();  // what the test has for a service may be gone before the device
   scheduler.finish();
-  urlSessionService.forgetRequests();
+  urlSessionService.switchOff();  // and of requests that were just being sent
   runLoopService.invalidateTimers();
   notificationCenter.removeAllObservers();
   telephonyService.removeNotifiers();

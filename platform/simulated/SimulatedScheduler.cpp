@@ -285,6 +285,7 @@ void SimulatedScheduler::requireMainThread() const {
 void SimulatedScheduler::runReadyTasks() {
   requireMainThread();
   if (suspended_ || finished_) return;
+  makeDueTasksReady();  // of the time while the process was suspended
   mainThread_.yields += farMoreYields;
   throwPending();
   while (runOne(/*mainQueueToo=*/true)) throwPending();
@@ -294,6 +295,7 @@ void SimulatedScheduler::runReadyTasks() {
 bool SimulatedScheduler::step() {
   requireMainThread();
   if (suspended_ || finished_) return false;
+  makeDueTasksReady();
   mainThread_.yields += farMoreYields;
   const bool ran = runOne(/*mainQueueToo=*/true);
   throwPending();
@@ -374,6 +376,7 @@ void SimulatedScheduler::cancel(const Ticket &ticket) {
 void SimulatedScheduler::finish() {
   if (finished_ || running_ != nullptr) return;
   const Setting piece(inOnePiece_, true);
+  mainThread_.yields += farMoreYields;
   // What is thrown now concerns nobody any more, unless it is that they run without end.
   for (bool more = true; more && tasksAtThisTime_ <= tooManyTasks;) {
     try {

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "platform/foundation/SingleInstance.h"
 
@@ -68,12 +69,12 @@ SimulatedPlatform &newDevice(std::uint64_t seed) {
   return *place.current;
 }
 
-/// How many of the library's single instances somebody else still holds.
-std::size_t releaseSingleInstances() {
+/// Which of the library's single instances somebody else still holds.
+std::string releaseSingleInstances() {
 #ifdef KX_SIMULATED
   return SingleInstanceSlot::releaseAll();
 #else
-  return 0;
+  return {};
 #endif
 }
 
@@ -90,13 +91,13 @@ void SimulatedScope::end() {
   // First all that holds objects of the library, and then these, while there is still a device for their
   // ends.
   device.switchOff();
-  const std::size_t kept = releaseSingleInstances();
+  const std::string kept = releaseSingleInstances();
   auto last = std::move(installed->current);
-  if (kept == 0) return;
-  static_cast<void>(last.release());
-  throw std::logic_error(
-      "after its simulated device, the test still holds single instances of the library: " +
-      std::to_string(kept));
+  if (kept.empty()) return;
+  static auto &leftToThem = *new std::vector<std::unique_ptr<SimulatedPlatform>>;
+  leftToThem.push_back(std::move(last));
+  throw std::logic_error("after its simulated device, the test still holds single instances of the library:" +
+                         kept);
 }
 
 }  // namespace kx

@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -26,7 +26,7 @@ void yieldPoint() {
   if (SimulatedScheduler *const scheduler = SimulatedScheduler::current()) scheduler->yield();
 }
 
-SingleInstanceSlot::SingleInstanceSlot(std::function<std::weak_ptr<void>()> release)
+SingleInstanceSlot::SingleInstanceSlot(std::function<std::weak_ptr<Object>()> release)
     : release_(std::move(release)) {}
 
 void SingleInstanceSlot::fill(const std::function<void()> &make) {
@@ -46,18 +46,20 @@ void SingleInstanceSlot::fill(const std::function<void()> &make) {
   filledSlots().push_back(this);
 }
 
-std::size_t SingleInstanceSlot::releaseAll() {
+std::string SingleInstanceSlot::releaseAll() {
   auto &slots = filledSlots();
-  std::vector<std::weak_ptr<void>> released;
+  std::vector<std::weak_ptr<Object>> released;
   while (!slots.empty()) {
     SingleInstanceSlot &slot = *slots.back();
     slots.pop_back();
     slot.filled_ = false;
     released.push_back(slot.release_());
   }
-  return static_cast<std::size_t>(
-      std::count_if(released.begin(), released.end(),
-                    [](const std::weak_ptr<void> &instance) { return !instance.expired(); }));
+  std::string held;
+  for (const auto &weak : released) {
+    if (const auto instance = weak.lock()) held += " " + instance->description();
+  }
+  return held;
 }
 
 }  // namespace kx

@@ -66,7 +66,7 @@ bool playTwoHours(std::uint64_t seed) {
 }
 
 TEST(KXPublisherInterleaving, KeepsItsPromisesInEveryOrderOfItsThreads) {
-  constexpr std::uint64_t seeds = 1000;
+  constexpr std::uint64_t seeds = 400;
   std::uint64_t lost = 0;
   for (std::uint64_t seed = 0; seed <= seeds; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));

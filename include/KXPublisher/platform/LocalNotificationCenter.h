@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <list>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "KXPublisher/platform/DispatchQueue.h"
 #include "KXPublisher/platform/NotificationCenter.h"
@@ -27,7 +27,7 @@ class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
   /// Withdraws everybody, whose blocks and what they hold are released: for a device that ends before the
   /// process does.
   void removeAllObservers() {
-    std::vector<Registration> withdrawn;  // outlives the lock
+    std::list<Registration> withdrawn;  // outlives the lock
     const std::lock_guard<std::mutex> lock(mutex_);
     withdrawn.swap(registrations_);
   }
@@ -56,7 +56,7 @@ class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
   Dispatch &dispatch_;
   const std::shared_ptr<OperationQueue> mainOperationQueue_;
   std::mutex mutex_{};
-  std::vector<Registration> registrations_{};
+  std::list<Registration> registrations_{};
 };
 
 }  // namespace kx

@@ -190,8 +190,8 @@ TEST(SimulatedScheduler, SwitchesInTheMiddleOfWhatTheMainThreadDoes) {
 }
 
 TEST(SimulatedScheduler, NeverSwitchesWithoutASeed) {
-  SimulatedScheduler scheduler(0);
   bool ran = false;
+  SimulatedScheduler scheduler(0);
   scheduler.globalQueue(DispatchQueuePriority::standard).async([&ran] { ran = true; });
   for (int i = 0; i < 1000; ++i) scheduler.yield();
   EXPECT_FALSE(ran);

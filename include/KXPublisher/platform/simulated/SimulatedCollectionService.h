@@ -104,8 +104,9 @@ class KX_EXPORT SimulatedURLSessionService : public URLSessionService {
   std::size_t requestsUnderWay() const { return underWay_.size(); }
   /// All requests that wait for an answer fail: the connection is gone.
   void loseConnections();
-  /// They are never answered, and what waits for them is released.
-  void forgetRequests();
+  /// No request is sent any more, and those that are under way are never answered; what waits for them is
+  /// released.
+  void switchOff();
   /// Called once, while the next session is made: something else happens just then.
   std::function<void()> whileNextSessionIsMade{};
 
@@ -130,6 +131,7 @@ class KX_EXPORT SimulatedURLSessionService : public URLSessionService {
 
   SimulatedScheduler &scheduler_;
   SimulatedCollectionService &service_;
+  bool off_ = false;
   std::uint64_t sent_ = 0;
   std::map<std::uint64_t, UnderWay> underWay_{};
 };

@@ -21,8 +21,8 @@ namespace kx {
 ///
 /// **What may not be kept**: nothing that comes from the library or the device outlives the scope. A test
 /// that still holds the publisher, a provider, the log or another single instance when the scope ends is told
-/// so (see `end`); timers, sessions and references into `device` it has to drop by itself. Plain values (a
-/// `SimulatedRequest`, a `KXDiagnosis`, text) may be kept.
+/// so (see `end`); timers, sessions and references into `device` it has to drop by itself; what its own tasks
+/// refer to has to outlive the scope. Plain values (a `SimulatedRequest`, a `KXDiagnosis`, text) may be kept.
 class KX_EXPORT SimulatedScope {
  public:
   /// Throws `std::logic_error` when the process has another device: a scope that has not ended, one that was
