@@ -24,6 +24,8 @@ let simulated = [
   "platform/simulated/SimulatedCollectionService.cpp", "platform/simulated/SimulatedLocation.cpp",
   "platform/simulated/SimulatedPlatform.cpp", "platform/simulated/SimulatedReachability.cpp",
   "platform/simulated/SimulatedRunLoop.cpp", "platform/simulated/SimulatedScheduler.cpp",
+  "platform/simulated/SimulatedFiber.cpp", "platform/simulated/SimulatedScope.cpp",
+  "platform/simulated/SimulatedSingleInstances.cpp", "platform/simulated/SimulatedTrace.cpp",
   "platform/simulated/SimulatedTelephony.cpp", "platform/simulated/SimulatedWebView.cpp",
 ]
 let testKit = ["bindings/objective-c/testkit"]

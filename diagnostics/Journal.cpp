@@ -3,6 +3,7 @@
 #include "KXPublisher/platform/Clock.h"
 #include "KXPublisher/platform/Platform.h"
 #include "diagnostics/Hostname.h"
+#include "platform/foundation/SingleInstance.h"
 
 namespace kx {
 
@@ -42,8 +43,7 @@ void endDelivery(KXDiagnosis &diagnosis, Delivery how, long status, std::string 
 }  // namespace
 
 Journal &Journal::shared() {
-  static Journal &journal = *new Journal;  // never destroyed: workers may still write while the process exits
-  return journal;
+  return singleInstance([] { return Journal(); });
 }
 
 /// Calls `entry` with the diagnosis and the present moment.

@@ -6,12 +6,12 @@
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/platform/foundation/Exceptions.h"
 #include "KXPublisher/platform/foundation/StringFormat.h"
+#include "platform/foundation/SingleInstance.h"
 
 namespace kx {
 
 std::shared_ptr<KXLog> KXLog::sharedInstanceWithLogLevel(KXLogLevel logLevel) {
-  static const auto &instance = *new std::shared_ptr<KXLog>(new KXLog(logLevel));
-  return instance;
+  return singleInstance([logLevel] { return std::shared_ptr<KXLog>(new KXLog(logLevel)); });
 }
 
 std::shared_ptr<KXLog> KXLog::sharedInstance() {

@@ -1,7 +1,9 @@
 #include "KXPublisher/platform/LocalNotificationCenter.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
+#include <vector>
 
 namespace kx {
 
@@ -23,11 +25,13 @@ void LocalNotificationCenter::add(Registration registration) {
 }
 
 void LocalNotificationCenter::removeObserver(const Object &observer) {
+  std::list<Registration> withdrawn;  // outlives the lock: what they hold is released without it
   const std::lock_guard<std::mutex> lock(mutex_);
-  registrations_.erase(
-      std::remove_if(registrations_.begin(), registrations_.end(),
-                     [&observer](const Registration &candidate) { return candidate.identity == &observer; }),
-      registrations_.end());
+  for (auto candidate = registrations_.begin(); candidate != registrations_.end();) {
+    const auto next = std::next(candidate);
+    if (candidate->identity == &observer) withdrawn.splice(withdrawn.end(), registrations_, candidate);
+    candidate = next;
+  }
 }
 
 void LocalNotificationCenter::postNotificationName(const std::string &name,

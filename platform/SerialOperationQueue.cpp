@@ -3,10 +3,12 @@
 #include <utility>
 
 #include "KXPublisher/platform/Platform.h"
+#include "KXPublisher/platform/foundation/YieldPoint.h"
 
 namespace kx {
 
 void SerialOperationQueue::addOperation(WorkItem operation) {
+  yieldPoint();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     waiting_.push_back(std::move(operation));
@@ -17,6 +19,7 @@ void SerialOperationQueue::addOperation(WorkItem operation) {
 
 void SerialOperationQueue::cancelAllOperations() {
   std::deque<WorkItem> cancelled;  // outlives the lock: what the operations hold is released without it
+  yieldPoint();
   const std::lock_guard<std::mutex> lock(mutex_);
   cancelled.swap(waiting_);
 }
@@ -30,6 +33,7 @@ void SerialOperationQueue::submit() {
 
 void SerialOperationQueue::runNextOperation() {
   WorkItem operation;
+  yieldPoint();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (waiting_.empty()) {  // cancelled since
@@ -44,6 +48,7 @@ void SerialOperationQueue::runNextOperation() {
   struct Continuation {
     SerialOperationQueue &queue;
     ~Continuation() {
+      yieldPoint();
       {
         const std::lock_guard<std::mutex> lock(queue.mutex_);
         queue.submitted_ = !queue.waiting_.empty();

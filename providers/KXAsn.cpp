@@ -2,6 +2,7 @@
 
 #include "KXPublisher/platform/Bundle.h"
 #include "KXPublisher/platform/Platform.h"
+#include "platform/foundation/SingleInstance.h"
 #include "providers/Facts.h"
 
 namespace kx {
@@ -9,8 +10,7 @@ namespace kx {
 using namespace constants;
 
 std::shared_ptr<KXAsn> KXAsn::sharedInstance() {
-  static const auto &instance = *new std::shared_ptr<KXAsn>(make<KXAsn>());
-  return instance;
+  return singleInstance([] { return make<KXAsn>(); });
 }
 
 std::shared_ptr<MutableDictionary> KXAsn::computeData() {

@@ -8,6 +8,7 @@
 #include "KXPublisher/platform/NotificationCenter.h"
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/platform/foundation/StringFormat.h"
+#include "platform/foundation/SingleInstance.h"
 #include "providers/Facts.h"
 
 namespace kx {
@@ -25,8 +26,7 @@ std::string removingEvery(std::string_view part, std::string text) {
 }  // namespace
 
 std::shared_ptr<KXCarrier> KXCarrier::sharedInstance() {
-  static const auto &instance = *new std::shared_ptr<KXCarrier>(make<KXCarrier>());
-  return instance;
+  return singleInstance([] { return make<KXCarrier>(); });
 }
 
 void KXCarrier::instanceDidStartInit() {

@@ -3,14 +3,14 @@
 #include "KXPublisher/platform/Application.h"
 #include "KXPublisher/platform/DispatchQueue.h"
 #include "KXPublisher/platform/Platform.h"
+#include "platform/foundation/SingleInstance.h"
 
 namespace kx {
 
 using namespace constants;
 
 std::shared_ptr<KXConnection> KXConnection::sharedInstance() {
-  static const auto &instance = *new std::shared_ptr<KXConnection>(make<KXConnection>());
-  return instance;
+  return singleInstance([] { return make<KXConnection>(); });
 }
 
 void KXConnection::instanceDidStartInit() {

@@ -10,6 +10,7 @@
 #include "KXPublisher/platform/SystemName.h"
 #include "KXPublisher/platform/WebView.h"
 #include "KXPublisher/platform/foundation/StringFormat.h"
+#include "platform/foundation/SingleInstance.h"
 #include "providers/Facts.h"
 
 namespace kx {
@@ -17,8 +18,7 @@ namespace kx {
 using namespace constants;
 
 std::shared_ptr<KXDevice> KXDevice::sharedInstance() {
-  static const auto &instance = *new std::shared_ptr<KXDevice>(make<KXDevice>());
-  return instance;
+  return singleInstance([] { return make<KXDevice>(); });
 }
 
 void KXDevice::instanceDidStartInit() {

@@ -7,6 +7,7 @@
 #include "KXPublisher/platform/LocationService.h"
 #include "KXPublisher/platform/NotificationCenter.h"
 #include "KXPublisher/platform/Platform.h"
+#include "platform/foundation/SingleInstance.h"
 #include "providers/Facts.h"
 
 namespace kx {
@@ -36,8 +37,7 @@ void addPlaceFacts(const Placemark &place, Dictionary &facts) {
 }  // namespace
 
 std::shared_ptr<KXLocation> KXLocation::sharedInstance() {
-  static const auto &instance = *new std::shared_ptr<KXLocation>(make<KXLocation>());
-  return instance;
+  return singleInstance([] { return make<KXLocation>(); });
 }
 
 KXLocation::~KXLocation() {

@@ -7,6 +7,8 @@
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/platform/RunLoop.h"
 #include "KXPublisher/platform/foundation/StringFormat.h"
+#include "KXPublisher/platform/foundation/YieldPoint.h"
+#include "platform/foundation/SingleInstance.h"
 
 namespace kx {
 
@@ -24,8 +26,7 @@ bool identical(double left, double right) {
 }  // namespace
 
 std::shared_ptr<KXScheduler> KXScheduler::sharedInstance() {
-  static const auto &instance = *new std::shared_ptr<KXScheduler>(std::make_shared<KXScheduler>());
-  return instance;
+  return singleInstance([] { return std::make_shared<KXScheduler>(); });
 }
 
 std::optional<std::string> KXScheduler::keyForTarget(const std::shared_ptr<Object> &target,
@@ -38,6 +39,7 @@ std::shared_ptr<KXScheduleInfo> KXScheduler::scheduleInfoForTarget(const std::sh
                                                                    Selector selector) const {
   const auto key = keyForTarget(target, selector);
   if (!key) return nullptr;
+  yieldPoint();
   const std::lock_guard<std::mutex> lock(mutex_);
   const auto found = scheduleInfoMap_.find(*key);
   return found == scheduleInfoMap_.end() ? nullptr : found->second;
@@ -91,6 +93,7 @@ void KXScheduler::removeTimerForTarget(const std::shared_ptr<Object> &target, Se
 /// and target are released by the caller, outside the lock.
 std::shared_ptr<KXScheduleInfo> KXScheduler::exchangeScheduleInfo(
     const std::string &key, std::shared_ptr<KXScheduleInfo> scheduleInfo) {
+  yieldPoint();
   const std::lock_guard<std::mutex> lock(mutex_);
   auto &record = scheduleInfoMap_[key];
   record.swap(scheduleInfo);

@@ -5,13 +5,13 @@
 #include "KXPublisher/platform/DispatchQueue.h"
 #include "KXPublisher/platform/Platform.h"
 #include "diagnostics/Journal.h"
+#include "platform/foundation/SingleInstance.h"
 
 namespace kx {
 
 std::shared_ptr<KXLogger> KXLogger::sharedInstanceWithApiToken(const std::optional<std::string> &apiToken,
                                                                const std::optional<std::string> &hostname) {
-  static const auto &instance = *new std::shared_ptr<KXLogger>(initWithApiToken(apiToken, hostname));
-  return instance;
+  return singleInstance([&] { return initWithApiToken(apiToken, hostname); });
 }
 
 std::shared_ptr<KXLogger> KXLogger::initWithApiToken(const std::optional<std::string> &apiToken,

@@ -15,6 +15,7 @@
 #include "KXPublisher/providers/KXLocation.h"
 #include "KXPublisher/publisher/KXLogger.h"
 #include "diagnostics/Journal.h"
+#include "platform/foundation/SingleInstance.h"
 
 namespace kx {
 
@@ -45,7 +46,7 @@ KXDiagnosis::Identifier identifierOf(const Dictionary &message) {
 std::shared_ptr<KXPublisher> KXPublisher::sharedInstanceWithApiToken(
     const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) noexcept {
   try {
-    static const auto &instance = *new std::shared_ptr<KXPublisher>(initWithApiToken(apiToken, hostname));
+    const auto &instance = singleInstance([&] { return initWithApiToken(apiToken, hostname); });
     Journal::shared().entryCalled();
     return instance;
   } catch (...) {

@@ -3,13 +3,13 @@
 #include <utility>
 
 #include "diagnostics/Journal.h"
+#include "platform/foundation/SingleInstance.h"
 
 namespace kx {
 
 std::shared_ptr<KXNetworking> KXNetworking::sharedInstanceWithApiToken(
     const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) {
-  static const auto &instance = *new std::shared_ptr<KXNetworking>(initWithApiToken(apiToken, hostname));
-  return instance;
+  return singleInstance([&] { return initWithApiToken(apiToken, hostname); });
 }
 
 std::shared_ptr<KXNetworking> KXNetworking::initWithApiToken(std::optional<std::string> apiToken,

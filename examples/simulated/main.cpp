@@ -1,5 +1,5 @@
 // How a host developer tests with the library: on a whole device in memory, where a day takes a moment.
-#include <KXPublisher/platform/simulated/SimulatedPlatform.h>
+#include <KXPublisher/platform/simulated/SimulatedScope.h>
 
 #include <KXPublisher/KXPublisher.hpp>
 #include <cstdio>
@@ -18,7 +18,8 @@ void expect(bool holds, const char *what) {
 }  // namespace
 
 int main() {
-  kx::SimulatedPlatform &device = kx::SimulatedPlatform::install();
+  kx::SimulatedScope scope;
+  kx::SimulatedPlatform &device = scope.device;
   device.localeService.languages = {"fr-CA"};
   device.service.script(kx::SimulatedCollectionService::loginPath, {kx::SimulatedReply::status(503)});
 

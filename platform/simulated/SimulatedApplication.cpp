@@ -1,15 +1,29 @@
 #include "KXPublisher/platform/simulated/SimulatedApplication.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
 namespace kx {
 
+namespace {
+
+constexpr std::size_t mostKept = 1000;
+
+}  // namespace
+
+std::size_t SimulatedApplication::openBackgroundTasks() const {
+  return static_cast<std::size_t>(std::count_if(backgroundTasks.begin(), backgroundTasks.end(),
+                                                [](const BackgroundTask &task) { return !task.ended; }));
+}
+
 void SimulatedApplication::enterBackground() {
+  inBackground = true;
   center_.postNotificationName(UIApplicationDidEnterBackgroundNotification, shared_from_this());
 }
 
 void SimulatedApplication::enterForeground() {
+  inBackground = false;
   center_.postNotificationName(UIApplicationWillEnterForegroundNotification, shared_from_this());
 }
 
@@ -28,15 +42,21 @@ BackgroundRefreshStatus SimulatedApplication::backgroundRefreshStatus() {
 
 BackgroundTaskIdentifier SimulatedApplication::beginBackgroundTaskWithName(
     const std::string &name, std::function<void()> expirationHandler) {
+  while (backgroundTasks.size() > mostKept && backgroundTasks.front().ended) {
+    backgroundTasks.erase(backgroundTasks.begin());
+    ++forgotten_;
+  }
   backgroundTasks.push_back({name, std::move(expirationHandler)});
-  return backgroundTasks.size();
+  return forgotten_ + backgroundTasks.size();
 }
 
 void SimulatedApplication::endBackgroundTask(BackgroundTaskIdentifier identifier) {
+  if (endedIdentifiers.size() > mostKept) endedIdentifiers.erase(endedIdentifiers.begin());
   endedIdentifiers.push_back(identifier);
-  if (identifier == invalidBackgroundTask || identifier > backgroundTasks.size()) return;
-  backgroundTasks[identifier - 1].ended = true;
-  backgroundTasks[identifier - 1].expirationHandler = nullptr;
+  if (identifier <= forgotten_ || identifier > forgotten_ + backgroundTasks.size()) return;
+  BackgroundTask &task = backgroundTasks[identifier - forgotten_ - 1];
+  task.ended = true;
+  task.expirationHandler = nullptr;
 }
 
 }  // namespace kx

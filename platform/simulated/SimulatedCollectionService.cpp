@@ -13,6 +13,12 @@ namespace {
 
 constexpr double timeoutWithoutProgress = 60.0;  // seconds
 
+// Codes of the URL loading system.
+constexpr const char *urlErrors = "NSURLErrorDomain";
+constexpr int timedOut = -1001;
+constexpr int connectionLost = -1005;
+constexpr int notConnected = -1009;
+
 }  // namespace
 
 std::string SimulatedRequest::path() const {
@@ -74,7 +80,7 @@ SimulatedReply SimulatedReply::silence() {
 }
 
 SimulatedCollectionService::SimulatedCollectionService()
-    : respond([this](const SimulatedRequest &request) { return behave(request); }) {}
+    : respond([this](const SimulatedRequest &request) { return defaultReply(request); }) {}
 
 void SimulatedCollectionService::script(const std::string &path, std::vector<SimulatedReply> replies) {
   auto &queue = scripted_[path];
@@ -83,6 +89,9 @@ void SimulatedCollectionService::script(const std::string &path, std::vector<Sim
 
 SimulatedReply SimulatedCollectionService::receive(const SimulatedRequest &request) {
   requests.push_back(request);
+  if (mostRequests && requests.size() > *mostRequests) {
+    requests.erase(requests.begin(), requests.end() - static_cast<std::ptrdiff_t>(*mostRequests));
+  }
   auto &replies = scripted_[request.path()];
   if (replies.empty()) return respond(request);
   SimulatedReply reply = std::move(replies.front());
@@ -93,7 +102,7 @@ SimulatedReply SimulatedCollectionService::receive(const SimulatedRequest &reque
   return reply;
 }
 
-SimulatedReply SimulatedCollectionService::behave(const SimulatedRequest &request) {
+SimulatedReply SimulatedCollectionService::defaultReply(const SimulatedRequest &request) {
   if (request.path() == loginPath) {
     accepted_.push_back("token-" + std::to_string(++tokens_));
     return SimulatedReply::token(accepted_.back());
@@ -127,11 +136,13 @@ class SimulatedURLSessionService::Task : public URLSessionUploadTask {
 
 class SimulatedURLSessionService::Session : public URLSession {
  public:
-  explicit Session(SimulatedURLSessionService &service) : service_(service) {}
+  explicit Session(SimulatedURLSessionService &service) : service_(service) { ++service_.sessionsAlive; }
+  ~Session() override { --service_.sessionsAlive; }
 
   std::shared_ptr<URLSessionUploadTask> uploadTaskWithRequest(const URLRequest &request,
                                                               std::optional<Data> fromData,
                                                               CompletionHandler completionHandler) override {
+    service_.scheduler_.yield();
     if (invalidated_) return nullptr;
     return std::make_shared<Task>([this, self = shared_from_this(), request, body = std::move(fromData),
                                    completionHandler = std::move(completionHandler)] {
@@ -140,6 +151,7 @@ class SimulatedURLSessionService::Session : public URLSession {
   }
 
   void finishTasksAndInvalidate() override {
+    service_.scheduler_.yield();
     if (!std::exchange(invalidated_, true)) ++service_.invalidatedSessions;
   }
 
@@ -165,23 +177,61 @@ std::shared_ptr<URLSession> SimulatedURLSessionService::sessionWithDefaultConfig
 
 void SimulatedURLSessionService::send(const URLRequest &request, const std::optional<Data> &body,
                                       URLSession::CompletionHandler completionHandler) {
+  scheduler_.yield();
+  if (off_) return;
+  if (networkIsReached != nullptr && !networkIsReached()) {
+    scheduler_.say("request without a network", request.url.absoluteString);
+    complete(std::move(completionHandler), nullptr,
+             Error{urlErrors, notConnected, "The Internet connection appears to be offline."}, 0);
+    return;
+  }
+  scheduler_.say("request", request.url.absoluteString);
   const SimulatedReply reply = service_.receive({scheduler_.uptime(), request.url.absoluteString,
                                                  request.HTTPMethod, request.allHTTPHeaderFields, body});
-  const double latency = reply.never ? timeoutWithoutProgress : reply.latency;
-  scheduler_.after(latency, scheduler_.globalQueue(DispatchQueuePriority::standard),
-                   [reply, completionHandler = std::move(completionHandler)] {
-                     if (reply.never) {
-                       completionHandler(nullptr, Error{"simulated", -1001, "The request timed out."});
-                     } else if (reply.error && !reply.answersToo) {
-                       completionHandler(nullptr, reply.error);
-                     } else if (reply.isHTTP) {
-                       completionHandler(
-                           std::make_shared<HTTPURLResponse>(reply.statusCode, reply.headerFields),
-                           reply.error);
-                     } else {
-                       completionHandler(std::make_shared<URLResponse>(), reply.error);
-                     }
-                   });
+  std::shared_ptr<URLResponse> response;
+  if (reply.isHTTP) {
+    response = std::make_shared<HTTPURLResponse>(reply.statusCode, reply.headerFields);
+  } else {
+    response = std::make_shared<URLResponse>();
+  }
+  if (reply.never) {
+    complete(std::move(completionHandler), nullptr, Error{"simulated", timedOut, "The request timed out."},
+             timeoutWithoutProgress);
+  } else {
+    if (reply.error && !reply.answersToo) response = nullptr;
+    complete(std::move(completionHandler), response, reply.error, reply.latency.value_or(service_.latency));
+  }
+  scheduler_.yield();
+}
+
+void SimulatedURLSessionService::complete(URLSession::CompletionHandler completionHandler,
+                                          std::shared_ptr<URLResponse> response, std::optional<Error> error,
+                                          double delay) {
+  const std::uint64_t number = ++sent_;
+  UnderWay &request = underWay_[number];
+  request.completionHandler = std::move(completionHandler);
+  request.ticket = scheduler_.after(delay, scheduler_.globalQueue(DispatchQueuePriority::standard),
+                                    [this, number, response = std::move(response), error = std::move(error)] {
+                                      const auto found = underWay_.find(number);
+                                      if (found == underWay_.end()) return;
+                                      const auto handler = std::move(found->second.completionHandler);
+                                      underWay_.erase(found);
+                                      scheduler_.say(error ? "request fails" : "answer arrives");
+                                      handler(response, error);
+                                    });
+}
+
+void SimulatedURLSessionService::switchOff() {
+  off_ = true;
+  for (const auto &[number, request] : std::exchange(underWay_, {})) scheduler_.cancel(request.ticket);
+}
+
+void SimulatedURLSessionService::loseConnections() {
+  for (auto &[number, request] : std::exchange(underWay_, {})) {
+    scheduler_.cancel(request.ticket);
+    complete(std::move(request.completionHandler), nullptr,
+             Error{urlErrors, connectionLost, "The network connection was lost."}, 0);
+  }
 }
 
 }  // namespace kx

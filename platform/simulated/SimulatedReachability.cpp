@@ -1,6 +1,7 @@
 #include "KXPublisher/platform/simulated/SimulatedReachability.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kx {
 
@@ -8,17 +9,20 @@ class SimulatedReachability::Target : public NetworkReachabilityTarget {
  public:
   static Target *of(NetworkReachabilityRef reference) { return static_cast<Target *>(reference); }
 
-  std::vector<std::shared_ptr<RunLoop>>::iterator find(const std::shared_ptr<RunLoop> &runLoop) {
-    return std::find(runLoops.begin(), runLoops.end(), runLoop);
+  using Schedules = std::vector<std::pair<std::shared_ptr<RunLoop>, RunLoopMode>>;
+
+  Schedules::iterator find(const std::shared_ptr<RunLoop> &runLoop) {
+    return std::find_if(runLoops.begin(), runLoops.end(),
+                        [&runLoop](const auto &schedule) { return schedule.first == runLoop; });
   }
   bool isScheduledOn(const std::shared_ptr<RunLoop> &runLoop) { return find(runLoop) != runLoops.end(); }
 
   NetworkReachabilityCallback callback = nullptr;
   NetworkReachabilityContext context;
-  std::vector<std::shared_ptr<RunLoop>> runLoops;
+  Schedules runLoops;
 };
 
-SimulatedReachability::SimulatedReachability(SimulatedScheduler &scheduler, RunLoopService &runLoops)
+SimulatedReachability::SimulatedReachability(SimulatedScheduler &scheduler, SimulatedRunLoopService &runLoops)
     : scheduler_(scheduler), runLoops_(runLoops) {}
 
 SimulatedReachability::~SimulatedReachability() = default;
@@ -36,11 +40,14 @@ bool SimulatedReachability::scheduledOn(const std::shared_ptr<RunLoop> &runLoop)
 
 void SimulatedReachability::changeFlags(std::optional<NetworkReachabilityFlags> newFlags) {
   flags = newFlags;
+  if (!carriesRequests() && whenLost != nullptr) whenLost();
   for (const auto &target : targets_) {
-    if (target->callback == nullptr || !target->isScheduledOn(runLoops_.mainRunLoop())) continue;
-    scheduler_.mainQueue().async([target = target.get(), flags = newFlags.value_or(0)] {
-      target->callback(target, flags, target->context.info);
-    });
+    const auto schedule = target->find(runLoops_.mainRunLoop());
+    if (target->callback == nullptr || schedule == target->runLoops.end()) continue;
+    scheduler_.mainQueue().async(
+        [this, mode = schedule->second, target = target.get(), now = newFlags.value_or(0)] {
+          runLoops_.whenServed(mode, [target, now] { target->callback(target, now, target->context.info); });
+        });
   }
 }
 
@@ -65,11 +72,11 @@ bool SimulatedReachability::setCallback(NetworkReachabilityRef target, NetworkRe
 }
 
 bool SimulatedReachability::scheduleWithRunLoop(NetworkReachabilityRef target,
-                                                const std::shared_ptr<RunLoop> &runLoop,
-                                                RunLoopMode /*mode*/) {
+                                                const std::shared_ptr<RunLoop> &runLoop, RunLoopMode mode) {
+  scheduler_.yield();
   if (target == nullptr) return false;
   Target &scheduled = *Target::of(target);
-  if (!scheduled.isScheduledOn(runLoop)) scheduled.runLoops.push_back(runLoop);
+  if (!scheduled.isScheduledOn(runLoop)) scheduled.runLoops.emplace_back(runLoop, mode);
   return true;
 }
 

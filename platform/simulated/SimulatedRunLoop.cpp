@@ -14,20 +14,34 @@ constexpr double shortestTimeInterval = 0.0001;  // seconds
 
 class SimulatedRunLoopService::SimulatedTimer : public RunLoopTimer {
  public:
-  SimulatedTimer(SimulatedScheduler &scheduler, double timeInterval, std::shared_ptr<Object> target,
-                 Selector selector, bool repeats)
-      : scheduler_(scheduler),
+  SimulatedTimer(SimulatedRunLoopService &service, SimulatedScheduler &scheduler, double timeInterval,
+                 std::shared_ptr<Object> target, Selector selector, bool repeats)
+      : service_(service),
+        scheduler_(scheduler),
         timeInterval_(timeInterval > 0 ? timeInterval : shortestTimeInterval),
         created_(scheduler.uptime()),
         target_(std::move(target)),
         selector_(selector),
         repeats_(repeats) {}
 
-  bool isValid() const override { return target_ != nullptr; }
-  void invalidate() override { target_ = nullptr; }
+  ~SimulatedTimer() override { service_.installed_.erase(this); }
 
-  void install() {
-    if (!std::exchange(installed_, true)) scheduleNextFiring();
+  bool isValid() const override {
+    scheduler_.yield();
+    return target_ != nullptr;
+  }
+  void invalidate() override {
+    scheduler_.yield();
+    const auto self = strong(*this);  // what is cancelled may be the last that holds it
+    const auto target = std::exchange(target_, nullptr);
+    if (service_.installed_.erase(this) != 0) scheduler_.cancel(ticket_);
+  }
+
+  void install(RunLoopMode mode) {
+    if (target_ == nullptr || std::exchange(isInstalled_, true)) return;
+    mode_ = mode;
+    service_.installed_.insert(this);
+    scheduleNextFiring();
   }
 
  private:
@@ -36,8 +50,10 @@ class SimulatedRunLoopService::SimulatedTimer : public RunLoopTimer {
     const double passed = scheduler_.uptime() - created_;
     period_ = std::max(period_, std::floor(passed / timeInterval_)) + 1;
     const double due = created_ + period_ * timeInterval_;
-    scheduler_.after(std::max(0.0, due - scheduler_.uptime()), scheduler_.mainQueue(),
-                     [timer = strong(*this)] { timer->fire(); });
+    ticket_ = scheduler_.after(
+        std::max(0.0, due - scheduler_.uptime()), scheduler_.mainQueue(),
+        [timer = strong(*this)] { timer->service_.whenServed(timer->mode_, [timer] { timer->fire(); }); },
+        SimulatedScheduler::Later::timer);
   }
 
   void fire() {
@@ -48,16 +64,20 @@ class SimulatedRunLoopService::SimulatedTimer : public RunLoopTimer {
     } else {
       invalidate();
     }
+    scheduler_.say("timer fires:", selector_.name());
     selector_.perform(*target, shared_from_this());
   }
 
+  SimulatedRunLoopService &service_;
   SimulatedScheduler &scheduler_;
   const double timeInterval_;
   const double created_;
   std::shared_ptr<Object> target_;
   const Selector selector_;
   const bool repeats_;
-  bool installed_ = false;
+  bool isInstalled_ = false;
+  RunLoopMode mode_ = RunLoopMode::defaultMode;
+  SimulatedScheduler::Ticket ticket_{};
   double period_ = 0;
 };
 
@@ -65,9 +85,9 @@ class SimulatedRunLoopService::Loop : public RunLoop {
  public:
   explicit Loop(bool runs) : runs_(runs) {}
 
-  void addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode /*mode*/) override {
+  void addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode mode) override {
     const auto simulated = std::dynamic_pointer_cast<SimulatedTimer>(timer);
-    if (simulated != nullptr && runs_) simulated->install();
+    if (simulated != nullptr && runs_) simulated->install(mode);
   }
 
  private:
@@ -77,13 +97,32 @@ class SimulatedRunLoopService::Loop : public RunLoop {
 SimulatedRunLoopService::SimulatedRunLoopService(SimulatedScheduler &scheduler)
     : scheduler_(scheduler), main_(std::make_shared<Loop>(true)), worker_(std::make_shared<Loop>(false)) {}
 
+void SimulatedRunLoopService::whenServed(RunLoopMode mode, WorkItem task) {
+  if (tracking_ && mode == RunLoopMode::defaultMode) {
+    notServed_.push_back(std::move(task));
+  } else {
+    task();
+  }
+}
+
+void SimulatedRunLoopService::setTracking(bool tracking) {
+  tracking_ = tracking;
+  if (tracking) return;
+  for (WorkItem &task : std::exchange(notServed_, {})) scheduler_.mainQueue().async(std::move(task));
+}
+
+void SimulatedRunLoopService::invalidateTimers() {
+  notServed_.clear();
+  while (!installed_.empty()) strong(**installed_.begin())->invalidate();
+}
+
 std::shared_ptr<RunLoop> SimulatedRunLoopService::currentRunLoop() {
   return scheduler_.isMainThread() ? main_ : worker_;
 }
 
 std::shared_ptr<RunLoopTimer> SimulatedRunLoopService::timerWithTimeInterval(
     double timeInterval, const std::shared_ptr<Object> &target, Selector selector, bool repeats) {
-  return std::make_shared<SimulatedTimer>(scheduler_, timeInterval, target, selector, repeats);
+  return std::make_shared<SimulatedTimer>(*this, scheduler_, timeInterval, target, selector, repeats);
 }
 
 }  // namespace kx

@@ -1,5 +1,6 @@
 #include "KXPublisher/platform/simulated/SimulatedTelephony.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace kx {
@@ -45,9 +46,23 @@ std::shared_ptr<Carrier> SimulatedTelephonyService::readCarrier() const {
 std::shared_ptr<TelephonyNetworkInfo> SimulatedTelephonyService::makeTelephonyNetworkInfo() {
   if (!present) return nullptr;
   ++made;
+  networkInfos_.erase(std::remove_if(networkInfos_.begin(), networkInfos_.end(),
+                                     [](const auto &weak) { return weak.expired(); }),
+                      networkInfos_.end());
   const auto networkInfo = std::make_shared<NetworkInfo>(*this);
   networkInfos_.push_back(networkInfo);
   return networkInfo;
+}
+
+std::size_t SimulatedTelephonyService::alive() const {
+  return static_cast<std::size_t>(std::count_if(networkInfos_.begin(), networkInfos_.end(),
+                                                [](const auto &weak) { return !weak.expired(); }));
+}
+
+void SimulatedTelephonyService::removeNotifiers() {
+  for (const auto &weak : networkInfos_) {
+    if (const auto networkInfo = weak.lock()) networkInfo->notifier = nullptr;
+  }
 }
 
 void SimulatedTelephonyService::changeCarrier(std::optional<SimulatedCarrier> newCarrier) {

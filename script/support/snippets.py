@@ -17,11 +17,12 @@ LANGUAGES = {"cpp": "cpp", "c++": "cpp", "c": "c"}
 HEADERS = """#include <KXPublisher/KXConstants.h>
 #include <KXPublisher/diagnostics/KXLog.h>
 #include <KXPublisher/platform/linux/LinuxHost.h>
-#include <KXPublisher/platform/simulated/SimulatedPlatform.h>
+#include <KXPublisher/platform/simulated/SimulatedScope.h>
 #include <KXPublisher/providers/KXData.h>
 #include <gio/gio.h>
 
 #include <KXPublisher/KXPublisher.hpp>
+#include <iostream>
 """
 
 

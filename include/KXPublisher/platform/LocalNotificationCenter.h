@@ -1,8 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <list>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "KXPublisher/platform/DispatchQueue.h"
 #include "KXPublisher/platform/NotificationCenter.h"
@@ -23,6 +24,19 @@ class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
   void removeObserver(const Object &observer) override;
   void postNotificationName(const std::string &name, const std::shared_ptr<Object> &object) override;
 
+  /// Withdraws everybody, whose blocks and what they hold are released: for a device that ends before the
+  /// process does.
+  void removeAllObservers() {
+    std::list<Registration> withdrawn;  // outlives the lock
+    const std::lock_guard<std::mutex> lock(mutex_);
+    withdrawn.swap(registrations_);
+  }
+  /// How many registrations there are.
+  std::size_t registrations() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return registrations_.size();
+  }
+
  private:
   struct Registration {
     std::string name;
@@ -42,7 +56,7 @@ class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
   Dispatch &dispatch_;
   const std::shared_ptr<OperationQueue> mainOperationQueue_;
   std::mutex mutex_{};
-  std::vector<Registration> registrations_{};
+  std::list<Registration> registrations_{};
 };
 
 }  // namespace kx

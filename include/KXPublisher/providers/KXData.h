@@ -1,11 +1,11 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <utility>
 
 #include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/SerialOperationQueue.h"
+#include "KXPublisher/platform/foundation/AtomicNumber.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
 #include "KXPublisher/platform/foundation/MutableDictionary.h"
 #include "KXPublisher/platform/foundation/Object.h"
@@ -103,7 +103,7 @@ class KX_EXPORT KXData : public Object {
 
   static Selector updateDataWithTimerSelector();
 
-  std::atomic<bool> shouldMonitor_{false};
+  AtomicNumber<bool> shouldMonitor_{false};
   AtomicProperty<std::shared_ptr<MutableDictionary>> data_;
   AtomicProperty<std::shared_ptr<SerialOperationQueue>> computeDataOperationQueue_;
   AtomicProperty<std::shared_ptr<KXScheduler>> sharedScheduler_;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -11,6 +10,7 @@
 #include "KXPublisher/platform/RunLoopTimer.h"
 #include "KXPublisher/platform/SerialOperationQueue.h"
 #include "KXPublisher/platform/URLSession.h"
+#include "KXPublisher/platform/foundation/AtomicNumber.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
 #include "KXPublisher/platform/foundation/Data.h"
 #include "KXPublisher/platform/foundation/Object.h"
@@ -132,9 +132,9 @@ class KX_EXPORT KXNetworking : public Object {
 
   // Plain numbers, guarded by the order in which they are written: waiting is set before a login starts and
   // cleared only after the token, its time and the delay are stored.
-  std::atomic<double> accessTokenLastUpdated_{0.0};
-  std::atomic<double> lastAccessTokenRequestTimeInterval_{0.0};
-  std::atomic<bool> accessTokenWaitingResponse_{false};
+  AtomicNumber<double> accessTokenLastUpdated_{0.0};
+  AtomicNumber<double> lastAccessTokenRequestTimeInterval_{0.0};
+  AtomicNumber<bool> accessTokenWaitingResponse_{false};
 };
 
 }  // namespace kx

@@ -3,6 +3,8 @@
 #include <mutex>
 #include <utility>
 
+#include "KXPublisher/platform/foundation/YieldPoint.h"
+
 namespace kx {
 
 /// A property that several threads read and write: each access is indivisible, so a reader receives one whole
@@ -17,11 +19,13 @@ class AtomicProperty {
   explicit AtomicProperty(T value) : value_(std::move(value)) {}
 
   T get() const {
+    yieldPoint();
     const std::lock_guard<std::mutex> lock(mutex_);
     return value_;
   }
 
   void set(T value) {
+    yieldPoint();
     const std::lock_guard<std::mutex> lock(mutex_);
     std::swap(value_, value);
   }

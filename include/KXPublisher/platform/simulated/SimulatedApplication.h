@@ -21,12 +21,20 @@ class KX_EXPORT SimulatedApplication : public Application {
   SimulatedApplication(NotificationCenter &center, Dispatch &dispatch)
       : center_(center), dispatch_(dispatch) {}
 
+  /// What was announced last, and what the host has said through its own door.
+  bool inBackground = false;
+  bool hostIsInBackground = false;
   /// What `backgroundRefreshStatus` answers.
   BackgroundRefreshStatus refreshStatus = BackgroundRefreshStatus::available;
-  /// Every background task that was begun; the first one has the identifier 1.
+  /// The background tasks that were begun; the first one has the identifier 1. Of those that have ended, the
+  /// latest 1000 are kept.
   std::vector<BackgroundTask> backgroundTasks{};
-  /// Every identifier that `endBackgroundTask:` was called with, `UIBackgroundTaskInvalid` included.
+  /// The identifiers that `endBackgroundTask:` was called with, `UIBackgroundTaskInvalid` included; the
+  /// latest 1000.
   std::vector<BackgroundTaskIdentifier> endedIdentifiers{};
+
+  /// How many background tasks have not ended.
+  std::size_t openBackgroundTasks() const;
 
   /// Announces that the application has entered the background. Like the next one it is called by the test,
   /// or in a task of the main queue; the observers have run when it returns.
@@ -42,6 +50,8 @@ class KX_EXPORT SimulatedApplication : public Application {
   void endBackgroundTask(BackgroundTaskIdentifier identifier) override;
 
  private:
+  BackgroundTaskIdentifier forgotten_ = 0;  ///< identifiers of tasks that are no longer kept
+
   NotificationCenter &center_;
   Dispatch &dispatch_;
 };

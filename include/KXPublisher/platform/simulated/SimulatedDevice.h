@@ -43,9 +43,21 @@ class KX_EXPORT SimulatedClock : public Clock {
 /// The console log, captured.
 class KX_EXPORT SimulatedConsole : public Console {
  public:
-  std::vector<std::string> lines;
+  /// Its lines are said in the scheduler's trace, too, where one is given.
+  explicit SimulatedConsole(SimulatedScheduler *scheduler = nullptr) : scheduler_(scheduler) {}
 
-  void log(const std::string &line) override { lines.push_back(line); }
+  /// The latest lines, at most this many.
+  static constexpr std::size_t mostLines = 10'000;
+  std::vector<std::string> lines{};
+
+  void log(const std::string &line) override {
+    if (scheduler_ != nullptr) scheduler_->say("prints", line);
+    if (lines.size() >= mostLines) lines.erase(lines.begin(), lines.begin() + mostLines / 2);
+    lines.push_back(line);
+  }
+
+ private:
+  SimulatedScheduler *const scheduler_;
 };
 
 class KX_EXPORT SimulatedDevice : public Device, public DeviceService {

@@ -24,17 +24,22 @@ class KX_EXPORT SimulatedLocationService : public LocationService {
   std::vector<Placemark> placemarks{};
   double geocodingLatency = 0.2;
 
-  /// What was asked of managers and geocoders.
+  /// What was asked of managers and geocoders; of positions to geocode, the latest 1000.
   int managersMade = 0;
   int startCalls = 0;
   int stopCalls = 0;
   double distanceFilter = 0;         ///< as set last
   std::vector<Location> geocoded{};  ///< every position that was to be geocoded
-  bool updating() const { return startCalls > 0 && updating_; }
+  /// Whether any manager follows the position.
+  bool updating() const;
 
   /// The user grants or withdraws the authorization; delegates are told.
   void changeAuthorization(AuthorizationStatus newStatus);
-  /// The device is somewhere else: delegates are told if updates run.
+  /// Finds places instead of the device's own geocoder; a null pointer for that one.
+  std::shared_ptr<Geocoder> ownGeocoder{};
+
+  /// The device is somewhere else: the delegates of managers that follow it are told, unless the way from
+  /// where they were told last is shorter than their distance filter.
   void moveTo(const Location &location);
   /// The system pauses updates by itself, and resumes them.
   void pauseUpdates();
@@ -51,9 +56,10 @@ class KX_EXPORT SimulatedLocationService : public LocationService {
 
   template <class Report>
   void tellDelegates(Report report);
+  template <class Report>
+  void tell(const std::shared_ptr<Manager> &manager, Report report);
 
   SimulatedScheduler &scheduler_;
-  bool updating_ = false;
   std::vector<std::weak_ptr<Manager>> managers_{};
 };
 

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
 
 #include "KXPublisher/platform/NetworkReachability.h"
+#include "KXPublisher/platform/simulated/SimulatedRunLoop.h"
 #include "KXPublisher/platform/simulated/SimulatedScheduler.h"
 
 namespace kx {
@@ -13,7 +15,7 @@ namespace kx {
 /// threads' loops never run here.
 class KX_EXPORT SimulatedReachability : public NetworkReachability {
  public:
-  SimulatedReachability(SimulatedScheduler &scheduler, RunLoopService &runLoops);
+  SimulatedReachability(SimulatedScheduler &scheduler, SimulatedRunLoopService &runLoops);
   ~SimulatedReachability() override;
 
   bool creationSucceeds = true;
@@ -29,7 +31,13 @@ class KX_EXPORT SimulatedReachability : public NetworkReachability {
   std::size_t schedules() const;
   bool scheduledOn(const std::shared_ptr<RunLoop> &runLoop) const;
 
-  /// The network changes: the handles that are scheduled report it.
+  /// Whether requests get through: always, but where the flags tell that the network is not reached.
+  bool carriesRequests() const { return !flags || (*flags & networkReachabilityFlagsReachable) != 0; }
+  /// Called when the network is lost, before the handles report it.
+  std::function<void()> whenLost{};
+
+  /// The network changes: the handles that are scheduled report it. Requests that are under way when it is
+  /// lost fail.
   void changeFlags(std::optional<NetworkReachabilityFlags> newFlags);
 
   NetworkReachabilityRef createWithAddress(const SocketAddress &address) override;
@@ -45,7 +53,7 @@ class KX_EXPORT SimulatedReachability : public NetworkReachability {
   class Target;
 
   SimulatedScheduler &scheduler_;
-  RunLoopService &runLoops_;
+  SimulatedRunLoopService &runLoops_;
   std::vector<std::unique_ptr<Target>> targets_;
 };
 

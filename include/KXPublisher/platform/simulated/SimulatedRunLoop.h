@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <set>
+#include <vector>
 
 #include "KXPublisher/platform/RunLoop.h"
 #include "KXPublisher/platform/simulated/SimulatedScheduler.h"
@@ -11,6 +13,17 @@ namespace kx {
 class KX_EXPORT SimulatedRunLoopService : public RunLoopService {
  public:
   explicit SimulatedRunLoopService(SimulatedScheduler &scheduler);
+
+  /// How many timers are installed and valid.
+  std::size_t timers() const { return installed_.size(); }
+  /// The user drags or scrolls: until that ends, the main loop serves only what was added for common modes.
+  /// What was due for the default mode comes then.
+  void setTracking(bool tracking);
+  bool isTracking() const { return tracking_; }
+  /// Runs `task`, on the main thread, as soon as the main loop serves that mode.
+  void whenServed(RunLoopMode mode, WorkItem task);
+  /// No timer fires any more, and all let go of their targets.
+  void invalidateTimers();
 
   std::shared_ptr<RunLoop> mainRunLoop() override { return main_; }
   std::shared_ptr<RunLoop> currentRunLoop() override;
@@ -23,6 +36,9 @@ class KX_EXPORT SimulatedRunLoopService : public RunLoopService {
   class SimulatedTimer;
 
   SimulatedScheduler &scheduler_;
+  std::set<SimulatedTimer *> installed_{};
+  bool tracking_ = false;
+  std::vector<WorkItem> notServed_{};
   const std::shared_ptr<RunLoop> main_;
   const std::shared_ptr<RunLoop> worker_;
 };

@@ -29,6 +29,11 @@ class KX_EXPORT SimulatedTelephonyService : public TelephonyService {
   /// Another SIM, or none: every telephony object alive reports it, on a worker thread.
   void changeCarrier(std::optional<SimulatedCarrier> newCarrier);
 
+  /// How many telephony objects there are.
+  std::size_t alive() const;
+  /// No telephony object reports any more.
+  void removeNotifiers();
+
   std::shared_ptr<TelephonyNetworkInfo> makeTelephonyNetworkInfo() override;
 
  private:
