@@ -67,7 +67,7 @@ __attribute__((visibility("default")))
 
 /* ---- What changes around it */
 
-/** The way to the network. It is told to the library only: the collection service is always there. */
+/** The way to the network. Without one, requests fail as they would, and nothing arrives. */
 @property(nonatomic) KXPublisherSimulatedConnection connection;
 /** Another SIM: its mobile country code and network code, "310" and "410". */
 - (void)insertSIMWithCountryCode:(NSString *)countryCode networkCode:(NSString *)networkCode;

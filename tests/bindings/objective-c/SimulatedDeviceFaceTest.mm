@@ -115,10 +115,18 @@ TEST_F(SimulatedDeviceFace, TellsOfTheConnection) {
   [device advance:600];
   EXPECT_EQ(last(dataKeyConnectionType), "CELLULAR");
   EXPECT_EQ(device.connection, KXPublisherSimulatedConnectionCellular);
+}
+
+TEST_F(SimulatedDeviceFace, NothingArrivesWithoutAConnection) {
+  report();
+  const NSUInteger arrived = device.messages.count;
   device.connection = KXPublisherSimulatedConnectionNone;
-  [device advance:600];
-  EXPECT_EQ(last(dataKeyConnectionType), "none");
   EXPECT_EQ(device.connection, KXPublisherSimulatedConnectionNone);
+  [device advance:600];
+  EXPECT_EQ(device.messages.count, arrived);
+  device.connection = KXPublisherSimulatedConnectionCellular;
+  [device advance:600];
+  EXPECT_EQ(device.messages.count, arrived + 1);
 }
 
 TEST_F(SimulatedDeviceFace, TellsOfTheSIM) {
