@@ -45,6 +45,9 @@ class KX_EXPORT SimulatedConsole : public Console {
  public:
   /// Its lines are said in the scheduler's trace, too, where one is given.
   explicit SimulatedConsole(SimulatedScheduler *scheduler = nullptr) : scheduler_(scheduler) {}
+  SimulatedConsole(const SimulatedConsole &) = delete;
+  SimulatedConsole &operator=(const SimulatedConsole &) = delete;
+  ~SimulatedConsole() override = default;
 
   /// The latest lines, at most this many.
   static constexpr std::size_t mostLines = 10'000;

@@ -44,6 +44,8 @@ class KX_EXPORT SimulatedDeadlock : public std::logic_error {
 class KX_EXPORT SimulatedScheduler : public Dispatch {
  public:
   explicit SimulatedScheduler(std::uint64_t seed);
+  SimulatedScheduler(const SimulatedScheduler &) = delete;
+  SimulatedScheduler &operator=(const SimulatedScheduler &) = delete;
   /// As `finish`.
   ~SimulatedScheduler() override;
 
@@ -116,6 +118,9 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   class Queue : public DispatchQueue {
    public:
     Queue(SimulatedScheduler &scheduler, const char *name) : scheduler_(scheduler), name_(name) {}
+    Queue(const Queue &) = delete;
+    Queue &operator=(const Queue &) = delete;
+    ~Queue() override = default;
     void async(WorkItem task) override;
     void sync(WorkItem task) override;
     const char *name() const { return name_; }
