@@ -1,5 +1,7 @@
 #include "platform/linux/bus/SystemBus.h"
 
+#include <csignal>
+#include <mutex>
 #include <utility>
 
 #include "platform/linux/console/CallbackBoundary.h"
@@ -9,6 +11,15 @@ namespace kx {
 namespace {
 
 constexpr unsigned int timeBetweenAttempts = 600;  // seconds
+
+/// Has GLib prepare its sockets. It has the whole process ignore SIGPIPE then, once, which it can do without
+/// on Linux; what becomes of that signal stays the host's choice.
+void prepareSockets() {
+  struct sigaction chosen {};
+  sigaction(SIGPIPE, nullptr, &chosen);
+  g_type_class_ref(G_TYPE_SOCKET);
+  sigaction(SIGPIPE, &chosen, nullptr);
+}
 
 }  // namespace
 
@@ -37,6 +48,8 @@ void SystemBus::observe(Observer observer) {
 // heap.
 
 void SystemBus::open() {
+  static std::once_flag prepared;
+  std::call_once(prepared, &prepareSockets);
   const GLibPointer<gchar> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
   g_dbus_connection_new_for_address(
       address.get(),

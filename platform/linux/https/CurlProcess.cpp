@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace kx {
@@ -26,7 +27,8 @@ struct State {
   std::mutex mutex;  ///< guards what follows
   std::condition_variable stopped;
   bool ending = false;
-  int threads = 0;  ///< that may use curl
+  std::chrono::steady_clock::time_point waitsUntil;  ///< for the threads; set when the process is ending
+  int threads = 0;                                   ///< that may use curl
   std::vector<CURLM *> watched;
 };
 
@@ -45,9 +47,12 @@ void stopThreadsAtExit() {
   // A forked child has the parent's state, but none of its threads.
   if (state().process != getpid()) return;
   std::unique_lock<std::mutex> lock(state().mutex);
-  state().ending = true;
+  // Called more than once; the time is that of the first.
+  if (!std::exchange(state().ending, true)) {
+    state().waitsUntil = std::chrono::steady_clock::now() + longestWaitAtExit;
+  }
   for (CURLM *const multi : state().watched) curl_multi_wakeup(multi);
-  state().stopped.wait_for(lock, longestWaitAtExit, [] { return state().threads == 0; });
+  state().stopped.wait_until(lock, state().waitsUntil, [] { return state().threads == 0; });
 }
 
 /// The destructor of a value that every thread has. Those of one thread run in rounds, and TLS has one too,

@@ -1,7 +1,6 @@
 #include "platform/linux/https/CurlRequest.h"
 
 #include <glib.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cstring>
@@ -15,7 +14,6 @@ namespace kx {
 namespace {
 
 constexpr const char *errorDomain = "libcurl";
-constexpr const char *userAgent = "KXPublisher/1.0";
 constexpr long maximumRedirects = 10;
 // Bytes, over all redirects. Servers bound theirs to a half of this or less.
 constexpr std::size_t maximumHeaderSize = std::size_t{32} * 1024;
@@ -96,15 +94,16 @@ CurlRequest::CurlRequest(URLRequest request, std::optional<Data> body, Completio
       followsRedirects_(request_.HTTPMethod == "POST") {}
 
 std::optional<Error> CurlRequest::prepare(const CurlSettings &settings, const CurlTrust &trust,
-                                          CURLSH *shared) {
+                                          CurlSockets &sockets, CURLSH *shared) {
   timeoutWithoutProgress_ = settings.timeoutWithoutProgress;
+  timeoutForResource_ = settings.timeoutForResource;
   bodyTime_ = settings.bodyTime;
   if (!mayBeSent(request_)) {
     return errorOf(CURLE_BAD_FUNCTION_ARGUMENT, "The method or a header field is not one of HTTP");
   }
   easy_.reset(curl_easy_init());
   if (easy_ == nullptr) return errorOf(CURLE_FAILED_INIT);
-  const CURLcode result = setOptions(trust, shared);
+  const CURLcode result = setOptions(settings, trust, sockets, shared);
   if (result != CURLE_OK) return errorOf(result);
   lastProgress_ = Clock::now();
   return std::nullopt;
@@ -118,10 +117,12 @@ bool CurlRequest::appendHeaderLine(const std::string &line) {
   return true;
 }
 
-CURLcode CurlRequest::setOptions(const CurlTrust &trust, CURLSH *shared) {
+CURLcode CurlRequest::setOptions(const CurlSettings &settings, const CurlTrust &trust, CurlSockets &sockets,
+                                 CURLSH *shared) {
   // A line without a value keeps curl from adding a field of its own; an empty field is written with a
-  // semicolon.
-  bool appended = appendHeaderLine("Expect:");
+  // semicolon. "Accept" would say that any body will do, of which none is read; "User-Agent" adds curl only
+  // when it is told what.
+  bool appended = appendHeaderLine("Expect:") && appendHeaderLine("Accept:");
   bool hasContentType = false;
   for (const auto &[name, value] : request_.allHTTPHeaderFields) {
     const bool blank = value.find_first_not_of(" \t") == std::string::npos;
@@ -133,13 +134,14 @@ CURLcode CurlRequest::setOptions(const CurlTrust &trust, CURLSH *shared) {
   if (!hasContentType) appended = appended && appendHeaderLine("Content-Type:");
   if (!appended) return CURLE_OUT_OF_MEMORY;
 
+  errorText_.assign(CURL_ERROR_SIZE, '\0');
   Options options(easy_.get());
   options.set(CURLOPT_SHARE, shared);
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
   options.set(CURLOPT_NOSIGNAL, 1L);
   // A name that is still being resolved when its request has ended is left to its own thread, not waited for.
   options.set(CURLOPT_QUICK_EXIT, 1L);
-  options.set(CURLOPT_OPENSOCKETFUNCTION, &openSocketCallback);
+  if (options.result == CURLE_OK) options.result = sockets.applyTo(easy_.get());
 
   options.set(CURLOPT_URL, request_.url.absoluteString.c_str());
   options.set(CURLOPT_PATH_AS_IS, 1L);
@@ -150,10 +152,10 @@ CURLcode CurlRequest::setOptions(const CurlTrust &trust, CURLSH *shared) {
   options.set(CURLOPT_SSL_VERIFYPEER, 1L);
   options.set(CURLOPT_SSL_VERIFYHOST, 2L);
   if (options.result == CURLE_OK) options.result = trust.applyTo(easy_.get());
+  if (options.result == CURLE_OK) options.result = settings.proxy.applyTo(easy_.get());
 
   // One request in ten minutes has nothing to gain from the streams of HTTP/2.
   options.set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  options.set(CURLOPT_USERAGENT, userAgent);
   options.set(CURLOPT_HTTPHEADER, headerLines_.get());
   // A proxy sees none of these fields, and what it answers to CONNECT is no answer.
   options.set(CURLOPT_HEADEROPT, static_cast<long>(CURLHEADER_SEPARATE));
@@ -181,7 +183,8 @@ CURLcode CurlRequest::setOptions(const CurlTrust &trust, CURLSH *shared) {
 }
 
 CurlRequest::Clock::time_point CurlRequest::deadline() const {
-  return isInBody() ? headerCompleted_ + bodyTime_ : lastProgress_ + timeoutWithoutProgress_;
+  return std::min(isInBody() ? headerCompleted_ + bodyTime_ : lastProgress_ + timeoutWithoutProgress_,
+                  made_ + timeoutForResource_);
 }
 
 bool CurlRequest::isOverdue(Clock::time_point now) const {
@@ -259,6 +262,10 @@ bool CurlRequest::takeHeaderLine(const char *line, std::size_t size) {
   headerCompleted_ = Clock::now();
   redirectsBeforeHeader_ = redirects();
   if (!isFollowed(status)) status_ = status;
+  // Nobody reads such a body, which would be taken for the beginning of the next answer.
+  if ((status == 204 || status == 304) && announcesBody()) {
+    curl_easy_setopt(easy_.get(), CURLOPT_FORBID_REUSE, 1L);
+  }
   return true;
 }
 
@@ -273,19 +280,24 @@ bool CurlRequest::isFollowed(long status) const {
   return false;
 }
 
+bool CurlRequest::announcesBody() const {
+  curl_header *field = nullptr;
+  const auto has = [&](const char *name) {
+    return curl_easy_header(easy_.get(), name, 0, CURLH_HEADER, latestResponse, &field) == CURLHE_OK;
+  };
+  return has("Transfer-Encoding") || (has("Content-Length") && valueOf(*field) != "0");
+}
+
 std::size_t CurlRequest::bodyCallback(char *, std::size_t unit, std::size_t size, void *) noexcept {
   return unit * size;
 }
 
 int CurlRequest::debugCallback(CURL *, curl_infotype type, char *, std::size_t, void *request) noexcept {
   // All the rest is bytes that went through a connection, those of the TLS handshake included.
-  if (type != CURLINFO_TEXT) static_cast<CurlRequest *>(request)->lastProgress_ = Clock::now();
+  if (type == CURLINFO_TEXT) return 0;
+  static_cast<CurlRequest *>(request)->lastProgress_ = Clock::now();
+  static_cast<CurlRequest *>(request)->hasProgressed_ = true;
   return 0;
-}
-
-curl_socket_t CurlRequest::openSocketCallback(void *, curlsocktype, curl_sockaddr *address) noexcept {
-  // Unlike curl's own, not inherited by the programs that the host starts.
-  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
 }  // namespace kx

@@ -2,16 +2,17 @@
 
 #include <curl/curl.h>
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "KXPublisher/platform/URLSession.h"
 #include "platform/linux/https/CurlSettings.h"
+#include "platform/linux/https/CurlSockets.h"
 #include "platform/linux/https/CurlTrust.h"
 
 namespace kx {
@@ -35,11 +36,16 @@ class CurlRequest {
   CurlRequest &operator=(const CurlRequest &) = delete;
 
   /// Makes the handle and starts the clock. An error when the request is one that must not be sent.
-  std::optional<Error> prepare(const CurlSettings &settings, const CurlTrust &trust, CURLSH *shared);
+  std::optional<Error> prepare(const CurlSettings &settings, const CurlTrust &trust, CurlSockets &sockets,
+                               CURLSH *shared);
 
   /// The handle, owned by this object; null before `prepare`.
   CURL *easy() const { return easy_.get(); }
 
+  Clock::time_point made() const { return made_; }
+  /// When bytes last went in either direction, or, before they have, when it was prepared.
+  Clock::time_point lastProgress() const { return lastProgress_; }
+  bool hasProgressed() const { return hasProgressed_; }
   /// When it is overdue unless something happens before.
   Clock::time_point deadline() const;
   /// Whether it has taken too long, or what it receives has grown too large.
@@ -61,10 +67,12 @@ class CurlRequest {
     void operator()(curl_slist *list) const { curl_slist_free_all(list); }
   };
 
-  CURLcode setOptions(const CurlTrust &trust, CURLSH *shared);
+  CURLcode setOptions(const CurlSettings &settings, const CurlTrust &trust, CurlSockets &sockets,
+                      CURLSH *shared);
   bool appendHeaderLine(const std::string &line);
   bool takeHeaderLine(const char *line, std::size_t size);
   bool isFollowed(long status) const;
+  bool announcesBody() const;
   bool isInBody() const;
   long redirects() const;
   Error errorAfter(CURLcode result) const;
@@ -75,23 +83,25 @@ class CurlRequest {
   static std::size_t bodyCallback(char *bytes, std::size_t unit, std::size_t size, void *request) noexcept;
   static int debugCallback(CURL *easy, curl_infotype type, char *bytes, std::size_t size,
                            void *request) noexcept;
-  static curl_socket_t openSocketCallback(void *request, curlsocktype purpose,
-                                          curl_sockaddr *address) noexcept;
 
   const URLRequest request_;
   const Data body_;
   Completion completion_;
   const bool followsRedirects_;
+  const Clock::time_point made_ = Clock::now();
 
   std::chrono::milliseconds timeoutWithoutProgress_{};
+  std::chrono::milliseconds timeoutForResource_{};
   std::chrono::milliseconds bodyTime_{};
-  Clock::time_point lastProgress_;             ///< when bytes last went in either direction
+  Clock::time_point lastProgress_;
+  bool hasProgressed_ = false;
   Clock::time_point headerCompleted_;          ///< of the latest response that is not an interim one
   std::optional<long> redirectsBeforeHeader_;  ///< how many there had been then; absent before
   std::size_t headerSize_ = 0;                 ///< bytes, of all responses together
   std::optional<long> status_;                 ///< the final one; present once its header is complete
 
-  std::array<char, CURL_ERROR_SIZE> errorText_{};
+  std::vector<char>
+      errorText_;  ///< with its room from `prepare` on: of those that wait there can be thousands
   std::unique_ptr<curl_slist, Deleter> headerLines_;
   std::unique_ptr<CURL, Deleter> easy_;  // the first to go: it refers to the others
 };

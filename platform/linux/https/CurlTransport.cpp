@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <cstddef>
 #include <limits>
 #include <new>
@@ -14,7 +13,8 @@
 
 #include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/https/CurlProcess.h"
-#include "platform/linux/https/CurlTrust.h"
+#include "platform/linux/https/CurlSockets.h"
+#include "platform/linux/threads/LinuxWorkerPool.h"
 
 namespace kx {
 
@@ -23,28 +23,15 @@ namespace {
 constexpr const char *threadName = "kx-transport";
 constexpr const char *outOfResources = "curl has run out of memory or file descriptors";
 constexpr const char *processEnds = "The process is ending";
+constexpr const char *tooManyWait = "Too many requests are waiting";
+
+// As many at a time, each on a connection of its own if they go to one host. iOS allows a host as many.
+constexpr std::size_t maximumInFlight = 4;
+// With those that are kept for the next request.
+constexpr long maximumConnections = 8;
 
 Error initialisationError(const char *reason) {
   return {"libcurl", CURLE_FAILED_INIT, reason};
-}
-
-/// Starts a thread that nobody waits for; an error number when there can be no more.
-int startDetachedThread(std::size_t stackSize, void *(*main)(void *), void *argument) {
-  pthread_attr_t attributes;
-  if (const int error = pthread_attr_init(&attributes)) return error;
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_attr_setstacksize(&attributes, stackSize);
-  // Inherited by the thread, so that it never has another mask.
-  sigset_t blocked;
-  sigfillset(&blocked);
-  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) sigdelset(&blocked, fault);
-  sigset_t before;
-  pthread_sigmask(SIG_SETMASK, &blocked, &before);
-  pthread_t thread{};
-  const int error = pthread_create(&thread, &attributes, main, argument);
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  pthread_attr_destroy(&attributes);
-  return error;
 }
 
 }  // namespace
@@ -52,17 +39,13 @@ int startDetachedThread(std::size_t stackSize, void *(*main)(void *), void *argu
 /// What the thread works with: curl's handles and the requests in flight. Made and used on the thread alone.
 class CurlTransport::Loop {
  public:
-  explicit Loop(CurlTransport &transport)
-      : transport_(transport),
-        trust_(transport.settings_),
-        shared_(curl_share_init()),
-        multi_(curl_multi_init()) {
-    // Requests share session tickets, so that a new connection to a known server is a short one.
-    if (shared_ != nullptr) curl_share_setopt(shared_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    if (multi_ != nullptr) {
-      CurlProcess::watch(multi_);
-      transport_.setWakeable(multi_);
-    }
+  explicit Loop(CurlTransport &transport) : transport_(transport), multi_(curl_multi_init()) {
+    if (multi_ == nullptr) return;
+    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(maximumInFlight));
+    curl_multi_setopt(multi_, CURLMOPT_MAX_TOTAL_CONNECTIONS, maximumConnections);
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, maximumConnections);
+    CurlProcess::watch(multi_);
+    transport_.setWakeable(multi_);
   }
   Loop(const Loop &) = delete;
   Loop &operator=(const Loop &) = delete;
@@ -73,39 +56,47 @@ class CurlTransport::Loop {
     }
     while (!requests_.empty()) take(requests_.size() - 1)->fail(initialisationError(outOfResources));
     curl_multi_cleanup(multi_);
-    curl_share_cleanup(shared_);
   }
 
-  /// Runs requests until there have been none for the time of the linger. False when it cannot go on before.
+  /// Runs requests until there have been none for the time of the linger, or a connection is no good any
+  /// more. False when it cannot go on before.
   bool run() {
     // Without the sockets that wake it the thread would sleep through new requests.
-    if (shared_ == nullptr || multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) return false;
-    stayUntil_ = Clock::now() + transport_.settings_.linger;
+    if (multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) return false;
+    requests_.reserve(maximumInFlight);
+    lastProgress_ = Clock::now();
+    stayUntil_ = lastProgress_ + transport_.settings_.linger;
     do {
       CurlProcess::stopIfEnding();
+      // A server that says something unasked closes the connection, or has not kept to the end of its answer:
+      // the next request would take the rest for its own. All connections go, which is simple.
+      if (requests_.empty() && sockets_.speak()) return true;
       admit();
       int unfinished = 0;
-      CURLMcode result = curl_multi_perform(multi_, &unfinished);
+      if (curl_multi_perform(multi_, &unfinished) != CURLM_OK) return false;
       finish();
       expire();
-      if (result == CURLM_OK) result = curl_multi_poll(multi_, nullptr, 0, millisecondsToSleep(), nullptr);
-      if (result != CURLM_OK) return false;
-    } while (!requests_.empty() || Clock::now() < stayUntil_);
+      if (!mayAdmit() && sleep() != CURLM_OK) return false;
+    } while (!requests_.empty() || mayAdmit() || Clock::now() < stayUntil_);
     return true;
   }
 
  private:
   using Clock = CurlRequest::Clock;
 
+  bool mayAdmit() const { return requests_.size() < maximumInFlight && transport_.anyWaits(); }
+
   void admit() {
-    for (auto &request : transport_.takeWaiting()) {
-      if (const auto error = request->prepare(transport_.settings_, trust_, shared_)) {
-        request->fail(*error);
-        continue;
+    while (requests_.size() < maximumInFlight) {
+      auto request = transport_.takeWaiting();
+      if (request == nullptr) return;
+      requests_.push_back(std::move(request));  // first: one that is lost on the way is still to be failed
+      auto error = requests_.back()->prepare(transport_.settings_, *transport_.trust_, sockets_,
+                                             transport_.shared_.get());
+      if (!error && curl_multi_add_handle(multi_, requests_.back()->easy()) != CURLM_OK) {
+        error = initialisationError(outOfResources);
       }
-      requests_.push_back(std::move(request));
-      const CURLMcode result = curl_multi_add_handle(multi_, requests_.back()->easy());
-      if (result != CURLM_OK) take(requests_.size() - 1)->fail(initialisationError(outOfResources));
+      if (error) take(requests_.size() - 1)->fail(*error);
     }
   }
 
@@ -126,51 +117,79 @@ class CurlTransport::Loop {
     for (std::size_t i = requests_.size(); i-- > 0;) {
       if (requests_[i]->isOverdue(now)) take(i)->expire();
     }
+    for (const auto &request : requests_) noteProgress(*request);
+    auto overdue = transport_.firstOverdue(lastProgress_);
+    while (overdue && *overdue <= now) {
+      transport_.takeWaiting()->expire();
+      overdue = transport_.firstOverdue(lastProgress_);
+    }
+  }
+
+  /// That a request has had its turn is no progress, or those behind it would wait for as long again.
+  void noteProgress(const CurlRequest &request) {
+    if (request.hasProgressed()) lastProgress_ = std::max(lastProgress_, request.lastProgress());
   }
 
   /// Takes a request out of curl's hands, which closes its connection unless curl is through with it.
   std::unique_ptr<CurlRequest> take(std::size_t index) {
     auto request = std::move(requests_[index]);
     requests_.erase(requests_.begin() + static_cast<std::ptrdiff_t>(index));
+    noteProgress(*request);
     curl_multi_remove_handle(multi_, request->easy());
     stayUntil_ = Clock::now() + transport_.settings_.linger;
     return request;
   }
 
-  int millisecondsToSleep() const {
+  /// Sleeps until there is something to do. Between requests it listens to the connections that are kept.
+  CURLMcode sleep() {
     Clock::time_point until = stayUntil_;
     if (!requests_.empty()) {
       until = (*std::min_element(requests_.begin(), requests_.end(), [](const auto &left, const auto &right) {
                 return left->deadline() < right->deadline();
               }))->deadline();
+      if (const auto waits = transport_.firstOverdue(lastProgress_)) until = std::min(until, *waits);
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-    return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+    const auto milliseconds = std::clamp<long long>(left, 0, std::numeric_limits<int>::max());
+    auto &watched = sockets_.watched();
+    const unsigned count = requests_.empty() ? static_cast<unsigned>(watched.size()) : 0;
+    return curl_multi_poll(multi_, watched.data(), count, static_cast<int>(milliseconds), nullptr);
   }
 
   CurlTransport &transport_;
-  const CurlTrust trust_;
-  CURLSH *const shared_;
+  CurlSockets sockets_;  // outlives the connections
   CURLM *const multi_;
   std::vector<std::unique_ptr<CurlRequest>> requests_;  ///< all of them are in curl's hands
+  Clock::time_point lastProgress_;                      ///< of any request
   Clock::time_point stayUntil_;                         ///< when the thread ends if no request comes
 };
 
 void CurlTransport::start(std::unique_ptr<CurlRequest> request) {
   if (CurlProcess::isEnding()) return request->fail(initialisationError(processEnds));
+  bool needsThread = false;
+  std::unique_ptr<CurlRequest> refused;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    waiting_.push_back(std::move(request));
-    if (multi_ != nullptr) curl_multi_wakeup(multi_);
-    if (std::exchange(threadRuns_, true)) return;
+    if (waiting_.size() >= settings_.maximumWaiting) {
+      refused = std::move(request);
+    } else {
+      // Where there are some already, the thread has been woken, or it will look when one has ended.
+      if (multi_ != nullptr && waiting_.empty()) curl_multi_wakeup(multi_);
+      waiting_.push_back(std::move(request));
+      needsThread = !std::exchange(threadRuns_, true);
+    }
   }
+  if (refused != nullptr) return refused->fail(initialisationError(tooManyWait));
+  if (!needsThread) return;
   const auto error = startThread();
   if (!error) return;
+  std::deque<std::unique_ptr<CurlRequest>> lost;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     threadRuns_ = false;
+    lost.swap(waiting_);
   }
-  failWaiting(*error);
+  for (const auto &one : lost) one->fail(*error);
 }
 
 std::optional<Error> CurlTransport::startThread() {
@@ -178,7 +197,7 @@ std::optional<Error> CurlTransport::startThread() {
       new (std::nothrow) std::shared_ptr<CurlTransport>(shared_from_this()));
   if (self == nullptr) return initialisationError("There is no memory left");
   if (!CurlProcess::threadBegins()) return initialisationError(processEnds);
-  if (const int error = startDetachedThread(settings_.threadStackSize, &threadMain, self.get())) {
+  if (const int error = LinuxWorkerPool::startThread(settings_.threadStackSize, &threadMain, self.get())) {
     CurlProcess::threadFailed();
     return Error{"POSIX", error, std::generic_category().message(error)};
   }
@@ -199,9 +218,19 @@ void CurlTransport::run() {
   const CURLcode initialised = CurlProcess::initialise();
   do {
     bool served = false;
-    if (initialised == CURLE_OK) runAtBoundary([this, &served] { served = Loop(*this).run(); });
+    if (initialised == CURLE_OK) runAtBoundary([&] { served = isPrepared() && Loop(*this).run(); });
     if (!served) failWaiting(initialisationError(outOfResources));
   } while (!mayEnd());
+}
+
+bool CurlTransport::isPrepared() {
+  if (trust_ == nullptr) trust_ = std::make_unique<CurlTrust>(settings_);
+  if (shared_ == nullptr) {
+    shared_.reset(curl_share_init());
+    if (shared_ == nullptr) return false;
+    curl_share_setopt(shared_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+  }
+  return true;
 }
 
 bool CurlTransport::mayEnd() {
@@ -211,13 +240,30 @@ bool CurlTransport::mayEnd() {
   return true;
 }
 
-std::vector<std::unique_ptr<CurlRequest>> CurlTransport::takeWaiting() {
+std::unique_ptr<CurlRequest> CurlTransport::takeWaiting() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  return std::exchange(waiting_, {});
+  if (waiting_.empty()) return nullptr;
+  auto request = std::move(waiting_.front());
+  waiting_.pop_front();
+  return request;
+}
+
+bool CurlTransport::anyWaits() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return !waiting_.empty();
+}
+
+std::optional<CurlRequest::Clock::time_point> CurlTransport::firstOverdue(
+    CurlRequest::Clock::time_point lastProgress) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (waiting_.empty()) return std::nullopt;
+  const auto made = waiting_.front()->made();
+  return std::min(std::max(made, lastProgress) + settings_.timeoutWithoutProgress,
+                  made + settings_.timeoutForResource);
 }
 
 void CurlTransport::failWaiting(const Error &error) {
-  for (auto &request : takeWaiting()) request->fail(error);
+  while (const auto request = takeWaiting()) request->fail(error);
 }
 
 void CurlTransport::setWakeable(CURLM *multi) {

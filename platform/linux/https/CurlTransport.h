@@ -2,19 +2,28 @@
 
 #include <curl/curl.h>
 
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <utility>
-#include <vector>
 
 #include "platform/linux/https/CurlRequest.h"
 #include "platform/linux/https/CurlSettings.h"
+#include "platform/linux/https/CurlTrust.h"
 
 namespace kx {
 
 /// Runs requests, all of them on one thread, "kx-transport". The thread is made when a request comes and
-/// there is none, and ends when for some seconds there has been nothing to do. In between it sleeps in curl.
+/// there is none, and ends when for some seconds there has been nothing to do, or when there is nothing to do
+/// and a server has closed its connection. In between it sleeps in curl.
+///
+/// Four requests run at a time. The others wait, and are begun in the order in which they came. A request
+/// that waits fails, as one that runs does, when for the time of `timeoutWithoutProgress` nothing has come
+/// or gone for any. One more than may wait fails at once.
+///
+/// Connections live as long as the thread, TLS sessions as long as this object: a report ten minutes later
+/// needs no whole handshake where the server keeps its tickets so long.
 ///
 /// Host signal handlers never run on it, nor on curl's threads that look up names: they block every signal
 /// but those of their own faults.
@@ -34,14 +43,27 @@ class CurlTransport : public std::enable_shared_from_this<CurlTransport> {
   static void *threadMain(void *transport);
   void run();
   bool mayEnd();
-  std::vector<std::unique_ptr<CurlRequest>> takeWaiting();
+  bool isPrepared();
+  /// The one that has waited longest; null when none waits.
+  std::unique_ptr<CurlRequest> takeWaiting();
+  bool anyWaits();
+  /// When that one fails, if there was no progress since then; absent when none waits.
+  std::optional<CurlRequest::Clock::time_point> firstOverdue(CurlRequest::Clock::time_point lastProgress);
   void failWaiting(const Error &error);
   void setWakeable(CURLM *multi);
 
+  struct ShareDeleter {
+    void operator()(CURLSH *share) const { curl_share_cleanup(share); }
+  };
+
   const CurlSettings settings_;
 
+  // The thread's. One that comes later finds them as the one before has left them.
+  std::unique_ptr<CurlTrust> trust_;
+  std::unique_ptr<CURLSH, ShareDeleter> shared_;  ///< TLS sessions
+
   std::mutex mutex_;  ///< guards what follows; held for a few instructions
-  std::vector<std::unique_ptr<CurlRequest>> waiting_;
+  std::deque<std::unique_ptr<CurlRequest>> waiting_;
   bool threadRuns_ = false;
   CURLM *multi_ = nullptr;  ///< what the thread sleeps in, while it can be woken
 };

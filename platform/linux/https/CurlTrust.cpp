@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <system_error>
 
 namespace kx {
@@ -20,13 +21,32 @@ bool isHashedName(const std::string &name) {
          name.find_first_not_of("0123456789", hashSize + 1) == std::string::npos;
 }
 
-bool holdsHashedNames(const std::string &directory) {
+/// How many certificates can be looked up in the directory by the hashes of their names.
+std::size_t hashedCertificates(const std::string &directory) {
+  std::size_t count = 0;
   std::error_code error;
   for (fs::directory_iterator entry(directory, error); !error && entry != fs::directory_iterator();
        entry.increment(error)) {
-    if (isHashedName(entry->path().filename().string())) return true;
+    std::error_code ofLink;
+    if (isHashedName(entry->path().filename().string()) && entry->is_regular_file(ofLink)) ++count;
   }
-  return false;
+  return count;
+}
+
+std::size_t certificatesIn(const std::string &bundle) {
+  std::size_t count = 0;
+  std::ifstream file(bundle);
+  for (std::string line; std::getline(file, line);) {
+    constexpr std::string_view beginning = "-----BEGIN ";
+    if (line.compare(0, beginning.size(), beginning) == 0) ++count;
+  }
+  return count;
+}
+
+/// The file that curl was built for; empty when it was built for none.
+std::string usualBundle() {
+  const char *const file = curl_version_info(CURLVERSION_NOW)->cainfo;
+  return file == nullptr ? "" : file;
 }
 
 std::string contentsOf(const std::string &path) {
@@ -34,37 +54,36 @@ std::string contentsOf(const std::string &path) {
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
-/// The host's file and, beside it, the directory.
-CURLcode trustDirectory(CURL *easy, const std::string &directory, const char *hostFile) {
-  const CURLcode result = curl_easy_setopt(easy, CURLOPT_CAPATH, directory.c_str());
-  return result == CURLE_OK ? curl_easy_setopt(easy, CURLOPT_CAINFO, hostFile) : result;
-}
-
-/// The host's file and, beside it, the one that curl would use by itself.
-CURLcode trustBundle(CURL *easy, const std::string &hostFile) {
-  // curl takes one file, so the two are made one. Of text without any certificate curl would not complain
-  // then.
-  std::string bundle = contentsOf(hostFile);
-  if (bundle.find("CERTIFICATE-----") == std::string::npos) return CURLE_SSL_CACERT_BADFILE;
-  const char *systemFile = nullptr;
-  curl_easy_getinfo(easy, CURLINFO_CAINFO, &systemFile);
-  if (systemFile != nullptr) bundle += '\n' + contentsOf(systemFile);
-  curl_blob blob{bundle.data(), bundle.size(), CURL_BLOB_COPY};
+/// The host's file and, beside it, the system's. curl takes one file, so the two are made one.
+CURLcode trustBoth(CURL *easy, const std::string &hostFile, const std::string &bundle) {
+  std::string both = contentsOf(hostFile);
+  // Of text without any certificate curl would not complain then.
+  if (both.find("CERTIFICATE-----") == std::string::npos) return CURLE_SSL_CACERT_BADFILE;
+  both += '\n' + contentsOf(bundle);
+  curl_blob blob{both.data(), both.size(), CURL_BLOB_COPY};
   return curl_easy_setopt(easy, CURLOPT_CAINFO_BLOB, &blob);
 }
 
 }  // namespace
 
 CurlTrust::CurlTrust(const CurlSettings &settings) : hostFile_(settings.certificateAuthorityFile) {
-  if (holdsHashedNames(settings.certificateDirectory)) directory_ = settings.certificateDirectory;
+  const std::string bundle = settings.certificateBundle ? *settings.certificateBundle : usualBundle();
+  const std::size_t hashed = hashedCertificates(settings.certificateDirectory);
+  if (hashed > 0) directory_ = settings.certificateDirectory;
+  if (hashed == 0 || hashed < certificatesIn(bundle)) bundle_ = bundle;
 }
 
 CURLcode CurlTrust::applyTo(CURL *easy) const {
   std::error_code error;
   // Opening a pipe might wait.
   if (hostFile_ && !fs::is_regular_file(*hostFile_, error)) return CURLE_SSL_CACERT_BADFILE;
-  if (directory_) return trustDirectory(easy, *directory_, hostFile_ ? hostFile_->c_str() : nullptr);
-  return hostFile_ ? trustBundle(easy, *hostFile_) : CURLE_OK;
+  if (!directory_.empty()) {
+    const CURLcode result = curl_easy_setopt(easy, CURLOPT_CAPATH, directory_.c_str());
+    if (result != CURLE_OK) return result;
+  }
+  if (hostFile_ && !bundle_.empty()) return trustBoth(easy, *hostFile_, bundle_);
+  const std::string &file = hostFile_ ? *hostFile_ : bundle_;
+  return curl_easy_setopt(easy, CURLOPT_CAINFO, file.empty() ? nullptr : file.c_str());
 }
 
 }  // namespace kx

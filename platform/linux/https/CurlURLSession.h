@@ -16,7 +16,9 @@ class CurlTransport;
 ///
 /// Nothing of curl or TLS is initialised, and no file is read, before the first request runs, and then on the
 /// transport's own thread. That thread lives while requests are in flight and some seconds longer, and
-/// the connections, the session tickets and the looked-up names with it.
+/// the connections and the looked-up names with it; TLS sessions are kept for the next one.
+///
+/// However many requests come at once, four run at a time and the others wait; see `CurlTransport`.
 ///
 /// A request is written to the wire once, unless a redirect asks for more, or it went out on a connection of
 /// an earlier request that turns out to have been closed before a byte of the answer came: then curl sends it

@@ -10,8 +10,8 @@ namespace kx {
 
 namespace {
 
-constexpr const char *managerPath = "/org/freedesktop/GeoClue2/Manager";
-constexpr const char *managerInterface = "org.freedesktop.GeoClue2.Manager";
+constexpr const char *geoClueManagerPath = "/org/freedesktop/GeoClue2/Manager";
+constexpr const char *geoClueManagerInterface = "org.freedesktop.GeoClue2.Manager";
 constexpr const char *clientInterface = "org.freedesktop.GeoClue2.Client";
 constexpr const char *locationInterface = "org.freedesktop.GeoClue2.Location";
 constexpr const char *propertiesInterface = "org.freedesktop.DBus.Properties";
@@ -65,7 +65,8 @@ void GeoClueClient::call(const std::string &path, const char *interface, const c
 void GeoClueClient::start(const std::string &desktopId, std::uint32_t distanceThreshold) {
   desktopId_ = desktopId;
   distanceThreshold_ = distanceThreshold;
-  call(managerPath, managerInterface, "CreateClient", nullptr, "(o)", &GeoClueClient::whenCreated);
+  call(geoClueManagerPath, geoClueManagerInterface, "CreateClient", nullptr, "(o)",
+       &GeoClueClient::whenCreated);
 }
 
 void GeoClueClient::whenCreated(GVariant *value, const GError * /*error*/) {
@@ -119,7 +120,8 @@ void GeoClueClient::end() {
 
 void GeoClueClient::deleteAtService() {
   if (path_.empty()) return;
-  call(managerPath, managerInterface, "DeleteClient", g_variant_new("(o)", path_.c_str()), "()", nullptr);
+  call(geoClueManagerPath, geoClueManagerInterface, "DeleteClient", g_variant_new("(o)", path_.c_str()), "()",
+       nullptr);
 }
 
 // ---- Properties and signals

@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <utility>
 
 #include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/threads/LinuxThread.h"
 
 namespace kx {
 
@@ -16,27 +16,8 @@ namespace {
 constexpr std::size_t stackSize =
     std::size_t{512} * 1024;  // bytes; name resolution, with the host's modules, takes the most
 
+/// The lane of the calling thread; null when it is no worker.
 thread_local const void *currentLane = nullptr;
-
-/// Starts a thread that nobody waits for; false when there can be no more.
-bool startThread(void *(*main)(void *), void *argument) {
-  pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) return false;
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_attr_setstacksize(&attributes, stackSize);
-  // Inherited by the thread, so that it never has another mask. Its own faults still reach the host's crash
-  // reporter: blocked, they would end the process without it.
-  sigset_t blocked;
-  sigfillset(&blocked);
-  for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) sigdelset(&blocked, fault);
-  sigset_t before;
-  pthread_sigmask(SIG_SETMASK, &blocked, &before);
-  pthread_t thread{};
-  const bool started = pthread_create(&thread, &attributes, main, argument) == 0;
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  pthread_attr_destroy(&attributes);
-  return started;
-}
 
 }  // namespace
 
@@ -63,7 +44,7 @@ void LinuxWorkerPool::submit(DispatchQueuePriority priority, WorkItem task) {
     needsLauncher = needsThread && !std::exchange(launcherRuns_, true);
   }
   if (needsLauncher) {
-    if (startThread(&launcherMain, this)) return;
+    if (startDetachedThread(stackSize, &launcherMain, this) == 0) return;
     const std::lock_guard<std::mutex> lock(mutex_);
     launcherRuns_ = false;
   } else if (needsThread) {
@@ -77,6 +58,35 @@ bool LinuxWorkerPool::isWorker(DispatchQueuePriority priority) {
   return &lane == &lane.pool->lanes_[indexOf(priority)];
 }
 
+int LinuxWorkerPool::startThread(std::size_t size, void *(*main)(void *), void *argument) {
+  const auto *const lane = static_cast<const Lane *>(currentLane);
+  if (lane == nullptr || lane->niceIncrement == 0) return startDetachedThread(size, main, argument);
+  // The launcher is there, since this worker is.
+  LinuxWorkerPool &pool = *lane->pool;
+  Order order{size, main, argument, false, 0, nullptr};
+  std::unique_lock<std::mutex> lock(pool.mutex_);
+  order.next = std::exchange(pool.orders_, &order);
+  lock.unlock();
+  pool.changed_.notify_one();
+  lock.lock();
+  pool.ordersServed_.wait(lock, [&order] { return order.served; });
+  return order.error;
+}
+
+void LinuxWorkerPool::serveOrders(std::unique_lock<std::mutex> &lock) {
+  while (orders_ != nullptr) {
+    Order &order = *std::exchange(orders_, orders_->next);
+    lock.unlock();
+    const int error = startDetachedThread(order.stackSize, order.main, order.argument);
+    lock.lock();
+    order.error = error;
+    order.served = true;  // once the lock is free it may be gone
+    lock.unlock();
+    ordersServed_.notify_all();
+    lock.lock();
+  }
+}
+
 void *LinuxWorkerPool::launcherMain(void *pool) {
   pthread_setname_np(pthread_self(), "kx-launcher");
   static_cast<LinuxWorkerPool *>(pool)->launchWorkers();
@@ -86,13 +96,14 @@ void *LinuxWorkerPool::launcherMain(void *pool) {
 void LinuxWorkerPool::launchWorkers() {
   std::unique_lock<std::mutex> lock(mutex_);
   while (true) {
+    serveOrders(lock);
     const auto lane = std::find_if(lanes_.begin(), lanes_.end(), needsThread);
     if (lane != lanes_.end()) {
       lane->starting = true;
       ++lane->threads;
       ++workers_;
       lock.unlock();
-      const bool started = startThread(&workerMain, &*lane);
+      const bool started = startDetachedThread(stackSize, &workerMain, &*lane) == 0;
       lock.lock();
       if (started) continue;
       lane->starting = false;

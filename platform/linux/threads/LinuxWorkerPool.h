@@ -37,6 +37,10 @@ class LinuxWorkerPool {
   /// the console. When no thread can be made the task waits for the next submission.
   void submit(DispatchQueuePriority priority, WorkItem task);
 
+  /// `startDetachedThread`, but when a worker of low priority calls it the launcher makes the thread, which
+  /// so has the nice value of the process. That worker waits until it has.
+  static int startThread(std::size_t stackSize, void *(*main)(void *), void *argument);
+
   /// Whether the calling thread is a worker of that priority.
   static bool isWorker(DispatchQueuePriority priority);
 
@@ -52,16 +56,29 @@ class LinuxWorkerPool {
     bool refused = false;   ///< the last one could not be made; not tried again before the next submission
   };
   static constexpr std::size_t lanesCount = 4;
+  /// A thread that a worker wants made. It is that worker's, which waits.
+  struct Order {
+    std::size_t stackSize;
+    void *(*main)(void *);
+    void *argument;
+    bool served;
+    int error;
+    Order *next;
+  };
 
   static std::size_t indexOf(DispatchQueuePriority priority) { return static_cast<std::size_t>(priority); }
   static bool needsThread(const Lane &lane);
   static void *launcherMain(void *pool);
   static void *workerMain(void *lane);
   void launchWorkers();
+  void serveOrders(std::unique_lock<std::mutex> &lock);
   void work(Lane &lane);
 
   std::mutex mutex_;  ///< guards everything below; held for a few instructions, no thread is woken under it
-  std::condition_variable changed_;  ///< what the launcher waits for: a lane needs a thread, or none is left
+  /// What the launcher waits for: a lane needs a thread, a worker has an order, or no worker is left.
+  std::condition_variable changed_;
+  std::condition_variable ordersServed_;
+  Order *orders_ = nullptr;  ///< the latest first
   std::array<Lane, lanesCount> lanes_;
   unsigned workers_ = 0;
   bool launcherRuns_ = false;

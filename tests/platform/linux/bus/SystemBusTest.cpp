@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -106,6 +108,26 @@ TEST_F(SystemBusTest, LetsGoOfItsConnectionWhenItIsReleased) {
       &finalized);
   bus.reset();
   EXPECT_TRUE(loopUntil([&] { return finalized.load(); }));
+}
+
+TEST(SystemBusOpening, LeavesToTheHostWhatBecomesOfSIGPIPE) {
+  ASSERT_EQ(g_type_class_peek(G_TYPE_SOCKET), nullptr) << "too late: run this test in a process of its own";
+  const TemporaryDirectory directory;
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + directory.path() + "/none").c_str(), 1);
+  struct sigaction ofTheHost {};
+  ofTheHost.sa_handler = [](int) {};
+  ofTheHost.sa_flags = SA_RESTART;
+  ASSERT_EQ(sigaction(SIGPIPE, &ofTheHost, nullptr), 0);
+  const auto bus = std::make_shared<SystemBus>(LinuxRunLoop::of(g_main_context_default()), 1U);
+  bus->observe([](GDBusConnection *) {});
+  EXPECT_TRUE(eventually([] {
+    g_main_context_iteration(nullptr, FALSE);
+    return g_type_class_peek(G_TYPE_SOCKET) != nullptr;
+  }));
+  struct sigaction found {};
+  ASSERT_EQ(sigaction(SIGPIPE, nullptr, &found), 0);
+  EXPECT_EQ(found.sa_handler, ofTheHost.sa_handler);
+  EXPECT_NE(found.sa_flags & SA_RESTART, 0);
 }
 
 }  // namespace

@@ -148,6 +148,11 @@ TEST_F(CurlExitTest, IsOrderlyAtAnyMomentOfTheThreadsEnd) {
   }
 }
 
+TEST_F(CurlExitTest, TakesASecondAtTheMostWhenTheThreadHangs) {
+  // exit and return wait for it, in more places than one.
+  for (const char *how : ways) expectEnd(start(server.url(), usualLinger, "hanging", how));
+}
+
 TEST_F(CurlExitTest, DoesNotKeepAForkedChildWaiting) {
   server.setScript([](TestConnection &connection) {
     connection.handshake();

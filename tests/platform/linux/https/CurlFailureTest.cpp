@@ -15,10 +15,6 @@ using ::testing::HasSubstr;
 using ::testing::Lt;
 using ::testing::Not;
 
-constexpr long couldNotResolve = 6;
-constexpr long couldNotConnect = 7;
-constexpr long timedOut = 28;
-
 /// Requests that come to nothing.
 class CurlFailureTest : public HTTPSTest {
  protected:

@@ -31,8 +31,6 @@ TEST_F(CurlRequestTest, SendsTheMethodTheFieldsAndTheBodyAndNothingElseOfItsOwn)
             "Host: " +
                 host() +
                 "\r\n"
-                "User-Agent: KXPublisher/1.0\r\n"
-                "Accept: */*\r\n"
                 "Content-Type: application/json\r\n"
                 "Content-Encoding: gzip\r\n"
                 "Authorization: Bearer token\r\n"
@@ -41,13 +39,23 @@ TEST_F(CurlRequestTest, SendsTheMethodTheFieldsAndTheBodyAndNothingElseOfItsOwn)
                 "\x1f\x8b\x00\n"s);
 }
 
+TEST_F(CurlRequestTest, SendsAHeaderOfFewBytes) {
+  const auto outcome =
+      send(request(server.url("/api_v0_0_0/post_msg"), {{"Content-Type", "application/json"},
+                                                        {"Content-Encoding", "gzip"},
+                                                        {"Authorization", "Bearer " + std::string(64, 't')}}),
+           Data(478, 'x'));
+  EXPECT_EQ(outcome.status(), 200);
+  ASSERT_EQ(server.requests().size(), 1u);
+  EXPECT_LE(server.requests()[0].size() - 478, 230u);
+}
+
 TEST_F(CurlRequestTest, SendsAnEmptyBodyWhenThereIsNone) {
   EXPECT_EQ(send(request(server.url()), std::nullopt).status(), 200);
   EXPECT_EQ(send(request(server.url()), Data()).status(), 200);
   ASSERT_EQ(server.requests().size(), 2u);
   for (const auto &sent : server.requests()) {
-    EXPECT_EQ(sent, "POST / HTTP/1.1\r\nHost: " + host() +
-                        "\r\nUser-Agent: KXPublisher/1.0\r\nAccept: */*\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_EQ(sent, "POST / HTTP/1.1\r\nHost: " + host() + "\r\nContent-Length: 0\r\n\r\n");
   }
 }
 

@@ -1,13 +1,14 @@
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "platform/linux/threads/LinuxWorkerPool.h"
 #include "tests/platform/linux/https/HTTPSTest.h"
 #include "tests/platform/linux/https/InterposedCalls.h"
 
@@ -17,15 +18,23 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
-using ::testing::HasSubstr;
 using ::testing::Lt;
-using ::testing::Not;
-using ::testing::StartsWith;
 
 /// The thread that requests run on, its connections and its sleep.
 class CurlTransportTest : public HTTPSTest {
  protected:
   static bool noThread() { return threadsNamed("kx-transport") == 0; }
+
+  /// Of the transport's thread.
+  static int niceValue() {
+    for (const auto &thread : fs::directory_iterator("/proc/self/task")) {
+      std::string name;
+      std::getline(std::ifstream(thread.path() / "comm"), name);
+      if (name != "kx-transport") continue;
+      return getpriority(PRIO_PROCESS, static_cast<id_t>(std::stoul(thread.path().filename())));
+    }
+    return -100;
+  }
 
   /// A line of the transport thread's status, "SigBlk" for one.
   static std::string threadStatus(const std::string &key) {
@@ -49,33 +58,6 @@ class CurlTransportTest : public HTTPSTest {
     connection.close();
   }
 };
-
-TEST_F(CurlTransportTest, RunsManyRequestsAtOnceOnOneThread) {
-  constexpr std::size_t count = 100;
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::size_t arrived = 0;
-  server.setScript([&](TestConnection &connection) {
-    connection.handshake();
-    connection.readRequest();
-    {
-      // Nobody is answered before all are there.
-      std::unique_lock<std::mutex> lock(mutex);
-      ++arrived;
-      changed.notify_all();
-      changed.wait(lock, [&] { return arrived == count; });
-    }
-    connection.answer(200);
-    connection.stall();
-  });
-  for (std::size_t i = 0; i < count; ++i) task(request(server.url("/" + std::to_string(i))))->resume();
-  EXPECT_TRUE(eventually([&] {
-    const std::lock_guard<std::mutex> lock(mutex);
-    return arrived == count;
-  }));
-  EXPECT_EQ(threadsNamed("kx-transport"), 1);
-  for (const auto &outcome : waitForOutcomes(count)) EXPECT_EQ(outcome.status(), 200) << outcome.errorText();
-}
 
 TEST_F(CurlTransportTest, TakesRequestsFromManyThreads) {
   settings.linger = milliseconds(0);
@@ -119,6 +101,44 @@ TEST_F(CurlTransportTest, ResumesTLSSessionsOnNewConnections) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(post(server.url()).status(), 200);
   EXPECT_EQ(server.handshakes(), 3);
   EXPECT_EQ(server.resumedHandshakes(), 2);
+}
+
+TEST_F(CurlTransportTest, ResumesTLSSessionsAfterItsThreadHasEnded) {
+  settings.linger = milliseconds(0);
+  for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+    TestServer::Options options;
+    options.minimumVersion = version;
+    options.maximumVersion = version;
+    TestServer other(certificate(), options);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(post(other.url()).status(), 200);
+      EXPECT_TRUE(eventually(&noThread));
+    }
+    EXPECT_EQ(other.handshakes(), 3);
+    EXPECT_EQ(other.resumedHandshakes(), 2);
+  }
+}
+
+TEST_F(CurlTransportTest, EndsItsThreadWhenTheServerClosesTheLastConnection) {
+  settings.linger = seconds(60);
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    connection.answer(200);
+    std::this_thread::sleep_for(milliseconds(100));
+    connection.close();
+  });
+  EXPECT_EQ(post(server.url()).status(), 200);
+  EXPECT_TRUE(eventually(&noThread));
+}
+
+TEST_F(CurlTransportTest, HasThePriorityOfTheProcessWhoeverSends) {
+  static auto &pool = *new LinuxWorkerPool;
+  const int own = getpriority(PRIO_PROCESS, 0);
+  const auto first = task(request(server.url()));
+  pool.submit(DispatchQueuePriority::background, [first] { first->resume(); });
+  EXPECT_EQ(waitForOutcomes(1).front().status(), 200);
+  EXPECT_EQ(niceValue(), own);
 }
 
 TEST_F(CurlTransportTest, SendsOnANewConnectionWhenTheOldOneHasBeenClosed) {
@@ -202,44 +222,6 @@ TEST_F(CurlTransportTest, HandsNoSocketDownToProgramsThatTheHostStarts) {
     EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
   }
   EXPECT_EQ(sockets, 1);
-}
-
-TEST_F(CurlTransportTest, GoesThroughTheProxyOfTheEnvironment) {
-  std::string url;
-  {
-    TestServer closed(certificate());
-    url = closed.url();
-  }
-  unsetenv("no_proxy");
-  setenv("https_proxy", url.replace(0, 5, "http").c_str(), 1);
-  EXPECT_EQ(post("https://nowhere.invalid/").errorCode(), 7);
-  setenv("no_proxy", "localhost", 1);
-  EXPECT_EQ(post(server.url()).status(), 200);
-}
-
-TEST_F(CurlTransportTest, TellsAProxyNothingOfTheRequestAndTakesNothingFromIt) {
-  unsetenv("no_proxy");
-  setenv("https_proxy", server.url().replace(0, 5, "http").c_str(), 1);
-  server.setScript([](TestConnection &connection) {
-    connection.readRequest();
-    connection.send("HTTP/1.1 200 Connected\r\nSet-Authorization: proxy\r\n");
-    for (int i = 0; i < 5; ++i) connection.send("X-Large: " + std::string(8000, 'a') + "\r\n");
-    connection.send("\r\n");
-    connection.handshake();
-    connection.readRequest();
-    connection.answer(200, "X-Field: target\r\n");
-  });
-  const auto outcome = send(
-      request("https://localhost:1/path", {{"Authorization", "Bearer secret"}, {"Content-Type", "a/b"}}));
-  EXPECT_EQ(outcome.status(), 200);
-  EXPECT_EQ(outcome.field("x-field"), "target");
-  EXPECT_EQ(outcome.field("set-authorization"), "");
-  ASSERT_EQ(server.requests().size(), 2u);
-  EXPECT_THAT(server.requests()[0], StartsWith("CONNECT localhost:1 HTTP/1.1\r\n"));
-  EXPECT_THAT(server.requests()[0], Not(HasSubstr("secret")));
-  EXPECT_THAT(server.requests()[0], Not(HasSubstr("path")));
-  EXPECT_THAT(server.requests()[0], Not(HasSubstr("a/b")));
-  EXPECT_THAT(server.requests()[1], HasSubstr("\r\nAuthorization: Bearer secret\r\n"));
 }
 
 }  // namespace

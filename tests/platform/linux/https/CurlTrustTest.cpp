@@ -12,7 +12,6 @@
 #include <memory>
 
 #include "tests/platform/linux/https/HTTPSTest.h"
-#include "tests/platform/linux/https/InterposedCalls.h"
 
 namespace kx {
 namespace {
@@ -136,6 +135,64 @@ TEST_F(CurlTrustTest, TrustsTheHostsFileBesideTheSystemsDirectory) {
   EXPECT_EQ(postTo(another.issue({"localhost"}, now - hours(1), now + hours(1))).status(), 200);
 }
 
+TEST_F(CurlTrustTest, TrustsTheSystemsBundleBesideADirectoryThatLacksSomeOfIt) {
+  const collector::CertificateAuthority another("Another authority");
+  const collector::CertificateAuthority third("Third authority");
+  settings.certificateDirectory = hashedDirectory(another.certificate().certificate);
+  settings.certificateBundle = directory.path() + "/bundle.pem";
+  std::ofstream(*settings.certificateBundle)
+      << authority.certificate().certificate << third.certificate().certificate;
+  const auto now = std::chrono::system_clock::now();
+  const auto issuedBy = [now](const collector::CertificateAuthority &issuer) {
+    return issuer.issue({"localhost"}, now - hours(1), now + hours(1));
+  };
+  for (const bool hostHasFile : {false, true}) {
+    const collector::CertificateAuthority ofHost("The host's authority");
+    if (hostHasFile) {
+      std::ofstream(*settings.certificateAuthorityFile) << ofHost.certificate().certificate;
+    } else {
+      settings.certificateAuthorityFile = std::nullopt;
+    }
+    CurlURLSessionService service(dispatch, settings);
+    for (const auto *issuer : {&authority, &another, &third, &ofHost}) {
+      TestServer other(issuedBy(*issuer));
+      EXPECT_EQ(sendBy(service, request(other.url())).status(), issuer != &ofHost || hostHasFile ? 200 : 0);
+    }
+    settings.certificateAuthorityFile = directory.path() + "/authority.pem";
+  }
+}
+
+TEST_F(CurlTrustTest, ReadsNoBundleWhereTheDirectoryHasAsMuch) {
+  const collector::CertificateAuthority another("Another authority");
+  settings.certificateAuthorityFile = std::nullopt;
+  settings.certificateDirectory = hashedDirectory(another.certificate().certificate);
+  settings.certificateBundle = directory.path() + "/bundle.pem";
+  std::ofstream(*settings.certificateBundle) << authority.certificate().certificate;
+  EXPECT_EQ(post(server.url()).errorCode(), notTrusted);
+}
+
+TEST_F(CurlTrustTest, CountsNoCertificateWhoseFileIsGone) {
+  settings.certificateAuthorityFile = std::nullopt;
+  settings.certificateDirectory = emptyDirectory();
+  settings.certificateBundle = directory.path() + "/bundle.pem";
+  std::ofstream(*settings.certificateBundle) << authority.certificate().certificate;
+  fs::create_symlink("gone.pem", settings.certificateDirectory + "/01234567.0");
+  EXPECT_EQ(post(server.url()).status(), 200);
+}
+
+TEST_F(CurlTrustTest, LooksIntoTheDirectoryOnce) {
+  settings.linger = std::chrono::milliseconds(0);
+  settings.certificateAuthorityFile = std::nullopt;
+  settings.certificateDirectory = hashedDirectory(authority.certificate().certificate);
+  settings.certificateBundle = directory.path() + "/bundle.pem";
+  std::ofstream(*settings.certificateBundle) << authority.certificate().certificate;
+  EXPECT_EQ(post(server.url()).status(), 200);
+  EXPECT_TRUE(eventually([] { return threadsNamed("kx-transport") == 0; }));
+  // Looked into again, the directory would have none, and the bundle would be read.
+  fs::remove_all(settings.certificateDirectory);
+  EXPECT_EQ(postTo(certificate()).errorCode(), notTrusted);
+}
+
 TEST_F(CurlTrustTest, TrustsTheHostsFileWhereTheSystemHasNoSuchDirectory) {
   settings.certificateDirectory = emptyDirectory();
   EXPECT_EQ(post(server.url()).status(), 200);
@@ -146,7 +203,7 @@ TEST_F(CurlTrustTest, TrustsTheHostsFileWhereTheSystemHasNoSuchDirectory) {
 
 TEST_F(CurlTrustTest, TrustsTheHostsFileBesideTheSystemsBundle) {
   const collector::CertificateAuthority another("Another authority");
-  InterposedCalls::setSystemBundle(directory.path() + "/bundle.pem");
+  settings.certificateBundle = directory.path() + "/bundle.pem";
   settings.certificateDirectory = emptyDirectory();
   const auto now = std::chrono::system_clock::now();
   const auto issued = another.issue({"localhost"}, now - hours(1), now + hours(1));

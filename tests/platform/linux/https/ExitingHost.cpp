@@ -16,12 +16,13 @@
 //
 //     https-exiting-host <URL> <certificate authority file> <linger in ms> <when> <how>
 //
-// When: "told" (a byte comes on standard input), "resolving" (the host name is being looked up), "answered",
-// or a number of microseconds after the start; "answered+<number>" is that long after the answer. How:
-// "return" from main, "exit", "exit-elsewhere" (on another thread), "_exit", or "fork": a child that the host
-// forks exits, and then the host.
+// When: "told" (a byte comes on standard input), "resolving" (the host name is being looked up), "hanging"
+// (the transport's thread has called something that never returns), "answered", or a number of microseconds
+// after the start; "answered+<number>" is that long after the answer. How: "return" from main, "exit",
+// "exit-elsewhere" (on another thread), "_exit", or "fork": a child that the host forks exits, and then the
+// host.
 //
-// The exit status is 7.
+// The exit status is 7; 8 when the exit has taken more than its time.
 
 namespace {
 
@@ -41,6 +42,7 @@ void waitFor(const std::string &when) {
     if (read(STDIN_FILENO, &byte, 1) != 1) std::abort();
     return;
   }
+  if (when == "hanging") return waitUntil([] { return kx::InterposedCalls::hangs(); });
   if (when == "resolving") return waitUntil([] { return kx::InterposedCalls::stalledResolutions() > 0; });
   std::string delay = when;
   if (when.compare(0, 8, "answered") == 0) {
@@ -53,10 +55,12 @@ void waitFor(const std::string &when) {
 }
 
 std::chrono::steady_clock::time_point forkTime;
+std::chrono::steady_clock::time_point exitTime = std::chrono::steady_clock::time_point::max();
 
 /// Runs late in the exit, when TLS is no more.
 void exitLate() {
   if (isForkedChild && std::chrono::steady_clock::now() - forkTime > std::chrono::milliseconds(900)) _exit(1);
+  if (std::chrono::steady_clock::now() - exitTime > std::chrono::milliseconds(1900)) _exit(8);
   // Time enough for a thread that has not been stopped to fall over what is missing.
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
@@ -105,6 +109,7 @@ int main(int argc, char **argv) {
     if (sendAtExit) sendAtExit();
   });
   const std::string how = argv[5];
+  const std::string when = argv[4];
 
   // As in a host, nothing of this is ever destroyed.
   static auto &dispatch = *new kx::TestDispatch();
@@ -114,6 +119,7 @@ int main(int argc, char **argv) {
   static auto &service = *new kx::CurlURLSessionService(dispatch, settings);
   kx::URLRequest request(kx::URL{argv[1]});
   request.HTTPMethod = "POST";
+  if (when == "hanging") kx::InterposedCalls::hang();
   const auto session = service.sessionWithDefaultConfiguration();
   session
       ->uploadTaskWithRequest(request, kx::Data{'{', '}'},
@@ -121,7 +127,8 @@ int main(int argc, char **argv) {
       ->resume();
   session->finishTasksAndInvalidate();
 
-  waitFor(argv[4]);
+  waitFor(when);
+  exitTime = std::chrono::steady_clock::now();
   if (how == "exit") std::exit(status);
   if (how == "_exit") _exit(status);
   if (how == "fork") return someChildExitsAtOnce() ? status : 1;

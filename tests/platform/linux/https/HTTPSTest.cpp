@@ -1,7 +1,6 @@
 #include "tests/platform/linux/https/HTTPSTest.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <utility>
@@ -23,7 +22,7 @@ std::string HTTPSTest::Outcome::field(const std::string &name) const {
 }
 
 HTTPSTest::HTTPSTest() {
-  setenv("no_proxy", "*", 1);
+  settings.proxy = CurlProxy(Environment({}));
   settings.certificateAuthorityFile = directory.path() + "/authority.pem";
   std::ofstream(*settings.certificateAuthorityFile) << authority.certificate().certificate;
 }
@@ -80,6 +79,12 @@ std::vector<HTTPSTest::Outcome> HTTPSTest::waitForOutcomes(std::size_t count) {
   return outcomes;
 }
 
+bool HTTPSTest::waitForMoreOutcomes() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  return changed_.wait_for(lock, patience,
+                           [this, before = outcomes_.size()] { return outcomes_.size() > before; });
+}
+
 HTTPSTest::Outcome HTTPSTest::send(const URLRequest &request, std::optional<Data> body) {
   return sendBy(service(), request, std::move(body));
 }
@@ -94,6 +99,11 @@ HTTPSTest::Outcome HTTPSTest::sendBy(URLSessionService &service, const URLReques
 std::vector<HTTPSTest::Outcome> HTTPSTest::outcomes() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return outcomes_;
+}
+
+std::size_t HTTPSTest::outcomesCount() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return outcomes_.size();
 }
 
 int HTTPSTest::threadsNamed(const std::string &name) {

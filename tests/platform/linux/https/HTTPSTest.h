@@ -34,6 +34,11 @@ class HTTPSTest : public ::testing::Test {
     std::string errorText() const { return error ? error->localizedDescription : ""; }
   };
 
+  // Of curl's errors.
+  static constexpr long couldNotResolve = 6;
+  static constexpr long couldNotConnect = 7;
+  static constexpr long timedOut = 28;
+
   HTTPSTest();
 
   /// A certificate of the authority for localhost, valid now.
@@ -50,6 +55,8 @@ class HTTPSTest : public ::testing::Test {
   std::shared_ptr<URLSessionUploadTask> taskOf(URLSession &session, const URLRequest &request,
                                                std::optional<Data> body = Data{'{', '}'});
   std::vector<Outcome> waitForOutcomes(std::size_t count);
+  /// Waits a moment for one more; false when none has come after all that patience.
+  bool waitForMoreOutcomes();
   /// Sends one request and waits for what becomes of it.
   Outcome send(const URLRequest &request, std::optional<Data> body = Data{'{', '}'});
   Outcome post(const std::string &url) { return send(request(url)); }
@@ -58,6 +65,7 @@ class HTTPSTest : public ::testing::Test {
                  std::optional<Data> body = Data{'{', '}'});
 
   std::vector<Outcome> outcomes();
+  std::size_t outcomesCount();
   /// How many threads of that name the process has.
   static int threadsNamed(const std::string &name);
 

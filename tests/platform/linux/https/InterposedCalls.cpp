@@ -8,10 +8,9 @@
 
 #include <array>
 #include <atomic>
-#include <cstdarg>
+#include <cstdlib>
 #include <mutex>
 #include <string_view>
-#include <utility>
 
 namespace kx {
 
@@ -20,10 +19,12 @@ namespace {
 struct Record {
   std::mutex mutex;
   std::vector<std::string> curlThreads;
-  std::string systemBundle;
+  std::vector<std::string> environmentReads;
   std::atomic<int> stalledResolutions{0};
   std::atomic<int> polls{0};
   std::atomic<bool> exhausted{false};
+  std::atomic<bool> shallHang{false};
+  std::atomic<bool> hangs{false};
 };
 
 /// Never destroyed: threads call until the process is gone.
@@ -32,11 +33,22 @@ Record &record() {
   return record;
 }
 
-void noteCurlThread() {
+std::string threadName() {
   std::array<char, 16> name{};
   pthread_getname_np(pthread_self(), name.data(), name.size());
+  return name.data();
+}
+
+void noteCurlThread() {
   const std::lock_guard<std::mutex> lock(record().mutex);
-  record().curlThreads.emplace_back(name.data());
+  record().curlThreads.push_back(threadName());
+}
+
+/// Curl's own threads have the name of the one that makes them.
+void noteEnvironmentRead(const char *name) {
+  if (threadName() != "kx-transport") return;
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  record().environmentReads.emplace_back(name);
 }
 
 template <class Function>
@@ -59,13 +71,26 @@ int InterposedCalls::stalledResolutions() {
   return record().stalledResolutions;
 }
 
-void InterposedCalls::setSystemBundle(std::string path) {
+std::vector<std::string> InterposedCalls::environmentReads() {
   const std::lock_guard<std::mutex> lock(record().mutex);
-  record().systemBundle = std::move(path);
+  return record().environmentReads;
+}
+
+void InterposedCalls::forgetEnvironmentReads() {
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  record().environmentReads.clear();
 }
 
 void InterposedCalls::setExhausted(bool exhausted) {
   record().exhausted = exhausted;
+}
+
+void InterposedCalls::hang() {
+  record().shallHang = true;
+}
+
+bool InterposedCalls::hangs() {
+  return record().hangs;
 }
 
 int InterposedCalls::polls() {
@@ -92,6 +117,14 @@ __attribute__((visibility("default"))) CURLM *curl_multi_init() {
   return kx::next<decltype(curl_multi_init)>("curl_multi_init")();
 }
 
+__attribute__((visibility("default"))) CURLMcode curl_multi_perform(CURLM *multi, int *running) {
+  if (kx::record().shallHang) {
+    kx::record().hangs = true;
+    while (true) pause();
+  }
+  return kx::next<decltype(curl_multi_perform)>("curl_multi_perform")(multi, running);
+}
+
 __attribute__((visibility("default"))) CURLMcode curl_multi_poll(CURLM *multi, curl_waitfd *extra,
                                                                  unsigned extraCount, int timeout,
                                                                  int *ready) {
@@ -99,23 +132,14 @@ __attribute__((visibility("default"))) CURLMcode curl_multi_poll(CURLM *multi, c
   return kx::next<decltype(curl_multi_poll)>("curl_multi_poll")(multi, extra, extraCount, timeout, ready);
 }
 
-// Under a name of its own, since arguments can follow a number but not an enumerator.
-__attribute__((visibility("default"))) CURLcode interposedGetInfo(CURL *easy, unsigned info,
-                                                                  ...) __asm__("curl_easy_getinfo");
-CURLcode interposedGetInfo(CURL *easy, unsigned info, ...) {
-  va_list arguments;
-  va_start(arguments, info);
-  void *const result = va_arg(arguments, void *);
-  va_end(arguments);
-  if (info == CURLINFO_CAINFO) {
-    const std::lock_guard<std::mutex> lock(kx::record().mutex);
-    if (!kx::record().systemBundle.empty()) {
-      *static_cast<const char **>(result) = kx::record().systemBundle.c_str();
-      return CURLE_OK;
-    }
-  }
-  return kx::next<decltype(curl_easy_getinfo)>("curl_easy_getinfo")(easy, static_cast<CURLINFO>(info),
-                                                                    result);
+__attribute__((visibility("default"))) char *getenv(const char *name) {
+  kx::noteEnvironmentRead(name);
+  return kx::next<decltype(getenv)>("getenv")(name);
+}
+
+__attribute__((visibility("default"))) char *secure_getenv(const char *name) {
+  kx::noteEnvironmentRead(name);
+  return kx::next<decltype(secure_getenv)>("secure_getenv")(name);
 }
 
 __attribute__((visibility("default"))) int getaddrinfo(const char *node, const char *service,

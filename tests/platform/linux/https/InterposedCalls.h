@@ -17,11 +17,18 @@ class InterposedCalls {
   /// resolved.
   static int stalledResolutions();
 
-  /// The file of certificate authorities that curl says it would use by itself.
-  static void setSystemBundle(std::string path);
+  /// The environment variables that have been looked up since the start, or since they were forgotten, on the
+  /// threads of curl: the transport's and those that look up names.
+  static std::vector<std::string> environmentReads();
+  static void forgetEnvironmentReads();
 
   /// Whether curl has no resources left for a transport.
   static void setExhausted(bool exhausted);
+
+  /// From now on curl never comes back from what it does, as from a file on a server that has gone.
+  static void hang();
+  /// Whether a thread is in there.
+  static bool hangs();
 
   /// How often a thread has gone to sleep in curl.
   static int polls();

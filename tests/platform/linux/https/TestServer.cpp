@@ -69,6 +69,10 @@ void TestConnection::send(std::string_view bytes) {
   }
 }
 
+void TestConnection::sendPlain(std::string_view bytes) {
+  asio::write(stream_.next_layer(), asio::buffer(bytes.data(), bytes.size()));
+}
+
 void TestConnection::answer(int status, std::string_view fields, std::string_view body) {
   std::string text = "HTTP/1.1 " + std::to_string(status) + " Status\r\n";
   text += fields;
@@ -100,6 +104,13 @@ void TestConnection::interrupt() {
   if (stream_.next_layer().is_open()) ::shutdown(stream_.next_layer().native_handle(), SHUT_RDWR);
 }
 
+void TestConnection::end() {
+  interrupt();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  boost::system::error_code ignored;
+  stream_.next_layer().close(ignored);
+}
+
 TestServer::TestServer(const collector::PemCertificate &certificate, const Options &options) {
   context_.use_certificate_chain(asio::buffer(certificate.certificate));
   context_.use_private_key(asio::buffer(certificate.privateKey), asio::ssl::context::pem);
@@ -108,8 +119,9 @@ TestServer::TestServer(const collector::PemCertificate &certificate, const Optio
   SSL_CTX_set_max_proto_version(native, options.maximumVersion);
   if (SSL_CTX_set_cipher_list(native, options.ciphers.c_str()) != 1) throw std::invalid_argument("ciphers");
 
-  const tcp::endpoint endpoint(asio::ip::make_address(options.address), 0);
+  const tcp::endpoint endpoint(asio::ip::make_address(options.address), options.port);
   acceptor_.open(endpoint.protocol());
+  acceptor_.set_option(tcp::acceptor::reuse_address(true));
   acceptor_.bind(endpoint);
   acceptor_.listen();
   port_ = acceptor_.local_endpoint().port();
@@ -123,7 +135,7 @@ TestServer::~TestServer() {
   }
   ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
   acceptorThread_.join();
-  for (const auto &connection : connections_) connection->interrupt();
+  interruptAll();
   for (auto &thread : threads_) thread.join();
 }
 
@@ -142,6 +154,7 @@ void TestServer::accept() {
       nextScripts_.pop_front();
     }
     connections_.push_back(std::make_shared<TestConnection>(*this, std::move(socket), context_));
+    ++running_;
     threads_.emplace_back(
         [this, connection = connections_.back(), script = std::move(script)] { run(connection, script); });
   }
@@ -153,7 +166,14 @@ void TestServer::run(const std::shared_ptr<TestConnection> &connection, const Sc
   } catch (const boost::system::system_error &) {
     // The client has gone, or the server is going.
   }
-  connection->interrupt();
+  connection->end();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  --running_;
+}
+
+void TestServer::interruptAll() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (const auto &connection : connections_) connection->interrupt();
 }
 
 void TestServer::serve(TestConnection &connection) {
@@ -181,6 +201,11 @@ std::string TestServer::url(const std::string &path, const std::string &host) co
 int TestServer::connections() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return static_cast<int>(connections_.size());
+}
+
+bool TestServer::isIdle() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return running_ == 0;
 }
 
 int TestServer::handshakes() const {

@@ -36,6 +36,8 @@ class TestConnection {
   void readAtLeast(std::size_t size);
 
   void send(std::string_view bytes);
+  /// The same past TLS.
+  void sendPlain(std::string_view bytes);
   /// A response with a body of the length that it says; `fields` are whole lines.
   void answer(int status, std::string_view fields = "", std::string_view body = "");
 
@@ -51,6 +53,7 @@ class TestConnection {
 
   std::size_t readSome(char *to, std::size_t size);
   void interrupt();
+  void end();
 
   TestServer &server_;
   boost::asio::ssl::stream<boost::asio::ip::tcp::socket> stream_;
@@ -67,6 +70,7 @@ class TestServer {
 
   struct Options {
     std::string address = "127.0.0.1";
+    std::uint16_t port = 0;  ///< zero: any that is free
     int minimumVersion = TLS1_2_VERSION;
     int maximumVersion = TLS1_3_VERSION;
     std::string ciphers = "DEFAULT";  ///< of TLS 1.2 and below, in OpenSSL's words
@@ -87,11 +91,15 @@ class TestServer {
   /// How the next connections are served, one after the other.
   void addScript(Script script);
 
+  /// Closes every connection.
+  void interruptAll();
+
   std::uint16_t port() const { return port_; }
   std::string url(const std::string &path = "/", const std::string &host = "localhost") const;
 
   // What has come so far.
   int connections() const;
+  bool isIdle() const;            ///< no script runs
   int handshakes() const;         ///< completed, resumed ones included
   int resumedHandshakes() const;  ///< those that went by a session of an earlier connection
   std::vector<std::string> requests() const;
@@ -114,6 +122,7 @@ class TestServer {
   std::vector<std::shared_ptr<TestConnection>> connections_;
   std::vector<std::thread> threads_;
   std::vector<std::string> requests_;
+  int running_ = 0;
   int handshakes_ = 0;
   int resumedHandshakes_ = 0;
   std::thread acceptorThread_;

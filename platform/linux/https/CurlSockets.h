@@ -1,0 +1,32 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <vector>
+
+namespace kx {
+
+/// The sockets of the connections that curl has open. They are not handed down to the programs that the host
+/// starts. Used on the transport's thread alone; outlives the connections.
+class CurlSockets {
+ public:
+  CurlSockets() = default;
+  CurlSockets(const CurlSockets &) = delete;
+  CurlSockets &operator=(const CurlSockets &) = delete;
+
+  /// Has the connections that are made for this request be known here, to their end.
+  CURLcode applyTo(CURL *easy);
+
+  /// All of them, as `curl_multi_poll` takes what it shall wait for beside the requests' own.
+  std::vector<curl_waitfd> &watched() { return open_; }
+  /// Whether there is something to read on one, be it its end.
+  bool speak() const;
+
+ private:
+  static curl_socket_t openCallback(void *sockets, curlsocktype purpose, curl_sockaddr *address) noexcept;
+  static int closeCallback(void *sockets, curl_socket_t socket) noexcept;
+
+  std::vector<curl_waitfd> open_;
+};
+
+}  // namespace kx

@@ -1,0 +1,190 @@
+#include <sys/resource.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "tests/platform/linux/https/HTTPSTest.h"
+#include "tests/platform/linux/https/InterposedCalls.h"
+
+namespace kx {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::Ge;
+using ::testing::Le;
+using ::testing::Lt;
+
+constexpr std::size_t connectionsOfAHost = 4;
+
+/// More requests than can run at once.
+class CurlBurstTest : public HTTPSTest {
+ protected:
+  static std::size_t countIn(const char *directory) {
+    return static_cast<std::size_t>(
+        std::distance(fs::directory_iterator(directory), fs::directory_iterator()));
+  }
+  static std::size_t descriptors() { return countIn("/proc/self/fd"); }
+  static std::size_t threads() { return countIn("/proc/self/task"); }
+
+  /// Waits until so many requests have been read, and a while for those that should not come.
+  void expectRequestsUnderWay(std::size_t count) {
+    EXPECT_TRUE(eventually([&] { return server.requests().size() >= count; }));
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_EQ(server.requests().size(), count);
+  }
+
+  std::string path(std::size_t number) const { return server.url("/" + std::to_string(number)); }
+};
+
+TEST_F(CurlBurstTest, AnswersTenThousandAtOnceAndLeavesNothingBehind) {
+  settings.linger = milliseconds(0);
+  EXPECT_EQ(post(server.url()).status(), 200);
+  EXPECT_TRUE(eventually([] { return threadsNamed("kx-transport") == 0; }));
+  EXPECT_TRUE(eventually([this] { return server.isIdle(); }));
+  const std::size_t descriptorsBefore = descriptors();
+  const std::size_t threadsBefore = threads();
+
+  constexpr std::size_t count = 10'000;
+  for (std::size_t i = 0; i < count; ++i) task(request(server.url()))->resume();
+  std::size_t mostDescriptors = 0;
+  while (outcomesCount() < count + 1 && waitForMoreOutcomes()) {
+    mostDescriptors = std::max(mostDescriptors, descriptors());
+  }
+  std::size_t answered = 0;
+  for (const auto &outcome : outcomes()) answered += outcome.status() == 200 ? 1U : 0U;
+  EXPECT_EQ(answered, count + 1);
+  EXPECT_LE(server.connections(), 1 + static_cast<int>(connectionsOfAHost));
+  // The server's ends of the connections are here, too.
+  EXPECT_THAT(mostDescriptors, Le(descriptorsBefore + 2 * connectionsOfAHost + 8));
+  EXPECT_TRUE(eventually([=] { return descriptors() == descriptorsBefore; }));
+  EXPECT_TRUE(eventually([=] { return threads() == threadsBefore; }));
+}
+
+TEST_F(CurlBurstTest, LosesNothingWhereThereAreFewDescriptors) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  limit.rlim_cur = 64;
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  constexpr std::size_t count = 2000;
+  for (std::size_t i = 0; i < count; ++i) task(request(server.url()))->resume();
+  for (const auto &outcome : waitForOutcomes(count)) EXPECT_EQ(outcome.status(), 200) << outcome.errorText();
+}
+
+TEST_F(CurlBurstTest, RunsFourRequestsAtATime) {
+  std::atomic<bool> go{false};
+  server.setScript([&go](TestConnection &connection) {
+    connection.handshake();
+    while (true) {
+      connection.readRequest();
+      while (!go) std::this_thread::sleep_for(milliseconds(1));
+      connection.answer(200);
+    }
+  });
+  for (std::size_t i = 0; i < 20; ++i) task(request(path(i)))->resume();
+  expectRequestsUnderWay(connectionsOfAHost);
+  EXPECT_EQ(threadsNamed("kx-transport"), 1);
+  go = true;
+  for (const auto &outcome : waitForOutcomes(20)) EXPECT_EQ(outcome.status(), 200) << outcome.errorText();
+  EXPECT_EQ(server.connections(), static_cast<int>(connectionsOfAHost));
+}
+
+TEST_F(CurlBurstTest, BeginsThemInTheOrderInWhichTheyCame) {
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    connection.stall();  // which leaves one connection for the others
+  });
+  for (std::size_t i = 1; i < connectionsOfAHost; ++i) task(request(server.url("/held")))->resume();
+  expectRequestsUnderWay(connectionsOfAHost - 1);
+  server.setScript(&TestServer::serve);
+  for (std::size_t i = 0; i < 100; ++i) task(request(path(i)))->resume();
+  waitForOutcomes(100);
+  for (std::size_t i = 0; i < 100; ++i) {
+    const std::string sent = server.requests().at(connectionsOfAHost - 1 + i);
+    EXPECT_EQ(sent.substr(0, sent.find(" HTTP")), "POST /" + std::to_string(i));
+  }
+  server.interruptAll();
+  waitForOutcomes(100 + connectionsOfAHost - 1);
+}
+
+TEST_F(CurlBurstTest, FailsAtOnceWhenTooManyWait) {
+  EXPECT_GT(CurlSettings().maximumWaiting, 10'000u);
+  settings.maximumWaiting = 10;
+  std::atomic<bool> go{false};
+  server.setScript([&go](TestConnection &connection) {
+    connection.handshake();
+    while (true) {
+      connection.readRequest();
+      while (!go) std::this_thread::sleep_for(milliseconds(1));
+      connection.answer(200);
+    }
+  });
+  for (std::size_t i = 0; i < connectionsOfAHost; ++i) task(request(path(i)))->resume();
+  expectRequestsUnderWay(connectionsOfAHost);
+  for (std::size_t i = 0; i < 13; ++i) task(request(path(i)))->resume();
+  const auto refused = waitForOutcomes(3);
+  EXPECT_EQ(refused.size(), 3u);
+  for (const auto &outcome : refused) {
+    EXPECT_EQ(outcome.errorText(), "Too many requests are waiting");
+    EXPECT_EQ(outcome.thread, dispatch.workerThread());
+  }
+  go = true;
+  const auto all = waitForOutcomes(connectionsOfAHost + 13);
+  for (std::size_t i = 3; i < all.size(); ++i) EXPECT_EQ(all[i].status(), 200) << all[i].errorText();
+}
+
+TEST_F(CurlBurstTest, GivesUpThoseThatWaitWhenNothingGoesForward) {
+  settings.timeoutWithoutProgress = seconds(1);
+  // Nothing comes of the name, not even in the time that a request has.
+  for (std::size_t i = 0; i < 2000; ++i) task(request("https://stalled.invalid/"))->resume();
+  for (const auto &outcome : waitForOutcomes(2000)) {
+    EXPECT_EQ(outcome.errorCode(), timedOut);
+    EXPECT_THAT(outcome.duration, AllOf(Ge(milliseconds(995)), Lt(seconds(15))));
+  }
+  EXPECT_THAT(InterposedCalls::stalledResolutions(),
+              AllOf(Ge(connectionsOfAHost), Le(3 * connectionsOfAHost)));
+}
+
+TEST_F(CurlBurstTest, LetsThemWaitWhileOthersGoForward) {
+  settings.timeoutWithoutProgress = seconds(1);
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    while (true) {
+      connection.readRequest();
+      std::this_thread::sleep_for(milliseconds(400));
+      connection.answer(200);
+    }
+  });
+  for (std::size_t i = 0; i < 20; ++i) task(request(path(i)))->resume();
+  const auto all = waitForOutcomes(20);
+  for (const auto &outcome : all) EXPECT_EQ(outcome.status(), 200) << outcome.errorText();
+  EXPECT_THAT(all.back().duration, Ge(seconds(2)));
+}
+
+TEST_F(CurlBurstTest, EndsWaitingToo) {
+  settings.timeoutForResource = seconds(1);
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    while (true) {
+      connection.readRequest();
+      std::this_thread::sleep_for(milliseconds(800));
+      connection.answer(200);
+    }
+  });
+  for (std::size_t i = 0; i < 12; ++i) task(request(path(i)))->resume();
+  const auto all = waitForOutcomes(12);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    EXPECT_EQ(all[i].errorCode(), i < connectionsOfAHost ? 0 : timedOut) << i;
+    EXPECT_THAT(all[i].duration, Lt(seconds(15)));
+  }
+}
+
+}  // namespace
+}  // namespace kx
