@@ -40,6 +40,18 @@ class CurlBurstTest : public HTTPSTest {
     EXPECT_EQ(server.requests().size(), count);
   }
 
+  /// Has the server take its time for each request.
+  void answerEachAfter(seconds time) {
+    server.setScript([time](TestConnection &connection) {
+      connection.handshake();
+      while (true) {
+        connection.readRequest();
+        std::this_thread::sleep_for(time);
+        connection.answer(200);
+      }
+    });
+  }
+
   std::string path(std::size_t number) const { return server.url("/" + std::to_string(number)); }
 };
 
@@ -153,31 +165,17 @@ TEST_F(CurlBurstTest, GivesUpThoseThatWaitWhenNothingGoesForward) {
 }
 
 TEST_F(CurlBurstTest, LetsThemWaitWhileOthersGoForward) {
-  settings.timeoutWithoutProgress = seconds(1);
-  server.setScript([](TestConnection &connection) {
-    connection.handshake();
-    while (true) {
-      connection.readRequest();
-      std::this_thread::sleep_for(milliseconds(400));
-      connection.answer(200);
-    }
-  });
+  settings.timeoutWithoutProgress = seconds(3);
+  answerEachAfter(seconds(1));
   for (std::size_t i = 0; i < 20; ++i) task(request(path(i)))->resume();
   const auto all = waitForOutcomes(20);
   for (const auto &outcome : all) EXPECT_EQ(outcome.status(), 200) << outcome.errorText();
-  EXPECT_THAT(all.back().duration, Ge(seconds(2)));
+  EXPECT_THAT(all.back().duration, Ge(seconds(4)));
 }
 
 TEST_F(CurlBurstTest, EndsWaitingToo) {
-  settings.timeoutForResource = seconds(1);
-  server.setScript([](TestConnection &connection) {
-    connection.handshake();
-    while (true) {
-      connection.readRequest();
-      std::this_thread::sleep_for(milliseconds(800));
-      connection.answer(200);
-    }
-  });
+  settings.timeoutForResource = seconds(3);
+  answerEachAfter(seconds(2));
   for (std::size_t i = 0; i < 12; ++i) task(request(path(i)))->resume();
   const auto all = waitForOutcomes(12);
   for (std::size_t i = 0; i < all.size(); ++i) {
