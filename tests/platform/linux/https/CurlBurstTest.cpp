@@ -57,16 +57,17 @@ class CurlBurstTest : public HTTPSTest {
 
 TEST_F(CurlBurstTest, AnswersTenThousandAtOnceAndLeavesNothingBehind) {
   settings.linger = milliseconds(0);
+  const std::size_t threadsBefore = threads();
   EXPECT_EQ(post(server.url()).status(), 200);
   EXPECT_TRUE(eventually([] { return threadsNamed("kx-transport") == 0; }));
   EXPECT_TRUE(eventually([this] { return server.isIdle(); }));
   const std::size_t descriptorsBefore = descriptors();
-  const std::size_t threadsBefore = threads();
 
   constexpr std::size_t count = 10'000;
   for (std::size_t i = 0; i < count; ++i) task(request(server.url()))->resume();
   std::size_t mostDescriptors = 0;
-  while (outcomesCount() < count + 1 && waitForMoreOutcomes()) {
+  for (std::size_t seen = outcomesCount(); seen < count + 1 && waitForMoreOutcomes(seen);
+       seen = outcomesCount()) {
     mostDescriptors = std::max(mostDescriptors, descriptors());
   }
   std::size_t answered = 0;
