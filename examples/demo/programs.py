@@ -10,6 +10,7 @@ import time
 PROGRAMS = os.environ.get("KX_PROGRAMS",
                           os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "build", "bin"))
 APPLICATION = "com.example.KXHost"
+LONGEST_SLEEP = 0.2  # seconds
 IDENTIFIER = "6D92078A-8246-4BA4-AE5B-76104861E7DC"  # the advertising identifier of an imagined device
 
 
@@ -78,8 +79,13 @@ class Collector(Program):
 
     def events_until(self, end):
         """What happens at the service until that time, as it happens."""
-        while (event := self._next_event(end)) is not None:
-            yield event
+        while True:
+            # Python's main thread may fall asleep over a signal that has just come; it sees to it when it wakes.
+            event = self._next_event(min(end, time.monotonic() + LONGEST_SLEEP))
+            if event is not None:
+                yield event
+            elif time.monotonic() >= end:
+                return
 
 
 class Host(Program):

@@ -40,21 +40,34 @@ class CurlBurstTest : public HTTPSTest {
     EXPECT_EQ(server.requests().size(), count);
   }
 
+  /// Has the server take its time for each request.
+  void answerEachAfter(seconds time) {
+    server.setScript([time](TestConnection &connection) {
+      connection.handshake();
+      while (true) {
+        connection.readRequest();
+        std::this_thread::sleep_for(time);
+        connection.answer(200);
+      }
+    });
+  }
+
   std::string path(std::size_t number) const { return server.url("/" + std::to_string(number)); }
 };
 
 TEST_F(CurlBurstTest, AnswersTenThousandAtOnceAndLeavesNothingBehind) {
   settings.linger = milliseconds(0);
+  const std::size_t threadsBefore = threads();
   EXPECT_EQ(post(server.url()).status(), 200);
   EXPECT_TRUE(eventually([] { return threadsNamed("kx-transport") == 0; }));
   EXPECT_TRUE(eventually([this] { return server.isIdle(); }));
   const std::size_t descriptorsBefore = descriptors();
-  const std::size_t threadsBefore = threads();
 
   constexpr std::size_t count = 10'000;
   for (std::size_t i = 0; i < count; ++i) task(request(server.url()))->resume();
   std::size_t mostDescriptors = 0;
-  while (outcomesCount() < count + 1 && waitForMoreOutcomes()) {
+  for (std::size_t seen = outcomesCount(); seen < count + 1 && waitForMoreOutcomes(seen);
+       seen = outcomesCount()) {
     mostDescriptors = std::max(mostDescriptors, descriptors());
   }
   std::size_t answered = 0;
@@ -153,31 +166,17 @@ TEST_F(CurlBurstTest, GivesUpThoseThatWaitWhenNothingGoesForward) {
 }
 
 TEST_F(CurlBurstTest, LetsThemWaitWhileOthersGoForward) {
-  settings.timeoutWithoutProgress = seconds(1);
-  server.setScript([](TestConnection &connection) {
-    connection.handshake();
-    while (true) {
-      connection.readRequest();
-      std::this_thread::sleep_for(milliseconds(400));
-      connection.answer(200);
-    }
-  });
+  settings.timeoutWithoutProgress = seconds(3);
+  answerEachAfter(seconds(1));
   for (std::size_t i = 0; i < 20; ++i) task(request(path(i)))->resume();
   const auto all = waitForOutcomes(20);
   for (const auto &outcome : all) EXPECT_EQ(outcome.status(), 200) << outcome.errorText();
-  EXPECT_THAT(all.back().duration, Ge(seconds(2)));
+  EXPECT_THAT(all.back().duration, Ge(seconds(4)));
 }
 
 TEST_F(CurlBurstTest, EndsWaitingToo) {
-  settings.timeoutForResource = seconds(1);
-  server.setScript([](TestConnection &connection) {
-    connection.handshake();
-    while (true) {
-      connection.readRequest();
-      std::this_thread::sleep_for(milliseconds(800));
-      connection.answer(200);
-    }
-  });
+  settings.timeoutForResource = seconds(3);
+  answerEachAfter(seconds(2));
   for (std::size_t i = 0; i < 12; ++i) task(request(path(i)))->resume();
   const auto all = waitForOutcomes(12);
   for (std::size_t i = 0; i < all.size(); ++i) {

@@ -79,10 +79,9 @@ std::vector<HTTPSTest::Outcome> HTTPSTest::waitForOutcomes(std::size_t count) {
   return outcomes;
 }
 
-bool HTTPSTest::waitForMoreOutcomes() {
+bool HTTPSTest::waitForMoreOutcomes(std::size_t than) {
   std::unique_lock<std::mutex> lock(mutex_);
-  return changed_.wait_for(lock, patience,
-                           [this, before = outcomes_.size()] { return outcomes_.size() > before; });
+  return changed_.wait_for(lock, patience, [this, than] { return outcomes_.size() > than; });
 }
 
 HTTPSTest::Outcome HTTPSTest::send(const URLRequest &request, std::optional<Data> body) {

@@ -55,8 +55,8 @@ class HTTPSTest : public ::testing::Test {
   std::shared_ptr<URLSessionUploadTask> taskOf(URLSession &session, const URLRequest &request,
                                                std::optional<Data> body = Data{'{', '}'});
   std::vector<Outcome> waitForOutcomes(std::size_t count);
-  /// Waits a moment for one more; false when none has come after all that patience.
-  bool waitForMoreOutcomes();
+  /// Waits until there are more than that; false when there are not after all that patience.
+  bool waitForMoreOutcomes(std::size_t than);
   /// Sends one request and waits for what becomes of it.
   Outcome send(const URLRequest &request, std::optional<Data> body = Data{'{', '}'});
   Outcome post(const std::string &url) { return send(request(url)); }

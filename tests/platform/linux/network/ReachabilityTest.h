@@ -13,6 +13,7 @@
 #include "platform/linux/network/LinuxReachability.h"
 #include "tests/platform/linux/MainLoop.h"
 #include "tests/platform/linux/network/NetworkNamespace.h"
+#include "tests/support/ChildProcess.h"
 
 namespace kx {
 
@@ -58,6 +59,10 @@ class ReachabilityTest : public testing::Test {
   }
 
   std::optional<NetworkReachabilityFlags> flags() { return service->getFlags(anywhere); }
+  /// Whether they become these: the kernel takes its time to tell of a cable.
+  bool become(NetworkReachabilityFlags expected) {
+    return eventually([this, expected] { return flags() == expected; });
+  }
 
   /// Has a handle's changes kept that the main loop reports.
   std::shared_ptr<Reports> report(NetworkReachabilityRef target) {
