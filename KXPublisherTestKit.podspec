@@ -24,7 +24,7 @@ Pod::Spec.new do |spec|
   spec.source_files = 'include/KXPublisher/testkit/*.h', 'platform/simulated/Simulated*.cpp',
                       'bindings/objective-c/testkit/*.mm'
   spec.public_header_files = 'include/KXPublisher/testkit/*.h'
-  spec.preserve_paths = 'include/**/*.{h,hpp}', 'packaging/about.json'
+  spec.preserve_paths = 'include/**/*.{h,hpp}', 'platform/{foundation,simulated}/*.h', 'packaging/about.json'
   spec.requires_arc = true
   spec.pod_target_xcconfig = {
     'CLANG_CXX_LANGUAGE_STANDARD' => 'c++17',

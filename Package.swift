@@ -21,12 +21,12 @@ let elsewhere = ["platform/json", "publisher/KXConstants.cpp"]
 let device = ["platform/apple", "bindings/objective-c"]
 let simulated = [
   "platform/simulated/SimulatedApplication.cpp", "platform/simulated/SimulatedBundle.cpp",
-  "platform/simulated/SimulatedCollectionService.cpp", "platform/simulated/SimulatedLocation.cpp",
-  "platform/simulated/SimulatedPlatform.cpp", "platform/simulated/SimulatedReachability.cpp",
-  "platform/simulated/SimulatedRunLoop.cpp", "platform/simulated/SimulatedScheduler.cpp",
-  "platform/simulated/SimulatedFiber.cpp", "platform/simulated/SimulatedScope.cpp",
-  "platform/simulated/SimulatedSingleInstances.cpp", "platform/simulated/SimulatedTrace.cpp",
-  "platform/simulated/SimulatedTelephony.cpp", "platform/simulated/SimulatedWebView.cpp",
+  "platform/simulated/SimulatedCollectionService.cpp", "platform/simulated/SimulatedFiber.cpp",
+  "platform/simulated/SimulatedLocation.cpp", "platform/simulated/SimulatedPlatform.cpp",
+  "platform/simulated/SimulatedReachability.cpp", "platform/simulated/SimulatedRunLoop.cpp",
+  "platform/simulated/SimulatedScheduler.cpp", "platform/simulated/SimulatedScope.cpp",
+  "platform/simulated/SimulatedSingleInstances.cpp", "platform/simulated/SimulatedTelephony.cpp",
+  "platform/simulated/SimulatedTrace.cpp", "platform/simulated/SimulatedWebView.cpp",
 ]
 let testKit = ["bindings/objective-c/testkit"]
 

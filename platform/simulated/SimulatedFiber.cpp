@@ -34,7 +34,11 @@
 #ifdef KX_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
 // Not even their calls are noted: one that begins on one stack ends on another.
+#ifdef __clang__
 #define KX_SWITCHES __attribute__((disable_sanitizer_instrumentation))
+#else
+#define KX_SWITCHES __attribute__((no_sanitize("thread")))
+#endif
 #else
 #define KX_SWITCHES
 #endif

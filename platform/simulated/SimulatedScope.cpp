@@ -45,14 +45,14 @@ class DeviceOfTheScope : public Platform {
   }
 };
 
-DeviceOfTheScope *installed = nullptr;
+DeviceOfTheScope *processPlace = nullptr;
 
 DeviceOfTheScope &forTheProcess() {
-  if (installed != nullptr) return *installed;
+  if (processPlace != nullptr) return *processPlace;
   auto platform = std::make_unique<DeviceOfTheScope>();
   DeviceOfTheScope *const made = platform.get();
   if (!Platform::install(std::move(platform))) throw std::logic_error("the process has a platform already");
-  return *(installed = made);
+  return *(processPlace = made);
 }
 
 SimulatedPlatform &newDevice(std::uint64_t seed) {
@@ -92,7 +92,7 @@ void SimulatedScope::end() {
   // ends.
   device.switchOff();
   const std::string kept = releaseSingleInstances();
-  auto last = std::move(installed->current);
+  auto last = std::move(processPlace->current);
   if (kept.empty()) return;
   static auto &leftToThem = *new std::vector<std::unique_ptr<SimulatedPlatform>>;
   leftToThem.push_back(std::move(last));
