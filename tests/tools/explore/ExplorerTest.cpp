@@ -51,6 +51,19 @@ TEST(Explorer, TakesWhatIsThrownForABrokenPromise) {
   EXPECT_EQ(explorer.play(Story::ofSeed(1)), "something was thrown: thrown");
 }
 
+// Two answers that refuse wait for a suspended process. When it is resumed, the login that the first leads to
+// may have ended as the second arrives, which then leads to another: it was refused after the token came, for
+// all anyone can tell.
+TEST(Explorer, CountsARefusalFromWhenTheProcessLearnsOfIt) {
+  const Explorer explorer;
+  Story story;
+  story.events = {{Happening::timePasses, 10},  {Happening::tokensAreRevoked, 0}, {Happening::hostReports, 3},
+                  {Happening::isSuspended, 0},  {Happening::loginIsAnswered, 10},  // at once
+                  {Happening::timePasses, 300}, {Happening::isResumed, 0}};
+  for (story.seed = 1; story.seed <= 200; ++story.seed)
+    ASSERT_EQ(explorer.play(story), std::nullopt) << story.text();
+}
+
 TEST(Story, IsAlwaysTheSameForItsSeed) {
   EXPECT_EQ(Story::ofSeed(5).text(), Story::ofSeed(5).text());
   EXPECT_NE(Story::ofSeed(5).text(), Story::ofSeed(6).text());
