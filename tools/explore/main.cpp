@@ -68,14 +68,14 @@ int main(int count, char **arguments) {
   long long first = 1;
   long long replayed = 0;
   const char *picture = nullptr;
-  for (int i = 1; i < count; ++i) {
-    const std::string option = arguments[i];
-    const char *const value = i + 1 < count ? arguments[i + 1] : nullptr;
+  for (int next = 1; next < count;) {
+    const std::string option = arguments[next++];
     if (option == "--help") {
       std::fputs(usage, stdout);
       return 0;
     }
-    if (value == nullptr) return refuse();
+    if (next == count) return refuse();
+    const char *const value = arguments[next++];
     if (option == "--schedules") {
       schedules = numberOf(value);
     } else if (option == "--first") {
@@ -88,7 +88,6 @@ int main(int count, char **arguments) {
     } else {
       return refuse();
     }
-    ++i;
   }
   // 0 is no seed: it stands for the order of first in, first out.
   if (schedules < 1 || first < 1 || replayed < 0 || (picture != nullptr && replayed == 0)) return refuse();
