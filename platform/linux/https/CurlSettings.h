@@ -29,6 +29,11 @@ struct CurlSettings {
   /// seconds after the login, and several reports can come together when the host changes sides; after that
   /// there is nothing to wait for.
   std::chrono::milliseconds linger = std::chrono::seconds(6);
+  /// How many requests run at a time, each on a connection of its own if they go to one host. iOS allows a
+  /// host as many.
+  static constexpr std::size_t maximumInFlight = 4;
+  /// With those that are kept for the next request.
+  static constexpr long maximumConnections = 8;
   /// How many requests wait for their turn at the most; those that come then fail. More than a host makes in
   /// a burst, and no more than some 40 MB.
   std::size_t maximumWaiting = 16'384;

@@ -25,11 +25,6 @@ constexpr const char *outOfResources = "curl has run out of memory or file descr
 constexpr const char *processEnds = "The process is ending";
 constexpr const char *tooManyWait = "Too many requests are waiting";
 
-// As many at a time, each on a connection of its own if they go to one host. iOS allows a host as many.
-constexpr std::size_t maximumInFlight = 4;
-// With those that are kept for the next request.
-constexpr long maximumConnections = 8;
-
 Error initialisationError(const char *reason) {
   return {"libcurl", CURLE_FAILED_INIT, reason};
 }
@@ -41,9 +36,10 @@ class CurlTransport::Loop {
  public:
   explicit Loop(CurlTransport &transport) : transport_(transport), multi_(curl_multi_init()) {
     if (multi_ == nullptr) return;
-    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, static_cast<long>(maximumInFlight));
-    curl_multi_setopt(multi_, CURLMOPT_MAX_TOTAL_CONNECTIONS, maximumConnections);
-    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, maximumConnections);
+    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
+                      static_cast<long>(CurlSettings::maximumInFlight));
+    curl_multi_setopt(multi_, CURLMOPT_MAX_TOTAL_CONNECTIONS, CurlSettings::maximumConnections);
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, CurlSettings::maximumConnections);
     CurlProcess::watch(multi_);
     transport_.setWakeable(multi_);
   }
@@ -63,7 +59,7 @@ class CurlTransport::Loop {
   bool run() {
     // Without the sockets that wake it the thread would sleep through new requests.
     if (multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) return false;
-    requests_.reserve(maximumInFlight);
+    requests_.reserve(CurlSettings::maximumInFlight);
     lastProgress_ = Clock::now();
     stayUntil_ = lastProgress_ + transport_.settings_.linger;
     do {
@@ -84,10 +80,10 @@ class CurlTransport::Loop {
  private:
   using Clock = CurlRequest::Clock;
 
-  bool mayAdmit() const { return requests_.size() < maximumInFlight && transport_.anyWaits(); }
+  bool mayAdmit() const { return requests_.size() < CurlSettings::maximumInFlight && transport_.anyWaits(); }
 
   void admit() {
-    while (requests_.size() < maximumInFlight) {
+    while (requests_.size() < CurlSettings::maximumInFlight) {
       auto request = transport_.takeWaiting();
       if (request == nullptr) return;
       requests_.push_back(std::move(request));  // first: one that is lost on the way is still to be failed
