@@ -14,7 +14,7 @@ namespace kx {
 
 namespace {
 
-constexpr const char *usableIdentifier = "\"ifa\":\"6D92078A-8246-4BA4-AE5B-76104861E7DC\"";
+constexpr const char *usableIdentifier = R"("ifa":"6D92078A-8246-4BA4-AE5B-76104861E7DC")";
 
 KXNetworking &networking() {
   return *KXLogger::sharedInstanceWithApiToken({}, {})->kxNetworking();
@@ -94,7 +94,7 @@ void Promises::messageArrives(const SimulatedRequest &request, const SimulatedRe
   if (!usableIdentifier_) breaks("a message without a usable identifier");
   if (text.find(usableIdentifier) == std::string::npos)
     breaks("a message without the device's identifier: " + text);
-  const auto id = text.find("\"id\":\"");
+  const auto id = text.find(R"("id":")");
   if (id == std::string::npos || !identifiers_.insert(text.substr(id, 42)).second) {
     breaks("a message that was sent before, or has no identifier: " + text);
   }
