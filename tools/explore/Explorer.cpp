@@ -81,7 +81,7 @@ class Play {
       if (!device_.scheduler.isSuspended()) look();
       if (promises_.broken()) return promises_.broken();
       if (another_ != nullptr) {
-        if (const auto broken = another_(device_)) return broken;
+        if (auto broken = another_(device_)) return broken;
       }
     }
     return std::nullopt;
