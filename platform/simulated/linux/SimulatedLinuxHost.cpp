@@ -41,7 +41,8 @@ bool LinuxHost::setOptions(LinuxHostOptions options) noexcept {
   try {
     SimulatedPlatform *const device = SimulatedPlatform::made();
     if (device == nullptr) {
-      SimulatedPlatform::whenNextIsMade([options](SimulatedPlatform &next) { give(next, options); });
+      SimulatedPlatform::whenNextIsMade(
+          [options = std::move(options)](SimulatedPlatform &next) { give(next, options); });
     } else if (device->wasUsed()) {
       device->optionsCameTooLate = true;
       return false;
