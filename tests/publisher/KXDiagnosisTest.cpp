@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "KXPublisher/publisher/KXLogger.h"
+
 namespace kx {
 namespace {
 
