@@ -130,7 +130,7 @@ Request Connection::parsedRequest() {
 }
 
 void Connection::take(const Request &request, Answer answer, bool keepAlive) {
-  deadline_.cancel();
+  limit_.reset();
   idleSince_.reset();
   const auto shared = std::make_shared<const Answer>(std::move(answer));
   log_.receive(
@@ -224,11 +224,23 @@ void Connection::drain() {
 }
 
 void Connection::limitTime(std::chrono::milliseconds time) {
-  deadline_.expires_after(time);
+  limit_ = std::chrono::steady_clock::now() + time;
+  // A timer that goes off too early costs less than one that is set anew for each request.
+  if (isTimerSet_ && deadline_.expiry() <= *limit_) return;
+  setTimer();
+}
+
+void Connection::setTimer() {
+  isTimerSet_ = true;
+  deadline_.expires_at(*limit_);
   deadline_.async_wait([weakly = weak_from_this()](ErrorCode error) {
     const auto self = weakly.lock();
     // It may have been set anew since it went off.
-    if (error || self == nullptr || self->deadline_.expiry() > net::steady_timer::clock_type::now()) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (error || self == nullptr || self->deadline_.expiry() > now) return;
+    self->isTimerSet_ = false;
+    if (!self->limit_) return;
+    if (*self->limit_ > now) return self->setTimer();
     self->whyClosed_ = "it took too long";
     self->close();
   });

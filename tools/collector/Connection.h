@@ -69,6 +69,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   /// Closes the connection when that time is over, unless another limit is set before. Beast's own timeouts
   /// let a client get away that always has sent something already.
   void limitTime(std::chrono::milliseconds time);
+  /// To go off at the limit.
+  void setTimer();
   /// The same for what the client has to do.
   void waitForClient(std::chrono::milliseconds time);
   void close();
@@ -88,7 +90,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   boost::asio::ip::address address_;
   std::string client_;
   boost::asio::steady_timer deadline_;
-  std::string whyClosed_;  // by the server itself; otherwise empty
+  bool isTimerSet_ = false;
+  std::optional<Time> limit_;  // absent while nothing limits the connection's time
+  std::string whyClosed_;      // by the server itself; otherwise empty
   std::optional<Time> idleSince_;
   std::chrono::steady_clock::time_point headerTime_;  // when the header of the request at hand had come
   std::chrono::steady_clock::time_point answering_;   // since when its answer is being sent

@@ -88,7 +88,9 @@ void checkPosition(const Document &message, Texts &warnings) {
 }
 
 void checkAddresses(const Document &message, Texts &warnings) {
-  for (const Document &address : message.value("ips", Document::array())) {
+  const auto found = message.find("ips");
+  if (found == message.end()) return;
+  for (const Document &address : *found) {
     if (address.is_string() && isIPv4Address(address.get_ref<const std::string &>())) continue;
     warnings.push_back("\"ips\" has what is no IPv4 address: " + printable(address));
     return;
@@ -117,9 +119,11 @@ std::vector<std::string> Warnings::about(const Document &message, system_clock::
   }
   checkText(message, "id", isUUID, "a UUID", warnings);
   checkText(message, "ifa", isUUID, "a UUID", warnings);
-  const std::string id = message.value("id", "");
-  if (isKnown_.count(id) != 0)
-    warnings.push_back("a message with the \"id\" " + quote(id) + " has come before");
+  const auto id = message.find("id");
+  if (id != message.end() && id->is_string() && isKnown_.count(id->get_ref<const std::string &>()) != 0) {
+    warnings.push_back("a message with the \"id\" " + quote(id->get_ref<const std::string &>()) +
+                       " has come before");
+  }
   checkTime(message, now, warnings);
   checkPosition(message, warnings);
   checkText(message, "country", isCountryCode, "a code of two letters", warnings);

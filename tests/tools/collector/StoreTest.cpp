@@ -215,6 +215,41 @@ TEST_P(StoreTest, MayBeUsedOnManyThreads) {
   EXPECT_EQ(store->counts({}).all, 400u);
 }
 
+TEST_P(StoreTest, KeepsHowLongEachAnswerTook) {
+  const auto store = open();
+  // Some are written by then, and some are not.
+  for (std::int64_t number = 1; number <= 2500; ++number) {
+    const std::uint64_t id = store->append(message());
+    store->setSendTime(id, 10 * number);
+    if (number % 700 == 0) store->setSendTime(id - 500, 1);
+    if (number % 900 == 0) store->addWarning(id, "late");
+  }
+  for (const RecordSummary &summary : store->requests({}, 2500).requests) {
+    const bool isSetTwice = (summary.id + 500) % 700 == 0 && summary.id <= 2000;
+    EXPECT_EQ(summary.microseconds.send, isSetTwice ? 1 : static_cast<std::int64_t>(10 * summary.id));
+    EXPECT_THAT(summary.warnings, SizeIs(summary.id % 900 == 0 ? 1 : 0)) << summary.id;
+  }
+}
+
+TEST_P(StoreTest, WhatIsForgottenAtOnceStaysForgotten) {
+  const auto store = open();
+  const std::uint64_t id = store->append(message());
+  store->setSendTime(id, 7);
+  store->reset();
+  store->setSendTime(id, 8);
+  EXPECT_EQ(store->counts({}).all, 0u);
+  const std::uint64_t next = store->append(message());
+  store->setSendTime(next, 9);
+  EXPECT_EQ(store->record(next)->microseconds.send, 9);
+}
+
+TEST_P(StoreTest, HeaderFieldsAreKeptWhateverIsInThem) {
+  const auto store = open();
+  Record given = message();
+  given.headerFields = {{"A", ""}, {"\"", "\\"}, {"tab", "\t\x7F"}, {"\xC3\xBC", "a, b;c=\"d\""}};
+  EXPECT_EQ(store->record(store->append(given))->headerFields, given.headerFields);
+}
+
 TEST_P(StoreTest, PagesTellWhetherThereAreMore) {
   const auto store = open();
   for (int count = 0; count < 3; ++count) store->append(message());
