@@ -28,10 +28,9 @@ void addFunctions(Database &database) {
                              contains, nullptr, nullptr, nullptr);
 }
 
-Store::Writer::Writer(Database &database, std::size_t keep, std::size_t maximumSize)
+Store::Writer::Writer(Database &database, std::size_t keep)
     : database_(database),
       keep_(keep),
-      maximumSize_(maximumSize),
       insertRequest_(database,
                      "INSERT INTO request VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14,?15,?16,"
                      "?17,?18,?19,?20)"),
@@ -60,8 +59,8 @@ void Store::Writer::apply(std::deque<Change> &changes) {
   }
 }
 
-void Store::Writer::append(const Record &record, std::size_t size) {
-  pending_.push_back({record, size, record.microseconds.send});
+void Store::Writer::append(const Record &record) {
+  pending_.push_back({record, record.microseconds.send});
 }
 
 void Store::Writer::insertPending() {
@@ -115,8 +114,6 @@ void Store::Writer::insert(const Pending &pending) {
   content.bindBytes(10, answerFields);
   content.run();
   lastId_ = record.id;
-  sizes_.push_back(pending.size);
-  size_ += pending.size;
 }
 
 void Store::Writer::setSendTime(std::uint64_t id, std::int64_t microseconds) {
@@ -146,17 +143,10 @@ void Store::Writer::reset() {
   insertPending();
   database_.execute("DELETE FROM request");
   database_.execute("DELETE FROM content");
-  sizes_.clear();
-  size_ = 0;
 }
 
 void Store::Writer::prune() {
-  std::uint64_t gone = lastId_ > keep_ ? lastId_ - keep_ : 0;
-  while (sizes_.size() > keep_ || (size_ > maximumSize_ && sizes_.size() > 1)) {
-    size_ -= sizes_.front();
-    sizes_.pop_front();
-    gone = std::max(gone, lastId_ - sizes_.size());
-  }
+  const std::uint64_t gone = lastId_ > keep_ ? lastId_ - keep_ : 0;
   if (gone <= gone_) return;
   gone_ = gone;
   for (Statement *statement : {&deleteRequests_, &deleteContents_}) {

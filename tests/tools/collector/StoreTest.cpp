@@ -289,15 +289,46 @@ TEST(StoreInMemoryTest, IsKeptAtOnce) {
   EXPECT_TRUE(isKept);
 }
 
-TEST(StoreInMemoryTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
-  std::promise<void> goOn;
-  const std::shared_future<void> mayGoOn = goOn.get_future();
+TEST(StoreInMemoryTest, ManyAreFoundInEitherDirection) {
   Store store;
-  store.onChange([mayGoOn] { mayGoOn.wait(); });
-  for (int count = 0; count < 100; ++count) store.append(message());
-  EXPECT_EQ(store.lastId(), 100u);
-  goOn.set_value();
-  EXPECT_EQ(store.counts({}).all, 100u);
+  for (int count = 0; count < 1600; ++count) store.append(count % 800 == 7 ? refusal("odd") : message());
+  RecordFilter filter;
+  filter.accepted = false;
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), ElementsAre(8, 808));
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(808, 8));
+  filter = {};
+  filter.after = 1597;
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), ElementsAre(1598, 1599, 1600));
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(1600, 1599, 1598));
+  filter.after = UINT64_MAX >> 1;
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), IsEmpty());
+  filter = {};
+  filter.before = 3;
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(2, 1));
+  filter.text = "ODD";
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), IsEmpty());
+  filter.before = 809;
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(808, 8));
+  EXPECT_EQ(store.previous(*store.record(1600)), 1599u);
+  EXPECT_THAT(store.devices(), SizeIs(1));
+  EXPECT_EQ(store.devices().front().messages, 1598u);
+  EXPECT_THAT(store.records({}, 3), SizeIs(3));
+}
+
+TEST(StoreInMemoryTest, WhoeverReadsMayGoOnWhenWhatIsReadHasGone) {
+  RecordMemory memory(2, SIZE_MAX);
+  for (int count = 0; count < 2; ++count) memory.append(message());
+  const auto read = memory.entries({1, 2}, /*newestFirst=*/false, 10);
+  memory.addWarning(2, "late");
+  memory.reset();
+  memory.setSendTime(2, 5);
+  memory.append(message());
+  ASSERT_THAT(read, SizeIs(2));
+  EXPECT_EQ(read[1].record->id, 2u);
+  EXPECT_THAT(read[1].record->warnings, IsEmpty());
+  EXPECT_EQ(read[1].send, 0);
+  EXPECT_THAT(memory.entries({1, 2}, false, 10), IsEmpty());
+  EXPECT_THAT(memory.entries({0, UINT64_MAX}, true, 10), SizeIs(1));
 }
 
 TEST(StoreInAFileTest, TellsWhenItIsKept) {
@@ -311,6 +342,18 @@ TEST(StoreInAFileTest, TellsWhenItIsKept) {
     there.set_value(failure ? -1 : other.number("SELECT count(*) FROM content"));
   });
   EXPECT_EQ(there.get_future().get(), 1);
+}
+
+TEST(StoreInAFileTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
+  const TemporaryDirectory temporary;
+  std::promise<void> goOn;
+  const std::shared_future<void> mayGoOn = goOn.get_future();
+  Store store(temporary.path() + "/requests");
+  store.onChange([mayGoOn] { mayGoOn.wait(); });
+  for (int count = 0; count < 100; ++count) store.append(message());
+  EXPECT_EQ(store.lastId(), 100u);
+  goOn.set_value();
+  EXPECT_EQ(store.counts({}).all, 100u);
 }
 
 TEST(StoreInAFileTest, IsBoundedByItsNumberAlone) {
