@@ -53,11 +53,11 @@ std::string tokenIn(const Request &request) {
 
 /// The "ifa" of a message, as far as it could be read.
 std::optional<std::string> deviceIn(const Answer &answer) {
-  const bool isMessage = answer.endpoint == Endpoint::message && answer.document &&
-                         answer.document->is_array() && !answer.document->empty();
-  if (!isMessage || !answer.document->front().is_object()) return std::nullopt;
-  const auto found = answer.document->front().find("ifa");
-  if (found == answer.document->front().end() || !found->is_string()) return std::nullopt;
+  if (answer.message != nullptr) return std::string((*answer.message)["ifa"].text);
+  const Document *const message = answer.messageObject();
+  if (message == nullptr) return std::nullopt;
+  const auto found = message->find("ifa");
+  if (found == message->end() || !found->is_string()) return std::nullopt;
   return found->get<std::string>();
 }
 
@@ -122,6 +122,17 @@ HeaderFields Answer::fields() const {
   return fields;
 }
 
+std::optional<Document> Answer::wholeDocument() const {
+  if (message != nullptr && text) return parseDocument(*text);
+  return document;
+}
+
+const Document *Answer::messageObject() const {
+  const bool isArray =
+      endpoint == Endpoint::message && document && document->is_array() && !document->empty();
+  return isArray && document->front().is_object() ? &document->front() : nullptr;
+}
+
 CollectionService::CollectionService(CollectionServiceSettings settings)
     : settings_(std::move(settings)), tokens_(settings_.maximumTokens, settings_.tokenLifetime) {
   addFaults(Fault::Endpoint::login, settings_.login, faults_);
@@ -144,14 +155,21 @@ Answer CollectionService::receive(const Request &request, std::chrono::steady_cl
   if (isAccepted && answer.endpoint == Endpoint::login && !answer.drop && !answer.accessToken) {
     answer.accessToken = tokens_.issue(now);
   }
-  if (isAccepted && answer.endpoint == Endpoint::message && answer.document) {
-    const Document &message = answer.document->front();
-    answer.warnings = warnings_.about(message, std::chrono::system_clock::now());
-    warnings_.remember(message["id"].get_ref<const std::string &>());
-  }
+  if (isAccepted) lookAt(answer);
   answer.workTime =
       std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
   return answer;
+}
+
+void CollectionService::lookAt(Answer &answer) {
+  const auto time = std::chrono::system_clock::now();
+  if (answer.message != nullptr) {
+    answer.warnings = warnings_.about(*answer.message, time);
+    warnings_.remember(std::string((*answer.message)["id"].text));
+  } else if (const Document *const message = answer.messageObject()) {
+    answer.warnings = warnings_.about(*message, time);
+    warnings_.remember((*message)["id"].get_ref<const std::string &>());
+  }
 }
 
 void CollectionService::accept(const Request &request, std::chrono::steady_clock::time_point now,
@@ -173,6 +191,12 @@ void CollectionService::accept(const Request &request, std::chrono::steady_clock
     throw Refusal(413, "the body has more than " + std::to_string(settings_.maximumBodySize) + " bytes");
   }
   answer.text = unpackGzipMember(request.body, settings_.maximumBodySize);
+  if (answer.endpoint == Endpoint::message) {
+    if (auto values = MessageValues::read(*answer.text)) {
+      answer.message = std::make_shared<const MessageValues>(std::move(*values));
+      return;
+    }
+  }
   answer.document = parseDocument(*answer.text);
   if (answer.endpoint == Endpoint::login) {
     checkLoginDocument(*answer.document);

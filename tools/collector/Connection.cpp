@@ -1,11 +1,11 @@
 #include "tools/collector/Connection.h"
 
+#include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/error.hpp>
-#include <boost/beast/http/read.hpp>
-#include <boost/beast/http/write.hpp>
+#include <boost/beast/http/status.hpp>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -19,6 +19,8 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 
 namespace {
+
+constexpr std::size_t sizeOfRecord = 16384;  // of TLS
 
 std::chrono::microseconds microsecondsSince(std::chrono::steady_clock::time_point begin) {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
@@ -51,8 +53,8 @@ std::optional<Answer> answerTo(const boost::system::error_code &error, std::size
 
 }  // namespace
 
-Connection::Connection(net::ip::tcp::socket socket, net::ssl::context &tls, CollectionService &service,
-                       EventLog &log, const ServerLimits &limits)
+Connection::Connection(Socket socket, net::ssl::context &tls, CollectionService &service, EventLog &log,
+                       const ServerLimits &limits)
     : stream_(std::move(socket), tls),
       service_(service),
       log_(log),
@@ -78,14 +80,44 @@ void Connection::start() {
 }
 
 void Connection::readRequest() {
-  parser_ = std::make_unique<Parser>();
+  parser_.emplace();
   parser_->header_limit(limits_.maximumHeaderSize);
   parser_->body_limit(service_.maximumBodySize());
   waitForClient(limits_.timeout);
   header_ = {};
-  http::async_read_header(
-      stream_, buffer_, *parser_,
-      [self = shared_from_this()](ErrorCode error, std::size_t) { self->headerRead(error); });
+  isHeaderRead_ = false;
+  readOn();
+}
+
+void Connection::readOn() {
+  // A header is looked at before anything of its body is taken.
+  parser_->eager(isHeaderRead_);
+  while (!isRead()) {
+    if (buffer_.size() == 0) return receive();
+    ErrorCode error;
+    buffer_.consume(parser_->put(buffer_.data(), error));
+    if (error == http::error::need_more) return receive();
+    if (error) return partRead(error);
+  }
+  partRead({});
+}
+
+void Connection::receive() {
+  const std::size_t room = buffer_.max_size() - buffer_.size();
+  if (room == 0) return partRead(http::error::buffer_overflow);
+  stream_.async_read_some(
+      buffer_.prepare(std::min(room, sizeOfRecord)),
+      [self = shared_from_this()](ErrorCode error, std::size_t size) { self->received(error, size); });
+}
+
+void Connection::received(ErrorCode error, std::size_t size) {
+  buffer_.commit(size);
+  if (!error) return readOn();
+  if (error != net::error::eof) return partRead(error);
+  if (!parser_->got_some()) return partRead(http::error::end_of_stream);
+  error = {};
+  parser_->put_eof(error);
+  partRead(error);
 }
 
 void Connection::headerRead(ErrorCode error) {
@@ -101,9 +133,8 @@ void Connection::headerRead(ErrorCode error) {
     answer.reason = refusal->what();
     return take(header_, std::move(answer), /*keepAlive=*/false);
   }
-  http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](ErrorCode failure, std::size_t) {
-    self->requestRead(failure);
-  });
+  isHeaderRead_ = true;
+  readOn();
 }
 
 void Connection::requestRead(ErrorCode error) {
@@ -159,12 +190,9 @@ void Connection::answer(const Answer &answer, bool keepAlive) {
 }
 
 void Connection::stall(const Answer &answer) {
-  prepare(answer, /*keepAlive=*/true);
-  std::ostringstream text;
-  text << response_;
-  half_ = text.str();
-  half_.resize(half_.size() / 2);
-  net::async_write(stream_, net::buffer(half_),
+  response_ = textOf(answer, /*keepAlive=*/true);
+  response_.resize(response_.size() / 2);
+  net::async_write(stream_, net::buffer(response_),
                    [self = shared_from_this(), time = answer.stall.value_or(std::chrono::milliseconds(0))](
                        ErrorCode error, std::size_t) {
                      if (error) return;
@@ -174,35 +202,40 @@ void Connection::stall(const Answer &answer) {
 }
 
 void Connection::respond(const Answer &answer, bool keepAlive) {
-  prepare(answer, keepAlive);
+  response_ = textOf(answer, keepAlive);
+  keepAlive_ = keepAlive;
   limitTime(limits_.timeout);
   answering_ = std::chrono::steady_clock::now();
-  http::async_write(stream_, response_,
-                    [self = shared_from_this()](ErrorCode error, std::size_t) { self->responded(error); });
+  net::async_write(stream_, net::buffer(response_),
+                   [self = shared_from_this()](ErrorCode error, std::size_t) { self->responded(error); });
 }
 
-void Connection::prepare(const Answer &answer, bool keepAlive) {
-  response_ = {};
-  response_.version(11);
-  response_.result(answer.status);
-  response_.keep_alive(keepAlive);
+std::string Connection::textOf(const Answer &answer, bool keepAlive) const {
+  std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
+  const auto phrase = http::obsolete_reason(http::int_to_status(answer.status));
+  text.append(phrase.data(), phrase.size()) += "\r\n";
+  const auto add = [&text](const std::string &name, const std::string &value) {
+    text.append(name).append(": ").append(value) += "\r\n";
+  };
+  if (!keepAlive) add("Connection", "close");
   // A client of before HTTP/1.1 takes a connection for closed unless it is told.
   const bool isOld = parser_->get().version() < 11;
-  if (keepAlive && isOld) response_.set(http::field::connection, "keep-alive");
-  for (const auto &[name, value] : answer.fields()) response_.insert(name, value);
-  if (mayHaveBody(parser_->get().method(), answer.status)) {
-    if (!answer.reason.empty()) response_.body() = answer.reason + "\n";
-    if (answer.download != nullptr) response_.body() = answer.download->body;
-  } else {
-    response_.erase(http::field::content_type);
+  if (keepAlive && isOld) add("Connection", "keep-alive");
+  const bool hasBody = mayHaveBody(parser_->get().method(), answer.status);
+  for (const auto &[name, value] : answer.fields()) {
+    if (hasBody || name != "Content-Type") add(name, value);
   }
-  response_.prepare_payload();
+  std::string body;
+  if (hasBody && !answer.reason.empty()) body = answer.reason + "\n";
+  if (hasBody && answer.download != nullptr) body = answer.download->body;
+  add("Content-Length", std::to_string(body.size()));
+  return (text += "\r\n") += body;
 }
 
 void Connection::responded(ErrorCode error) {
   if (error) return log_.failed(client_, "the answer could not be sent: " + reasonFor(error));
   log_.answered(client_, microsecondsSince(answering_));
-  if (response_.keep_alive()) return readRequest();
+  if (keepAlive_) return readRequest();
   sayGoodbye();
 }
 

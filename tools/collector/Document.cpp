@@ -1,9 +1,6 @@
 #include "tools/collector/Document.h"
 
-#include <rapidjson/reader.h>
-
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <iterator>
 #include <utility>
@@ -107,79 +104,6 @@ class Builder {
   bool isObjectSeen_ = false;
 };
 
-/// Hands what RapidJSON reads to a builder. Numbers come as they are written, and become what they are in the
-/// other reader's hands: it has a type for those with a sign.
-class QuickHandler {
- public:
-  explicit QuickHandler(Builder &builder) : builder_(builder) {}
-
-  // What the reader calls.
-  bool Null() { return builder_.null(); }
-  bool Bool(bool value) { return builder_.boolean(value); }
-  bool String(const char *text, unsigned size, bool) { return builder_.string(std::string(text, size)); }
-  bool Key(const char *text, unsigned size, bool) { return builder_.key(std::string(text, size)); }
-  bool StartObject() { return builder_.start_object(0); }
-  bool StartArray() { return builder_.start_array(0); }
-  bool EndObject(unsigned) { return builder_.end_object(); }
-  bool EndArray(unsigned) { return builder_.end_array(); }
-  bool RawNumber(const char *text, unsigned size, bool) {
-    const std::string_view number(text, size);
-    if (number.find_first_of(".eE") != std::string_view::npos) {
-      double value = 0;
-      return isRead(number, value) && builder_.number_float(value, {});
-    }
-    if (number.front() == '-') {
-      Document::number_integer_t value = 0;
-      return isRead(number, value) && builder_.number_integer(value);
-    }
-    Document::number_unsigned_t value = 0;
-    return isRead(number, value) && builder_.number_unsigned(value);
-  }
-  // Numbers do not come so.
-  static bool Int(int) { return false; }
-  static bool Uint(unsigned) { return false; }
-  static bool Int64(std::int64_t) { return false; }
-  static bool Uint64(std::uint64_t) { return false; }
-  static bool Double(double) { return false; }
-
- private:
-  /// False when it is out of range.
-  template <typename Value>
-  static bool isRead(std::string_view number, Value &value) {
-    const char *const end = number.data() + number.size();
-    const auto [next, error] = std::from_chars(number.data(), end, value);
-    return error == std::errc() && next == end;
-  }
-
-  Builder &builder_;
-};
-
-/// Whether nothing unusual is in a text. RapidJSON takes a zero for the end, and the second half of a
-/// surrogate pair alone for a character; and it is faster where it need not look for what is not UTF-8.
-bool isPlainJSON(const std::string &text) {
-  const bool isASCII = std::all_of(text.begin(), text.end(),
-                                   [](char character) { return character > 0 && character <= 0x7E; });
-  return isASCII && text.find("\\u") == std::string::npos;
-}
-
-/// The document, if the text is plain; in less time than the other reader takes. Whatever is refused is left
-/// to that one, which knows why and where.
-std::optional<Document> readQuickly(const std::string &text) {
-  if (!isPlainJSON(text)) return std::nullopt;
-  std::string copy = text;  // in which it unescapes, and in which numbers stay as they are
-  rapidjson::InsituStringStream stream(copy.data());
-  Builder builder(copy.size());
-  QuickHandler handler(builder);
-  rapidjson::Reader reader;
-  try {
-    constexpr unsigned flags = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
-    if (reader.Parse<flags>(stream, handler).IsError()) return std::nullopt;
-  } catch (const Refusal &) {
-    return std::nullopt;
-  }
-  return builder.take();
-}
-
 /// What changes how the text around it is shown, or is not seen itself: a client could make one value look
 /// like another by it.
 bool isEscaped(char32_t character) {
@@ -256,16 +180,9 @@ Document parseDocument(const std::string &text) {
     throw Refusal(400, "the JSON text begins with a byte order mark",
                   {Subject::Part::bytes, {0, byteOrderMark.size()}});
   }
-  if (auto document = readQuickly(text)) return std::move(*document);
   Builder builder(text.size());
   Document::sax_parse(text, &builder);
   return builder.take();
-}
-
-std::optional<double> numberAt(const Document &document, std::string_view key) {
-  const auto found = document.find(key);
-  if (found == document.end() || !found->is_number()) return std::nullopt;
-  return found->get<double>();
 }
 
 std::string printable(const Document &value) {

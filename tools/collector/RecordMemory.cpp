@@ -27,9 +27,12 @@ std::uint64_t RecordMemory::append(Record record) {
   shared->id = ++lastId_;
   entries_.push_back({shared, send, size});
   size_ += size;
-  while (entries_.size() > keep_ || (size_ > maximumSize_ && entries_.size() > 1))
-    gone.push_back(takeFirst());
+  while (isTooMuch()) gone.push_back(takeFirst());
   return lastId_;
+}
+
+bool RecordMemory::isTooMuch() const {
+  return entries_.size() > keep_ || (size_ > maximumSize_ && entries_.size() > 1);
 }
 
 RecordMemory::Entry RecordMemory::takeFirst() {

@@ -47,6 +47,7 @@ class RecordMemory {
  private:
   /// Null when it is not there.
   Entry *find(std::uint64_t id);
+  bool isTooMuch() const;
   Entry takeFirst();
 
   const std::size_t keep_;
