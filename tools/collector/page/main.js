@@ -344,7 +344,7 @@ async function start() {
   theme(Object.hasOwn(THEMES, kept) ? kept : "auto");
   restore();
   listen({
-    request: arrived, reset, faults: (switches) => faults.show(switches),
+    request: arrived, reset, faults: (switches) => faults.told(switches),
     state: (link) => {
       if (link === "live" && document.body.dataset.link === "lost") loading.catchUp().catch((error) => say(error.message));
       document.body.dataset.link = link;
@@ -356,7 +356,7 @@ async function start() {
     byId("live").title = `${status.service}, version ${status.version}`;
     welcome();
     offerPhone();
-    faults.show(await api.faults());
+    await faults.ask();
     await loading.load();
   } catch (error) {
     say(error.message);
