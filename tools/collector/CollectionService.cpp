@@ -24,13 +24,14 @@ Endpoint endpointFor(const std::string &target) {
   return Endpoint::unknown;
 }
 
-void checkField(const Request &request, const std::string &name, const std::string &expected) {
-  const auto values = request.values(name);
-  if (values.empty()) throw Refusal(415, "the header " + name + " is missing, it must be " + expected);
+void checkField(const Request &request, std::string_view field, std::string_view expected) {
+  const auto values = request.values(field);
+  if (values.size() == 1 && values.front() == expected) return;
+  const std::string name(field);
+  const std::string wanted(expected);
+  if (values.empty()) throw Refusal(415, "the header " + name + " is missing, it must be " + wanted);
   if (values.size() > 1) throw Refusal(415, "the header " + name + " is there more than once");
-  if (values.front() != expected) {
-    throw Refusal(415, "the header " + name + " must be " + expected + " and is " + quote(values.front()));
-  }
+  throw Refusal(415, "the header " + name + " must be " + wanted + " and is " + quote(values.front()));
 }
 
 /// In the text that the refusal is about.
@@ -48,7 +49,8 @@ std::optional<OffendingBytes> offendingBytes(const Subject &subject, const std::
 /// Of a request that has passed the checks.
 std::string tokenIn(const Request &request) {
   const auto values = request.values("Authorization");
-  return values.empty() ? "" : values.front().substr(std::min(bearer.size(), values.front().size()));
+  return values.empty() ? ""
+                        : std::string(values.front().substr(std::min(bearer.size(), values.front().size())));
 }
 
 /// The "ifa" of a message, as far as it could be read.
@@ -96,8 +98,8 @@ void addFaults(Fault::Endpoint endpoint, const EndpointFaults &settings, Faults 
 
 }  // namespace
 
-std::vector<std::string> Request::values(std::string_view name) const {
-  std::vector<std::string> found;
+std::vector<std::string_view> Request::values(std::string_view name) const {
+  std::vector<std::string_view> found;
   for (const auto &[field, value] : fields) {
     if (field.size() == name.size() && strncasecmp(field.data(), name.data(), name.size()) == 0) {
       found.push_back(value);
@@ -265,11 +267,11 @@ void CollectionService::checkAuthorization(const Request &request, Endpoint endp
   }
   if (values.empty()) throw Refusal(403, "the header Authorization is missing");
   if (values.size() > 1) throw Refusal(403, "the header Authorization is there more than once");
-  const std::string &value = values.front();
+  const std::string_view value = values.front();
   if (value.compare(0, bearer.size(), bearer) != 0) {
     throw Refusal(403, "the header Authorization must be \"Bearer\", one blank and the access token");
   }
-  if (!tokens_.accept(std::string_view(value).substr(bearer.size()), now)) {
+  if (!tokens_.accept(value.substr(bearer.size()), now)) {
     throw Refusal(403, unknownTokenReason);
   }
 }

@@ -28,8 +28,8 @@ struct Request {
   /// From the end of its header to its last byte.
   std::chrono::microseconds receiveTime{0};
 
-  /// The values of all header fields of that name, in any case of letters.
-  std::vector<std::string> values(std::string_view name) const;
+  /// The values of all header fields of that name, in any case of letters. They are the request's.
+  std::vector<std::string_view> values(std::string_view name) const;
 };
 
 enum class Endpoint { unknown, login, message };

@@ -21,6 +21,7 @@ namespace http = beast::http;
 namespace {
 
 constexpr std::size_t sizeOfRecord = 16384;  // of TLS
+constexpr std::size_t usualFields = 12;
 
 std::chrono::microseconds microsecondsSince(std::chrono::steady_clock::time_point begin) {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
@@ -124,6 +125,7 @@ void Connection::headerRead(ErrorCode error) {
   headerTime_ = std::chrono::steady_clock::now();
   const auto &message = parser_->get();
   header_ = {std::string(message.method_string()), std::string(message.target()), {}, {}, {}};
+  header_.fields.reserve(usualFields);
   for (const auto &field : message)
     header_.fields.emplace_back(std::string(field.name_string()), std::string(field.value()));
   if (error) return requestFailed(error);

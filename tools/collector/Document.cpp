@@ -156,9 +156,14 @@ std::string escaped(char32_t character) {
   return text;
 }
 
+bool isASCII(char character) {
+  return static_cast<unsigned char>(character) < 0x7F;
+}
+
 /// JSON text, in valid UTF-8, has no control character below the blank; the others are written as JSON writes
 /// those.
 std::string escapeControlCharacters(std::string_view json) {
+  if (std::all_of(json.begin(), json.end(), isASCII)) return std::string(json);
   std::string text;
   while (!json.empty()) {
     const std::string_view next = json.substr(0, sizeOfCharacter(static_cast<unsigned char>(json.front())));

@@ -18,6 +18,7 @@ namespace {
 
 // It looks at so many bytes at a time, and one of them has to be the zero that ends the text.
 constexpr std::size_t sizeBeyond = 16;
+constexpr std::size_t usualElements = 4;
 
 /// Whether nothing unusual is in a text. RapidJSON takes a zero for the end, and the second half of a
 /// surrogate pair alone for a character; and it is faster where it need not look for what is not UTF-8.
@@ -83,7 +84,7 @@ class MessageValues::Reader {
   bool StartArray() {
     if (go(Place::begin, Place::array)) return true;
     if (!go(Place::message, Place::elements)) return false;
-    values_.elements_.emplace_back();
+    values_.elements_.emplace_back().reserve(usualElements);
     return true;
   }
   bool EndArray(unsigned) {

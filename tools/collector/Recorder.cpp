@@ -115,9 +115,9 @@ void Recorder::follow(std::uint64_t id, const Request &request, const Answer &an
   if (answer.accessToken) {
     logins_.push_back({id, *answer.accessToken, std::chrono::steady_clock::now()});
     if (logins_.size() > maximumLogins) logins_.pop_front();
-  } else if (answer.endpoint == Endpoint::message) {
+  } else if (answer.endpoint == Endpoint::message && !logins_.empty()) {
     // Refused or not: its client goes on, and its record tells what is wrong.
-    for (const std::string &value : request.values("Authorization")) {
+    for (const std::string_view value : request.values("Authorization")) {
       logins_.erase(std::remove_if(logins_.begin(), logins_.end(),
                                    [&value](const Login &login) { return value == "Bearer " + login.token; }),
                     logins_.end());
