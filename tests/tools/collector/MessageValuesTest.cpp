@@ -116,6 +116,8 @@ TEST(MessageValuesTest, AreAbsentForWhatIsRefused) {
       {"\"B1C2\"", "\"\""},      // empty
       {"1700000000000", "1"},    // no whole second
       {"1700000000000", "1e3"},  // no integer
+      {"1700000000000", "18446744073709551616"},
+      {"\"city\"", "\"sdkVer\""},  // twice, and good in itself
       {"1700000000000", "18446744073709551000"},
       {"52.520008", "1e999"},
       {"52.520008", "012"},

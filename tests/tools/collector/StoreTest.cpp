@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/support/ChildProcess.h"
+#include "tools/collector/MemoryTables.h"
 #include "tools/collector/Store.h"
 
 namespace kx::collector {
@@ -261,9 +262,9 @@ TEST_P(StoreTest, PagesTellWhetherThereAreMore) {
 TEST(StoreInMemoryTest, KeepsAsManyAsFitTheOldestGoFirst) {
   Store store(std::nullopt, 100, /*maximumSize=*/10000);
   Record record = message();
-  record.body = std::string(1000, 'x');
+  record.body = std::string(900, 'x');
   record.text = std::string(500, 'x');
-  record.headerFields = {{"X", std::string(400, 'x')}};
+  record.headerFields = {{"X", std::string(800, 'x')}};
   for (int count = 0; count < 10; ++count) store.append(record);
   EXPECT_THAT(idsOf(store.requests({}, 20)), ElementsAre(8, 9, 10));
   EXPECT_FALSE(store.record(7));
@@ -329,6 +330,18 @@ TEST(StoreInMemoryTest, WhoeverReadsMayGoOnWhenWhatIsReadHasGone) {
   EXPECT_EQ(read[1].send, 0);
   EXPECT_THAT(memory.entries({1, 2}, false, 10), IsEmpty());
   EXPECT_THAT(memory.entries({0, UINT64_MAX}, true, 10), SizeIs(1));
+}
+
+TEST(StoreInMemoryTest, ItsTablesAreForReadingInAnyOrder) {
+  RecordMemory memory(10, SIZE_MAX);
+  for (const char *device : {"B", "A", "C"}) memory.append(message(device));
+  Database database(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  addMemoryTables(database, memory);
+  EXPECT_EQ(database.number("SELECT id FROM request ORDER BY device"), 2);
+  EXPECT_EQ(database.number("SELECT id FROM request ORDER BY device DESC"), 3);
+  EXPECT_EQ(database.number("SELECT id FROM request WHERE id >= 2 AND id <= 2"), 2);
+  EXPECT_EQ(database.number("SELECT count(*) FROM request WHERE id < -1"), 0);
+  EXPECT_THROW(database.execute("DELETE FROM request"), DatabaseError);
 }
 
 TEST(StoreInAFileTest, TellsWhenItIsKept) {
