@@ -369,6 +369,16 @@ TEST(StoreInAFileTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
   EXPECT_EQ(store.counts({}).all, 100u);
 }
 
+TEST(StoreInAFileTest, WhatIsTooOldGoesWithItsContent) {
+  const TemporaryDirectory temporary;
+  const std::string file = temporary.path() + "/requests";
+  Store store(file, 2);
+  for (int count = 0; count < 5; ++count) store.append(message());
+  EXPECT_EQ(store.counts({}).all, 2u);
+  Database other(file, SQLITE_OPEN_READWRITE);
+  EXPECT_EQ(other.number("SELECT count(*) FROM content"), 2);
+}
+
 TEST(StoreInAFileTest, IsBoundedByItsNumberAlone) {
   const TemporaryDirectory temporary;
   {
