@@ -83,7 +83,7 @@ void Connection::start() {
 }
 
 void Connection::readRequest() {
-  parser_.emplace();
+  parser_ = std::make_unique<Parser>();
   parser_->header_limit(limits_.maximumHeaderSize);
   parser_->body_limit(service_.maximumBodySize());
   waitForClient(limits_.timeout);
@@ -261,15 +261,16 @@ void Connection::drain() {
 }
 
 void Connection::limitTime(std::chrono::milliseconds time) {
-  limit_ = std::chrono::steady_clock::now() + time;
+  const Time limit = std::chrono::steady_clock::now() + time;
+  limit_ = limit;
   // A timer that goes off too early costs less than one that is set anew for each request.
-  if (isTimerSet_ && deadline_.expiry() <= *limit_) return;
-  setTimer();
+  if (isTimerSet_ && deadline_.expiry() <= limit) return;
+  setTimer(limit);
 }
 
-void Connection::setTimer() {
+void Connection::setTimer(Time limit) {
   isTimerSet_ = true;
-  deadline_.expires_at(*limit_);
+  deadline_.expires_at(limit);
   deadline_.async_wait([weakly = weak_from_this()](ErrorCode error) {
     const auto self = weakly.lock();
     // It may have been set anew since it went off.
@@ -277,7 +278,7 @@ void Connection::setTimer() {
     if (error || self == nullptr || self->deadline_.expiry() > now) return;
     self->isTimerSet_ = false;
     if (!self->limit_) return;
-    if (*self->limit_ > now) return self->setTimer();
+    if (*self->limit_ > now) return self->setTimer(*self->limit_);
     self->whyClosed_ = "it took too long";
     self->close();
   });

@@ -85,8 +85,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   /// Closes the connection when that time is over, unless another limit is set before. Beast's own timeouts
   /// let a client get away that always has sent something already.
   void limitTime(std::chrono::milliseconds time);
-  /// To go off at the limit.
-  void setTimer();
+  /// To go off then.
+  void setTimer(Time limit);
   /// The same for what the client has to do.
   void waitForClient(std::chrono::milliseconds time);
   void close();
@@ -113,8 +113,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::chrono::steady_clock::time_point headerTime_;  // when the header of the request at hand had come
   std::chrono::steady_clock::time_point answering_;   // since when its answer is being sent
   boost::beast::flat_buffer buffer_{maximumBufferSize};
-  std::optional<Parser> parser_;  // of the request at hand
-  Request header_;                // the same one's, without a body
+  std::unique_ptr<Parser> parser_;  // of the request at hand
+  Request header_;                  // the same one's, without a body
   bool isHeaderRead_ = false;
   std::string response_;  // or half of it
   bool keepAlive_ = false;

@@ -45,7 +45,6 @@ class Builder {
   bool end_array() { return close(); }
 
   bool key(std::string key) {
-    checkDepth();
     auto &members = open_.back()->get_ref<Document::object_t &>();
     for (const auto &[other, value] : members) {
       if (other == key) throw Refusal(400, "the key " + quote(key) + " stands twice in one object");
@@ -63,10 +62,6 @@ class Builder {
   }
 
  private:
-  void checkDepth() const {
-    if (open_.size() > maximumDepth) throw Refusal(400, "the JSON text is nested too deeply");
-  }
-
   template <typename Value>
   bool add(Value &&value) {
     place() = std::forward<Value>(value);
@@ -91,7 +86,7 @@ class Builder {
 
   /// Where the next value goes.
   Document &place() {
-    checkDepth();
+    if (open_.size() > maximumDepth) throw Refusal(400, "the JSON text is nested too deeply");
     if (open_.empty()) return root_;
     if (open_.back()->is_object()) return *member_;
     return open_.back()->get_ref<Document::array_t &>().emplace_back();

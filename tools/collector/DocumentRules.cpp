@@ -20,45 +20,45 @@ enum class Presence { required, optional };
 struct Rule {
   std::string_view key;
   Presence presence;
-  bool (*holds)(const Value &value);
+  bool (*holds)(const JSONValue &value);
   const char *expected;
 };
 
-bool isText(const Value &value) {
+bool isText(const JSONValue &value) {
   return value.isText();
 }
-bool isFilledText(const Value &value) {
+bool isFilledText(const JSONValue &value) {
   return value.isText() && !value.text.empty();
 }
-bool isNumber(const Value &value) {
+bool isNumber(const JSONValue &value) {
   return value.isNumber();
 }
-bool isInteger(const Value &value) {
+bool isInteger(const JSONValue &value) {
   return value.isInteger();
 }
-bool isObject(const Value &value) {
-  return value.type == Value::Type::object;
+bool isObject(const JSONValue &value) {
+  return value.type == JSONValue::Type::object;
 }
-bool isArrayOfTexts(const Value &value) {
-  return value.type == Value::Type::array && std::all_of(value.begin(), value.end(), isText);
+bool isArrayOfTexts(const JSONValue &value) {
+  return value.type == JSONValue::Type::array && std::all_of(value.begin(), value.end(), isText);
 }
-bool isFilledArrayOfTexts(const Value &value) {
+bool isFilledArrayOfTexts(const JSONValue &value) {
   return isArrayOfTexts(value) && value.size != 0;
 }
-bool isArrayOfOneText(const Value &value) {
+bool isArrayOfOneText(const JSONValue &value) {
   return isArrayOfTexts(value) && value.size == 1;
 }
-bool isZeroOrOne(const Value &value) {
+bool isZeroOrOne(const JSONValue &value) {
   return value.isInteger() && (value.signedInteger() == 0 || value.signedInteger() == 1);
 }
-bool isConnectionType(const Value &value) {
+bool isConnectionType(const JSONValue &value) {
   return value.isText() && (value.text == "WIFI" || value.text == "CELLULAR");
 }
-bool isWholeSeconds(const Value &value) {
+bool isWholeSeconds(const JSONValue &value) {
   // Milliseconds in a signed 64-bit integer; every number that is not negative is read as an unsigned one.
   return value.isInteger() && value.fitsInteger() && value.signedInteger() % 1000 == 0;
 }
-bool isAdvertisingIdentifier(const Value &value) {
+bool isAdvertisingIdentifier(const JSONValue &value) {
   return isFilledText(value) && value.text != "00000000-0000-0000-0000-000000000000";
 }
 
@@ -68,10 +68,10 @@ const std::vector<Rule> documentRules = {
 };
 
 const std::vector<Rule> headerRules = {
-    {"typ", Presence::required, [](const Value &value) { return value.isText() && value.text == "JWT"; },
+    {"typ", Presence::required, [](const JSONValue &value) { return value.isText() && value.text == "JWT"; },
      R"("JWT")"},
-    {"alg", Presence::required, [](const Value &value) { return value.isText() && value.text == "HS256"; },
-     R"("HS256")"},
+    {"alg", Presence::required,
+     [](const JSONValue &value) { return value.isText() && value.text == "HS256"; }, R"("HS256")"},
 };
 
 const std::vector<Rule> payloadRules = {
@@ -134,8 +134,8 @@ const Rule *ruleFor(const std::string &key, const std::vector<Rule> &rules) {
 struct KeyHash {
   std::size_t operator()(std::string_view key) const {
     if (key.empty()) return 0;
-    return key.size() + 31 * static_cast<unsigned char>(key.front()) +
-           997 * static_cast<unsigned char>(key.back());
+    return key.size() + std::size_t{31} * static_cast<unsigned char>(key.front()) +
+           std::size_t{997} * static_cast<unsigned char>(key.back());
   }
 };
 
@@ -207,7 +207,7 @@ std::size_t messageRuleCount() {
   return messageRules.size();
 }
 
-bool keepsMessageRule(std::size_t number, const Value &value) {
+bool keepsMessageRule(std::size_t number, const JSONValue &value) {
   const Rule &rule = messageRules[number];
   return value ? rule.holds(value) : rule.presence == Presence::optional;
 }

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "tools/collector/Document.h"
-#include "tools/collector/Value.h"
+#include "tools/collector/JSONValue.h"
 
 namespace kx::collector {
 
@@ -26,6 +26,6 @@ std::optional<std::size_t> messageRule(std::string_view key);
 /// How many rules there are for the keys of messages.
 std::size_t messageRuleCount();
 /// Whether a message may have that value, which may be absent, under the key of that rule.
-bool keepsMessageRule(std::size_t number, const Value &value);
+bool keepsMessageRule(std::size_t number, const JSONValue &value);
 
 }  // namespace kx::collector

@@ -40,19 +40,19 @@ std::optional<Number> numberOf(std::string_view text) {
 }
 
 /// As the document's reader has it: integers without a sign are natural numbers.
-Value valueOfNumber(std::string_view text) {
-  Value value;
+JSONValue valueOfNumber(std::string_view text) {
+  JSONValue value;
   if (text.find_first_of(".eE") != std::string_view::npos) {
     const auto number = numberOf<double>(text);
-    if (number) value.type = Value::Type::fraction;
+    if (number) value.type = JSONValue::Type::fraction;
     value.fraction = number.value_or(0);
   } else if (text.front() == '-') {
     const auto number = numberOf<std::int64_t>(text);
-    if (number) value.type = Value::Type::integer;
+    if (number) value.type = JSONValue::Type::integer;
     value.integer = number.value_or(0);
   } else {
     const auto number = numberOf<std::uint64_t>(text);
-    if (number) value.type = Value::Type::natural;
+    if (number) value.type = JSONValue::Type::natural;
     value.natural = number.value_or(0);
   }
   return value;
@@ -69,9 +69,9 @@ class MessageValues::Reader {
   bool isWhole() const { return place_ == Place::end; }
 
   // What RapidJSON calls; false ends it.
-  bool Null() { return addOfType(Value::Type::null); }
-  bool Bool(bool) { return addOfType(Value::Type::boolean); }
-  bool String(const char *text, unsigned size, bool) { return add(Value::ofText({text, size})); }
+  bool Null() { return addOfType(JSONValue::Type::null); }
+  bool Bool(bool) { return addOfType(JSONValue::Type::boolean); }
+  bool String(const char *text, unsigned size, bool) { return add(JSONValue::ofText({text, size})); }
   bool RawNumber(const char *text, unsigned size, bool) { return add(valueOfNumber({text, size})); }
   bool Key(const char *text, unsigned size, bool) {
     const auto rule = messageRule({text, size});
@@ -91,8 +91,8 @@ class MessageValues::Reader {
     if (go(Place::lastBracket, Place::end)) return true;
     if (!go(Place::elements, Place::message)) return false;
     const auto &elements = values_.elements_.back();
-    Value value;
-    value.type = Value::Type::array;
+    JSONValue value;
+    value.type = JSONValue::Type::array;
     value.elements = elements.data();
     value.size = elements.size();
     return add(value);
@@ -113,13 +113,13 @@ class MessageValues::Reader {
     return true;
   }
 
-  bool addOfType(Value::Type type) {
-    Value value;
+  bool addOfType(JSONValue::Type type) {
+    JSONValue value;
     value.type = type;
     return add(value);
   }
 
-  bool add(const Value &value) {
+  bool add(const JSONValue &value) {
     if (!value) return false;
     if (place_ == Place::elements) {
       values_.elements_.back().push_back(value);
@@ -162,8 +162,8 @@ std::optional<MessageValues> MessageValues::read(std::string_view json) {
   return values;
 }
 
-const Value &MessageValues::operator[](std::string_view key) const {
-  static const Value absent;
+const JSONValue &MessageValues::operator[](std::string_view key) const {
+  static const JSONValue absent;
   const auto rule = messageRule(key);
   return rule ? values_[*rule] : absent;
 }

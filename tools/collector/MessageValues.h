@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/collector/Value.h"
+#include "tools/collector/JSONValue.h"
 
 namespace kx::collector {
 
@@ -24,15 +24,15 @@ class MessageValues {
   MessageValues &operator=(MessageValues &&) = default;
 
   /// An absent one when the message does not have it.
-  const Value &operator[](std::string_view key) const;
+  const JSONValue &operator[](std::string_view key) const;
 
  private:
   class Reader;
 
   MessageValues();
 
-  std::vector<char> text_;     // of values
-  std::vector<Value> values_;  // by the numbers of their rules
+  std::vector<char> text_;         // of values
+  std::vector<JSONValue> values_;  // by the numbers of their rules
   ArrayElements elements_;
 };
 

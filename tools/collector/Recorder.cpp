@@ -19,12 +19,12 @@ std::int64_t now() {
   return std::chrono::duration_cast<milliseconds>(sinceEpoch).count();
 }
 
-std::optional<std::string> textIn(const Value &value) {
+std::optional<std::string> textIn(const JSONValue &value) {
   if (!value.isText()) return std::nullopt;
   return std::string(beginningOf(value.text, maximumSizeInLists));
 }
 
-std::optional<double> numberIn(const Value &value) {
+std::optional<double> numberIn(const JSONValue &value) {
   if (!value.isNumber()) return std::nullopt;
   return value.number();
 }
@@ -37,7 +37,8 @@ void summarize(const MessageValues &message, RecordSummary &summary) {
   summary.latitude = numberIn(message["lat"]);
   summary.longitude = numberIn(message["lon"]);
   summary.horizontalAccuracy = numberIn(message["horizontalAccuracy"]);
-  if (const Value &time = message["eventTime"]; time.isInteger()) summary.eventTime = time.signedInteger();
+  if (const JSONValue &time = message["eventTime"]; time.isInteger())
+    summary.eventTime = time.signedInteger();
 }
 
 const char *kindOf(Endpoint endpoint) {

@@ -60,14 +60,14 @@ bool isIPv4Address(const std::string &text) {
 
 void checkText(const MessageValues &message, std::string_view key, bool (*isUsual)(std::string_view),
                const char *usual, Texts &warnings) {
-  const Value &value = message[key];
+  const JSONValue &value = message[key];
   if (!value.isText() || isUsual(value.text)) return;
   warnings.push_back(quote(key) + " is not " + usual + ": " + printable(value));
 }
 
 void checkRange(const MessageValues &message, std::string_view key, double minimum, double maximum,
                 Texts &warnings) {
-  const Value &value = message[key];
+  const JSONValue &value = message[key];
   if (!value.isNumber() || (value.number() >= minimum && value.number() <= maximum)) return;
   warnings.push_back(quote(key) + " is beyond what there is: " + printable(value));
 }
@@ -78,8 +78,8 @@ void checkPosition(const MessageValues &message, Texts &warnings) {
   checkRange(message, "horizontalAccuracy", 0, 20037508, warnings);  // half way around the Earth
   checkRange(message, "altitude", -12000, 100000, warnings);
   checkRange(message, "tzOffset", -12 * 3600, 14 * 3600, warnings);
-  const Value &latitude = message["lat"];
-  const Value &longitude = message["lon"];
+  const JSONValue &latitude = message["lat"];
+  const JSONValue &longitude = message["lon"];
   if (latitude.isNumber() != longitude.isNumber()) {
     warnings.emplace_back(R"("lat" and "lon" do not come together)");
   } else if (latitude.isNumber() && std::abs(latitude.number()) + std::abs(longitude.number()) < 1e-6) {
@@ -88,7 +88,7 @@ void checkPosition(const MessageValues &message, Texts &warnings) {
 }
 
 void checkAddresses(const MessageValues &message, Texts &warnings) {
-  for (const Value &address : message["ips"]) {
+  for (const JSONValue &address : message["ips"]) {
     if (address.isText() && isIPv4Address(std::string(address.text))) continue;
     warnings.push_back("\"ips\" has what is no IPv4 address: " + printable(address));
     return;
@@ -96,7 +96,7 @@ void checkAddresses(const MessageValues &message, Texts &warnings) {
 }
 
 void checkTime(const MessageValues &message, system_clock::time_point now, Texts &warnings) {
-  const Value &time = message["eventTime"];
+  const JSONValue &time = message["eventTime"];
   if (!time.isInteger()) return;
   const auto arrival = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
   // The difference of the two might not fit into an integer.
@@ -131,7 +131,7 @@ std::vector<std::string> Warnings::about(const MessageValues &message, system_cl
   Texts warnings;
   checkText(message, "id", isUUID, "a UUID", warnings);
   checkText(message, "ifa", isUUID, "a UUID", warnings);
-  if (const Value &id = message["id"]; id.isText() && isKnown_.count(std::string(id.text)) != 0) {
+  if (const JSONValue &id = message["id"]; id.isText() && isKnown_.count(std::string(id.text)) != 0) {
     warnings.push_back("a message with the \"id\" " + quote(id.text) + " has come before");
   }
   checkTime(message, now, warnings);

@@ -40,7 +40,7 @@ bool isAccepted(const std::string &text) {
   }
 }
 
-void expectEqual(const Value &value, const Value &expected) {
+void expectEqual(const JSONValue &value, const JSONValue &expected) {
   EXPECT_EQ(value.type, expected.type);
   EXPECT_EQ(value.text, expected.text);
   EXPECT_EQ(value.fraction, expected.fraction);
@@ -199,10 +199,10 @@ TEST(MessageValuesTest, OfADocumentAreThoseOfKnownKeys) {
   EXPECT_EQ(values["lat"].text, "north");
   EXPECT_EQ(values["eventTime"].number(), 1.5);
   EXPECT_FALSE(values["other"]);
-  EXPECT_EQ(values["zip"].type, Value::Type::object);
-  std::vector<Value::Type> types;
-  for (const Value &value : values["ips"]) types.push_back(value.type);
-  EXPECT_THAT(types, ElementsAre(Value::Type::natural, Value::Type::null, Value::Type::boolean));
+  EXPECT_EQ(values["zip"].type, JSONValue::Type::object);
+  std::vector<JSONValue::Type> types;
+  for (const JSONValue &value : values["ips"]) types.push_back(value.type);
+  EXPECT_THAT(types, ElementsAre(JSONValue::Type::natural, JSONValue::Type::null, JSONValue::Type::boolean));
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 namespace kx::collector {
 
 /// A JSON value as the rules look at it. It does not own its text, nor the elements of an array.
-struct Value {
+struct JSONValue {
   enum class Type { absent, null, boolean, fraction, integer, natural, text, array, object };
 
   Type type = Type::absent;
@@ -20,10 +20,10 @@ struct Value {
   double fraction = 0;
   std::int64_t integer = 0;   ///< with a sign
   std::uint64_t natural = 0;  ///< without one
-  const Value *elements = nullptr;
+  const JSONValue *elements = nullptr;
   std::size_t size = 0;  ///< of an array
 
-  static Value ofText(std::string_view text);
+  static JSONValue ofText(std::string_view text);
 
   explicit operator bool() const { return type != Type::absent; }
   bool isText() const { return type == Type::text; }
@@ -36,17 +36,17 @@ struct Value {
     return type == Type::integer ? integer : static_cast<std::int64_t>(natural);
   }
 
-  const Value *begin() const { return elements; }
-  const Value *end() const { return elements + size; }
+  const JSONValue *begin() const { return elements; }
+  const JSONValue *end() const { return elements + size; }
 };
 
 /// Where the elements of arrays live.
-using ArrayElements = std::list<std::vector<Value>>;
+using ArrayElements = std::list<std::vector<JSONValue>>;
 
 /// The document has to outlive it.
-Value valueOf(const Document &document, ArrayElements &elements);
+JSONValue valueOf(const Document &document, ArrayElements &elements);
 
 /// A text or a number as JSON text that is safe to print on a terminal, cut off where it is long.
-std::string printable(const Value &value);
+std::string printable(const JSONValue &value);
 
 }  // namespace kx::collector

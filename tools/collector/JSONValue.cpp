@@ -1,65 +1,65 @@
-#include "tools/collector/Value.h"
+#include "tools/collector/JSONValue.h"
 
 namespace kx::collector {
 
-Value Value::ofText(std::string_view text) {
-  Value value;
+JSONValue JSONValue::ofText(std::string_view text) {
+  JSONValue value;
   value.type = Type::text;
   value.text = text;
   return value;
 }
 
-double Value::number() const {
+double JSONValue::number() const {
   if (type == Type::fraction) return fraction;
   return type == Type::integer ? static_cast<double>(integer) : static_cast<double>(natural);
 }
 
-Value valueOf(const Document &document, ArrayElements &elements) {
-  Value value;
+JSONValue valueOf(const Document &document, ArrayElements &elements) {
+  JSONValue value;
   switch (document.type()) {
     case Document::value_t::object:
-      value.type = Value::Type::object;
+      value.type = JSONValue::Type::object;
       break;
     case Document::value_t::array: {
       auto &values = elements.emplace_back();
       for (const Document &element : document) values.push_back(valueOf(element, elements));
-      value.type = Value::Type::array;
+      value.type = JSONValue::Type::array;
       value.elements = values.data();
       value.size = values.size();
       break;
     }
     case Document::value_t::string:
-      return Value::ofText(document.get_ref<const std::string &>());
+      return JSONValue::ofText(document.get_ref<const std::string &>());
     case Document::value_t::boolean:
-      value.type = Value::Type::boolean;
+      value.type = JSONValue::Type::boolean;
       break;
     case Document::value_t::number_integer:
-      value.type = Value::Type::integer;
+      value.type = JSONValue::Type::integer;
       value.integer = document.get<std::int64_t>();
       break;
     case Document::value_t::number_unsigned:
-      value.type = Value::Type::natural;
+      value.type = JSONValue::Type::natural;
       value.natural = document.get<std::uint64_t>();
       break;
     case Document::value_t::number_float:
-      value.type = Value::Type::fraction;
+      value.type = JSONValue::Type::fraction;
       value.fraction = document.get<double>();
       break;
     default:
-      value.type = Value::Type::null;
+      value.type = JSONValue::Type::null;
   }
   return value;
 }
 
-std::string printable(const Value &value) {
+std::string printable(const JSONValue &value) {
   switch (value.type) {
-    case Value::Type::text:
+    case JSONValue::Type::text:
       return printable(Document(std::string(value.text)));
-    case Value::Type::fraction:
+    case JSONValue::Type::fraction:
       return printable(Document(value.fraction));
-    case Value::Type::integer:
+    case JSONValue::Type::integer:
       return printable(Document(value.integer));
-    case Value::Type::natural:
+    case JSONValue::Type::natural:
       return printable(Document(value.natural));
     default:
       return printable(Document());
