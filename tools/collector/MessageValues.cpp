@@ -8,6 +8,8 @@
 #include <rapidjson/reader.h>
 
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <utility>
 
 #include "tools/collector/DocumentRules.h"
@@ -29,13 +31,20 @@ bool isPlain(std::string_view json) {
          json.find("\\u") == std::string_view::npos;
 }
 
-/// Absent when it is out of range.
-template <typename Number>
-std::optional<Number> numberOf(std::string_view text) {
-  Number number = 0;
+// Absent when it is out of range.
+template <typename Integer>
+std::optional<Integer> integerOf(std::string_view text) {
+  Integer number = 0;
   const char *const end = text.data() + text.size();
   const auto [next, error] = std::from_chars(text.data(), end, number);
   if (error != std::errc() || next != end) return std::nullopt;
+  return number;
+}
+// What ends the number stands behind it. Not every standard library reads fractions by from_chars.
+std::optional<double> fractionOf(std::string_view text) {
+  char *end = nullptr;
+  const double number = std::strtod(text.data(), &end);
+  if (!std::isfinite(number) || end != text.data() + text.size()) return std::nullopt;
   return number;
 }
 
@@ -43,15 +52,15 @@ std::optional<Number> numberOf(std::string_view text) {
 JSONValue valueOfNumber(std::string_view text) {
   JSONValue value;
   if (text.find_first_of(".eE") != std::string_view::npos) {
-    const auto number = numberOf<double>(text);
+    const auto number = fractionOf(text);
     if (number) value.type = JSONValue::Type::fraction;
     value.fraction = number.value_or(0);
   } else if (text.front() == '-') {
-    const auto number = numberOf<std::int64_t>(text);
+    const auto number = integerOf<std::int64_t>(text);
     if (number) value.type = JSONValue::Type::integer;
     value.integer = number.value_or(0);
   } else {
-    const auto number = numberOf<std::uint64_t>(text);
+    const auto number = integerOf<std::uint64_t>(text);
     if (number) value.type = JSONValue::Type::natural;
     value.natural = number.value_or(0);
   }
