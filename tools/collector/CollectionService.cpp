@@ -24,13 +24,14 @@ Endpoint endpointFor(const std::string &target) {
   return Endpoint::unknown;
 }
 
-void checkField(const Request &request, const std::string &name, const std::string &expected) {
-  const auto values = request.values(name);
-  if (values.empty()) throw Refusal(415, "the header " + name + " is missing, it must be " + expected);
+void checkField(const Request &request, std::string_view field, std::string_view expected) {
+  const auto values = request.values(field);
+  if (values.size() == 1 && values.front() == expected) return;
+  const std::string name(field);
+  const std::string wanted(expected);
+  if (values.empty()) throw Refusal(415, "the header " + name + " is missing, it must be " + wanted);
   if (values.size() > 1) throw Refusal(415, "the header " + name + " is there more than once");
-  if (values.front() != expected) {
-    throw Refusal(415, "the header " + name + " must be " + expected + " and is " + quote(values.front()));
-  }
+  throw Refusal(415, "the header " + name + " must be " + wanted + " and is " + quote(values.front()));
 }
 
 /// In the text that the refusal is about.
@@ -48,16 +49,17 @@ std::optional<OffendingBytes> offendingBytes(const Subject &subject, const std::
 /// Of a request that has passed the checks.
 std::string tokenIn(const Request &request) {
   const auto values = request.values("Authorization");
-  return values.empty() ? "" : values.front().substr(std::min(bearer.size(), values.front().size()));
+  return values.empty() ? ""
+                        : std::string(values.front().substr(std::min(bearer.size(), values.front().size())));
 }
 
 /// The "ifa" of a message, as far as it could be read.
 std::optional<std::string> deviceIn(const Answer &answer) {
-  const bool isMessage = answer.endpoint == Endpoint::message && answer.document &&
-                         answer.document->is_array() && !answer.document->empty();
-  if (!isMessage || !answer.document->front().is_object()) return std::nullopt;
-  const auto found = answer.document->front().find("ifa");
-  if (found == answer.document->front().end() || !found->is_string()) return std::nullopt;
+  if (answer.message != nullptr) return std::string((*answer.message)["ifa"].text);
+  const Document *const message = answer.messageObject();
+  if (message == nullptr) return std::nullopt;
+  const auto found = message->find("ifa");
+  if (found == message->end() || !found->is_string()) return std::nullopt;
   return found->get<std::string>();
 }
 
@@ -96,8 +98,8 @@ void addFaults(Fault::Endpoint endpoint, const EndpointFaults &settings, Faults 
 
 }  // namespace
 
-std::vector<std::string> Request::values(std::string_view name) const {
-  std::vector<std::string> found;
+std::vector<std::string_view> Request::values(std::string_view name) const {
+  std::vector<std::string_view> found;
   for (const auto &[field, value] : fields) {
     if (field.size() == name.size() && strncasecmp(field.data(), name.data(), name.size()) == 0) {
       found.push_back(value);
@@ -122,6 +124,17 @@ HeaderFields Answer::fields() const {
   return fields;
 }
 
+std::optional<Document> Answer::wholeDocument() const {
+  if (message != nullptr && text) return parseDocument(*text);
+  return document;
+}
+
+const Document *Answer::messageObject() const {
+  const bool isArray =
+      endpoint == Endpoint::message && document && document->is_array() && !document->empty();
+  return isArray && document->front().is_object() ? &document->front() : nullptr;
+}
+
 CollectionService::CollectionService(CollectionServiceSettings settings)
     : settings_(std::move(settings)), tokens_(settings_.maximumTokens, settings_.tokenLifetime) {
   addFaults(Fault::Endpoint::login, settings_.login, faults_);
@@ -144,14 +157,21 @@ Answer CollectionService::receive(const Request &request, std::chrono::steady_cl
   if (isAccepted && answer.endpoint == Endpoint::login && !answer.drop && !answer.accessToken) {
     answer.accessToken = tokens_.issue(now);
   }
-  if (isAccepted && answer.endpoint == Endpoint::message && answer.document) {
-    const Document &message = answer.document->front();
-    answer.warnings = warnings_.about(message, std::chrono::system_clock::now());
-    warnings_.remember(message["id"].get_ref<const std::string &>());
-  }
+  if (isAccepted) lookAt(answer);
   answer.workTime =
       std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
   return answer;
+}
+
+void CollectionService::lookAt(Answer &answer) {
+  const auto time = std::chrono::system_clock::now();
+  if (answer.message != nullptr) {
+    answer.warnings = warnings_.about(*answer.message, time);
+    warnings_.remember(std::string((*answer.message)["id"].text));
+  } else if (const Document *const message = answer.messageObject()) {
+    answer.warnings = warnings_.about(*message, time);
+    warnings_.remember((*message)["id"].get_ref<const std::string &>());
+  }
 }
 
 void CollectionService::accept(const Request &request, std::chrono::steady_clock::time_point now,
@@ -173,6 +193,12 @@ void CollectionService::accept(const Request &request, std::chrono::steady_clock
     throw Refusal(413, "the body has more than " + std::to_string(settings_.maximumBodySize) + " bytes");
   }
   answer.text = unpackGzipMember(request.body, settings_.maximumBodySize);
+  if (answer.endpoint == Endpoint::message) {
+    if (auto values = MessageValues::read(*answer.text)) {
+      answer.message = std::make_shared<const MessageValues>(std::move(*values));
+      return;
+    }
+  }
   answer.document = parseDocument(*answer.text);
   if (answer.endpoint == Endpoint::login) {
     checkLoginDocument(*answer.document);
@@ -241,11 +267,11 @@ void CollectionService::checkAuthorization(const Request &request, Endpoint endp
   }
   if (values.empty()) throw Refusal(403, "the header Authorization is missing");
   if (values.size() > 1) throw Refusal(403, "the header Authorization is there more than once");
-  const std::string &value = values.front();
+  const std::string_view value = values.front();
   if (value.compare(0, bearer.size(), bearer) != 0) {
     throw Refusal(403, "the header Authorization must be \"Bearer\", one blank and the access token");
   }
-  if (!tokens_.accept(std::string_view(value).substr(bearer.size()), now)) {
+  if (!tokens_.accept(value.substr(bearer.size()), now)) {
     throw Refusal(403, unknownTokenReason);
   }
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +13,7 @@
 #include "tools/collector/CertificateDownload.h"
 #include "tools/collector/Document.h"
 #include "tools/collector/Faults.h"
+#include "tools/collector/MessageValues.h"
 #include "tools/collector/Record.h"
 #include "tools/collector/Warnings.h"
 
@@ -26,8 +28,8 @@ struct Request {
   /// From the end of its header to its last byte.
   std::chrono::microseconds receiveTime{0};
 
-  /// The values of all header fields of that name, in any case of letters.
-  std::vector<std::string> values(std::string_view name) const;
+  /// The values of all header fields of that name, in any case of letters. They are the request's.
+  std::vector<std::string_view> values(std::string_view name) const;
 };
 
 enum class Endpoint { unknown, login, message };
@@ -44,8 +46,10 @@ struct Answer {
   /// What a browser fetches here, which the answer carries; it lives as long as the service. Null for
   /// everything else.
   const Download *download = nullptr;
-  /// The body unpacked, as far as that could be done, and what it held, as far as that could be read.
+  /// The body unpacked, as far as that could be done, and what it held, as far as that could be read: the
+  /// values of a message like nearly every one, and the document of everything else.
   std::optional<std::string> text;
+  std::shared_ptr<const MessageValues> message;
   std::optional<Document> document;
   /// Which bytes of `text`, or of the body when that is absent, the reason is about.
   std::optional<OffendingBytes> offending;
@@ -66,6 +70,10 @@ struct Answer {
 
   /// The header fields of the answer, without those of the connection.
   HeaderFields fields() const;
+  /// The document, of a message as well; that takes longer than its values did.
+  std::optional<Document> wholeDocument() const;
+  /// The message in `document`, refused or not; null when there is none.
+  const Document *messageObject() const;
 };
 
 /// How an endpoint misbehaves, for the tests of a client.
@@ -118,6 +126,8 @@ class CollectionService {
   void checkAuthorization(const Request &request, Endpoint endpoint,
                           std::chrono::steady_clock::time_point now) const;
   void accept(const Request &request, std::chrono::steady_clock::time_point now, Answer &answer);
+  /// Warns of what is suspicious in a message.
+  void lookAt(Answer &answer);
 
   /// Lets the switches act that are on for such a request.
   void applyFaults(const Request &request, Answer &answer);

@@ -1,11 +1,11 @@
 #include "tools/collector/Connection.h"
 
+#include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/error.hpp>
-#include <boost/beast/http/read.hpp>
-#include <boost/beast/http/write.hpp>
+#include <boost/beast/http/status.hpp>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -19,6 +19,9 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 
 namespace {
+
+constexpr std::size_t sizeOfRecord = 16384;  // of TLS
+constexpr std::size_t usualFields = 12;
 
 std::chrono::microseconds microsecondsSince(std::chrono::steady_clock::time_point begin) {
   return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - begin);
@@ -51,8 +54,8 @@ std::optional<Answer> answerTo(const boost::system::error_code &error, std::size
 
 }  // namespace
 
-Connection::Connection(net::ip::tcp::socket socket, net::ssl::context &tls, CollectionService &service,
-                       EventLog &log, const ServerLimits &limits)
+Connection::Connection(Socket socket, net::ssl::context &tls, CollectionService &service, EventLog &log,
+                       const ServerLimits &limits)
     : stream_(std::move(socket), tls),
       service_(service),
       log_(log),
@@ -60,6 +63,8 @@ Connection::Connection(net::ip::tcp::socket socket, net::ssl::context &tls, Coll
       client_("a client that has gone"),
       deadline_(stream_.get_executor()),
       delay_(stream_.get_executor()) {
+  // OpenSSL's buffers, 34 kB, would be freed and allocated again for each request.
+  SSL_clear_mode(stream_.native_handle(), SSL_MODE_RELEASE_BUFFERS);
   ErrorCode error;
   const auto endpoint = stream_.next_layer().remote_endpoint(error);
   if (error) return;
@@ -83,15 +88,46 @@ void Connection::readRequest() {
   parser_->body_limit(service_.maximumBodySize());
   waitForClient(limits_.timeout);
   header_ = {};
-  http::async_read_header(
-      stream_, buffer_, *parser_,
-      [self = shared_from_this()](ErrorCode error, std::size_t) { self->headerRead(error); });
+  isHeaderRead_ = false;
+  readOn();
+}
+
+void Connection::readOn() {
+  // A header is looked at before anything of its body is taken.
+  parser_->eager(isHeaderRead_);
+  while (!isRead()) {
+    if (buffer_.size() == 0) return receive();
+    ErrorCode error;
+    buffer_.consume(parser_->put(buffer_.data(), error));
+    if (error == http::error::need_more) return receive();
+    if (error) return partRead(error);
+  }
+  partRead({});
+}
+
+void Connection::receive() {
+  const std::size_t room = buffer_.max_size() - buffer_.size();
+  if (room == 0) return partRead(http::error::buffer_overflow);
+  stream_.async_read_some(
+      buffer_.prepare(std::min(room, sizeOfRecord)),
+      [self = shared_from_this()](ErrorCode error, std::size_t size) { self->received(error, size); });
+}
+
+void Connection::received(ErrorCode error, std::size_t size) {
+  buffer_.commit(size);
+  if (!error) return readOn();
+  if (error != net::error::eof) return partRead(error);
+  if (!parser_->got_some()) return partRead(http::error::end_of_stream);
+  error = {};
+  parser_->put_eof(error);
+  partRead(error);
 }
 
 void Connection::headerRead(ErrorCode error) {
   headerTime_ = std::chrono::steady_clock::now();
   const auto &message = parser_->get();
   header_ = {std::string(message.method_string()), std::string(message.target()), {}, {}, {}};
+  header_.fields.reserve(usualFields);
   for (const auto &field : message)
     header_.fields.emplace_back(std::string(field.name_string()), std::string(field.value()));
   if (error) return requestFailed(error);
@@ -101,9 +137,8 @@ void Connection::headerRead(ErrorCode error) {
     answer.reason = refusal->what();
     return take(header_, std::move(answer), /*keepAlive=*/false);
   }
-  http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](ErrorCode failure, std::size_t) {
-    self->requestRead(failure);
-  });
+  isHeaderRead_ = true;
+  readOn();
 }
 
 void Connection::requestRead(ErrorCode error) {
@@ -130,7 +165,7 @@ Request Connection::parsedRequest() {
 }
 
 void Connection::take(const Request &request, Answer answer, bool keepAlive) {
-  deadline_.cancel();
+  limit_.reset();
   idleSince_.reset();
   const auto shared = std::make_shared<const Answer>(std::move(answer));
   log_.receive(
@@ -159,12 +194,9 @@ void Connection::answer(const Answer &answer, bool keepAlive) {
 }
 
 void Connection::stall(const Answer &answer) {
-  prepare(answer, /*keepAlive=*/true);
-  std::ostringstream text;
-  text << response_;
-  half_ = text.str();
-  half_.resize(half_.size() / 2);
-  net::async_write(stream_, net::buffer(half_),
+  response_ = textOf(answer, /*keepAlive=*/true);
+  response_.resize(response_.size() / 2);
+  net::async_write(stream_, net::buffer(response_),
                    [self = shared_from_this(), time = answer.stall.value_or(std::chrono::milliseconds(0))](
                        ErrorCode error, std::size_t) {
                      if (error) return;
@@ -174,35 +206,40 @@ void Connection::stall(const Answer &answer) {
 }
 
 void Connection::respond(const Answer &answer, bool keepAlive) {
-  prepare(answer, keepAlive);
+  response_ = textOf(answer, keepAlive);
+  keepAlive_ = keepAlive;
   limitTime(limits_.timeout);
   answering_ = std::chrono::steady_clock::now();
-  http::async_write(stream_, response_,
-                    [self = shared_from_this()](ErrorCode error, std::size_t) { self->responded(error); });
+  net::async_write(stream_, net::buffer(response_),
+                   [self = shared_from_this()](ErrorCode error, std::size_t) { self->responded(error); });
 }
 
-void Connection::prepare(const Answer &answer, bool keepAlive) {
-  response_ = {};
-  response_.version(11);
-  response_.result(answer.status);
-  response_.keep_alive(keepAlive);
+std::string Connection::textOf(const Answer &answer, bool keepAlive) const {
+  std::string text = "HTTP/1.1 " + std::to_string(answer.status) + ' ';
+  const auto phrase = http::obsolete_reason(http::int_to_status(answer.status));
+  text.append(phrase.data(), phrase.size()) += "\r\n";
+  const auto add = [&text](const std::string &name, const std::string &value) {
+    text.append(name).append(": ").append(value) += "\r\n";
+  };
+  if (!keepAlive) add("Connection", "close");
   // A client of before HTTP/1.1 takes a connection for closed unless it is told.
   const bool isOld = parser_->get().version() < 11;
-  if (keepAlive && isOld) response_.set(http::field::connection, "keep-alive");
-  for (const auto &[name, value] : answer.fields()) response_.insert(name, value);
-  if (mayHaveBody(parser_->get().method(), answer.status)) {
-    if (!answer.reason.empty()) response_.body() = answer.reason + "\n";
-    if (answer.download != nullptr) response_.body() = answer.download->body;
-  } else {
-    response_.erase(http::field::content_type);
+  if (keepAlive && isOld) add("Connection", "keep-alive");
+  const bool hasBody = mayHaveBody(parser_->get().method(), answer.status);
+  for (const auto &[name, value] : answer.fields()) {
+    if (hasBody || name != "Content-Type") add(name, value);
   }
-  response_.prepare_payload();
+  std::string body;
+  if (hasBody && !answer.reason.empty()) body = answer.reason + "\n";
+  if (hasBody && answer.download != nullptr) body = answer.download->body;
+  add("Content-Length", std::to_string(body.size()));
+  return (text += "\r\n") += body;
 }
 
 void Connection::responded(ErrorCode error) {
   if (error) return log_.failed(client_, "the answer could not be sent: " + reasonFor(error));
   log_.answered(client_, microsecondsSince(answering_));
-  if (response_.keep_alive()) return readRequest();
+  if (keepAlive_) return readRequest();
   sayGoodbye();
 }
 
@@ -224,11 +261,24 @@ void Connection::drain() {
 }
 
 void Connection::limitTime(std::chrono::milliseconds time) {
-  deadline_.expires_after(time);
+  const Time limit = std::chrono::steady_clock::now() + time;
+  limit_ = limit;
+  // A timer that goes off too early costs less than one that is set anew for each request.
+  if (isTimerSet_ && deadline_.expiry() <= limit) return;
+  setTimer(limit);
+}
+
+void Connection::setTimer(Time limit) {
+  isTimerSet_ = true;
+  deadline_.expires_at(limit);
   deadline_.async_wait([weakly = weak_from_this()](ErrorCode error) {
     const auto self = weakly.lock();
     // It may have been set anew since it went off.
-    if (error || self == nullptr || self->deadline_.expiry() > net::steady_timer::clock_type::now()) return;
+    const auto now = std::chrono::steady_clock::now();
+    if (error || self == nullptr || self->deadline_.expiry() > now) return;
+    self->isTimerSet_ = false;
+    if (!self->limit_) return;
+    if (*self->limit_ > now) return self->setTimer(*self->limit_);
     self->whyClosed_ = "it took too long";
     self->close();
   });

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <array>
+#include <boost/asio/basic_stream_socket.hpp>
+#include <boost/asio/basic_waitable_timer.hpp>
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream.hpp>
-#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http/message.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
@@ -26,9 +27,12 @@ namespace kx::collector {
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   using Time = std::chrono::steady_clock::time_point;
+  // Of an io_context and nothing else, which takes less time than those of any executor.
+  using Executor = boost::asio::io_context::executor_type;
+  using Socket = boost::asio::basic_stream_socket<boost::asio::ip::tcp, Executor>;
 
-  Connection(boost::asio::ip::tcp::socket socket, boost::asio::ssl::context &tls, CollectionService &service,
-             EventLog &log, const ServerLimits &limits);
+  Connection(Socket socket, boost::asio::ssl::context &tls, CollectionService &service, EventLog &log,
+             const ServerLimits &limits);
 
   void start();
 
@@ -47,7 +51,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
   using ErrorCode = boost::system::error_code;
   using Parser = boost::beast::http::request_parser<boost::beast::http::string_body>;
 
+  using Timer =
+      boost::asio::basic_waitable_timer<std::chrono::steady_clock,
+                                        boost::asio::wait_traits<std::chrono::steady_clock>, Executor>;
+
   void readRequest();
+  /// Takes what has been received of the header, or of the body, and waits for the rest.
+  void readOn();
+  void receive();
+  void received(ErrorCode error, std::size_t size);
+  /// Of what is being read: the header, or the whole request.
+  bool isRead() const { return isHeaderRead_ ? parser_->is_done() : parser_->is_header_done(); }
+  void partRead(ErrorCode error) { isHeaderRead_ ? requestRead(error) : headerRead(error); }
   void headerRead(ErrorCode error);
   void requestRead(ErrorCode error);
   /// The request could not be read. Answers what can be answered, and ends the connection.
@@ -60,7 +75,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void respond(const Answer &answer, bool keepAlive);
   /// Sends the first half of the answer, and lets the client wait for the rest.
   void stall(const Answer &answer);
-  void prepare(const Answer &answer, bool keepAlive);
+  /// As it goes over the wire.
+  std::string textOf(const Answer &answer, bool keepAlive) const;
   void responded(ErrorCode error);
   void sayGoodbye();
   /// Reads on for a while: what is unread when the connection goes could cost the client its answer.
@@ -69,6 +85,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   /// Closes the connection when that time is over, unless another limit is set before. Beast's own timeouts
   /// let a client get away that always has sent something already.
   void limitTime(std::chrono::milliseconds time);
+  /// To go off then.
+  void setTimer(Time limit);
   /// The same for what the client has to do.
   void waitForClient(std::chrono::milliseconds time);
   void close();
@@ -81,23 +99,26 @@ class Connection : public std::enable_shared_from_this<Connection> {
   /// headers within a body in chunks.
   static constexpr std::size_t maximumBufferSize = 65536;
 
-  boost::asio::ssl::stream<boost::asio::ip::tcp::socket> stream_;
+  boost::asio::ssl::stream<Socket> stream_;
   CollectionService &service_;
   EventLog &log_;
   const ServerLimits limits_;
   boost::asio::ip::address address_;
   std::string client_;
-  boost::asio::steady_timer deadline_;
-  std::string whyClosed_;  // by the server itself; otherwise empty
+  Timer deadline_;
+  bool isTimerSet_ = false;
+  std::optional<Time> limit_;  // absent while nothing limits the connection's time
+  std::string whyClosed_;      // by the server itself; otherwise empty
   std::optional<Time> idleSince_;
   std::chrono::steady_clock::time_point headerTime_;  // when the header of the request at hand had come
   std::chrono::steady_clock::time_point answering_;   // since when its answer is being sent
   boost::beast::flat_buffer buffer_{maximumBufferSize};
   std::unique_ptr<Parser> parser_;  // of the request at hand
   Request header_;                  // the same one's, without a body
-  boost::beast::http::response<boost::beast::http::string_body> response_;
-  std::string half_;  // of an answer
-  boost::asio::steady_timer delay_;
+  bool isHeaderRead_ = false;
+  std::string response_;  // or half of it
+  bool keepAlive_ = false;
+  Timer delay_;
   std::array<char, 4096> discarded_;
 };
 

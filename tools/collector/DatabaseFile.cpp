@@ -78,8 +78,7 @@ std::string damageIn(const std::string &file) {
   }
 }
 
-}  // namespace
-
+/// In a database that is empty.
 void createTables(Database &database) {
   // In one step, so that no file is left that is half ours.
   Transaction transaction(database);
@@ -88,6 +87,8 @@ void createTables(Database &database) {
   database.execute(("PRAGMA user_version = " + std::to_string(schemaVersion)).c_str());
   transaction.commit();
 }
+
+}  // namespace
 
 DatabaseFile::DatabaseFile(const std::filesystem::path &file) : file_(file) {
   descriptor_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR);

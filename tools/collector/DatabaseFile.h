@@ -29,7 +29,4 @@ class DatabaseFile {
   int descriptor_ = -1;
 };
 
-/// Makes the tables in a database that is empty.
-void createTables(Database &database);
-
 }  // namespace kx::collector

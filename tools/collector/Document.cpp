@@ -37,21 +37,20 @@ class Builder {
   bool number_integer(Document::number_integer_t value) { return add(value); }
   bool number_unsigned(Document::number_unsigned_t value) { return add(value); }
   bool number_float(Document::number_float_t value, const std::string &) { return add(value); }
-  bool string(const std::string &value) { return add(value); }
+  bool string(std::string value) { return add(std::move(value)); }
   static bool binary(const Document::binary_t &) { return false; }  // JSON text has none
   bool start_object(std::size_t) { return open(Document::value_t::object); }
   bool start_array(std::size_t) { return open(Document::value_t::array); }
   bool end_object() { return close(); }
   bool end_array() { return close(); }
 
-  bool key(const std::string &key) {
-    checkDepth();
+  bool key(std::string key) {
     auto &members = open_.back()->get_ref<Document::object_t &>();
     for (const auto &[other, value] : members) {
       if (other == key) throw Refusal(400, "the key " + quote(key) + " stands twice in one object");
     }
     if (members.size() == maximumMembers) throw Refusal(400, "an object in the JSON text has too many keys");
-    member_ = &members.Container::emplace_back(key, Document()).second;
+    member_ = &members.Container::emplace_back(std::move(key), Document()).second;
     return true;
   }
 
@@ -63,10 +62,6 @@ class Builder {
   }
 
  private:
-  void checkDepth() const {
-    if (open_.size() > maximumDepth) throw Refusal(400, "the JSON text is nested too deeply");
-  }
-
   template <typename Value>
   bool add(Value &&value) {
     place() = std::forward<Value>(value);
@@ -91,7 +86,7 @@ class Builder {
 
   /// Where the next value goes.
   Document &place() {
-    checkDepth();
+    if (open_.size() > maximumDepth) throw Refusal(400, "the JSON text is nested too deeply");
     if (open_.empty()) return root_;
     if (open_.back()->is_object()) return *member_;
     return open_.back()->get_ref<Document::array_t &>().emplace_back();
@@ -156,9 +151,14 @@ std::string escaped(char32_t character) {
   return text;
 }
 
+bool isASCII(char character) {
+  return static_cast<unsigned char>(character) < 0x7F;
+}
+
 /// JSON text, in valid UTF-8, has no control character below the blank; the others are written as JSON writes
 /// those.
 std::string escapeControlCharacters(std::string_view json) {
+  if (std::all_of(json.begin(), json.end(), isASCII)) return std::string(json);
   std::string text;
   while (!json.empty()) {
     const std::string_view next = json.substr(0, sizeOfCharacter(static_cast<unsigned char>(json.front())));
@@ -183,12 +183,6 @@ Document parseDocument(const std::string &text) {
   Builder builder(text.size());
   Document::sax_parse(text, &builder);
   return builder.take();
-}
-
-std::optional<double> numberAt(const Document &document, std::string_view key) {
-  const auto found = document.find(key);
-  if (found == document.end() || !found->is_number()) return std::nullopt;
-  return found->get<double>();
 }
 
 std::string printable(const Document &value) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,9 +12,6 @@ using Document = nlohmann::ordered_json;
 /// Reads a JSON text strictly: valid UTF-8 without a byte order mark, no key twice in one object, no number
 /// out of range; and within bounds: 8 levels, 1000 members in one object. Throws a Refusal with status 400.
 Document parseDocument(const std::string &text);
-
-/// The number that a document has under a key; absent when it has none there, or something else.
-std::optional<double> numberAt(const Document &document, std::string_view key);
 
 /// A value as JSON text that is safe to print on a terminal: whatever a client sends, no control character
 /// reaches it, nor one that reorders, breaks or hides what stands beside it. Long ones are cut off, which

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -19,47 +20,46 @@ enum class Presence { required, optional };
 struct Rule {
   std::string_view key;
   Presence presence;
-  bool (*holds)(const Document &value);
+  bool (*holds)(const JSONValue &value);
   const char *expected;
 };
 
-bool isText(const Document &value) {
-  return value.is_string();
+bool isText(const JSONValue &value) {
+  return value.isText();
 }
-bool isFilledText(const Document &value) {
-  return value.is_string() && !value.get_ref<const std::string &>().empty();
+bool isFilledText(const JSONValue &value) {
+  return value.isText() && !value.text.empty();
 }
-bool isNumber(const Document &value) {
-  return value.is_number();
+bool isNumber(const JSONValue &value) {
+  return value.isNumber();
 }
-bool isInteger(const Document &value) {
-  return value.is_number_integer();
+bool isInteger(const JSONValue &value) {
+  return value.isInteger();
 }
-bool isObject(const Document &value) {
-  return value.is_object();
+bool isObject(const JSONValue &value) {
+  return value.type == JSONValue::Type::object;
 }
-bool isArrayOfTexts(const Document &value) {
-  return value.is_array() && std::all_of(value.begin(), value.end(), isText);
+bool isArrayOfTexts(const JSONValue &value) {
+  return value.type == JSONValue::Type::array && std::all_of(value.begin(), value.end(), isText);
 }
-bool isFilledArrayOfTexts(const Document &value) {
-  return isArrayOfTexts(value) && !value.empty();
+bool isFilledArrayOfTexts(const JSONValue &value) {
+  return isArrayOfTexts(value) && value.size != 0;
 }
-bool isArrayOfOneText(const Document &value) {
-  return isArrayOfTexts(value) && value.size() == 1;
+bool isArrayOfOneText(const JSONValue &value) {
+  return isArrayOfTexts(value) && value.size == 1;
 }
-bool isZeroOrOne(const Document &value) {
-  return value.is_number_integer() && (value == 0 || value == 1);
+bool isZeroOrOne(const JSONValue &value) {
+  return value.isInteger() && (value.signedInteger() == 0 || value.signedInteger() == 1);
 }
-bool isConnectionType(const Document &value) {
-  return value == "WIFI" || value == "CELLULAR";
+bool isConnectionType(const JSONValue &value) {
+  return value.isText() && (value.text == "WIFI" || value.text == "CELLULAR");
 }
-bool isWholeSeconds(const Document &value) {
+bool isWholeSeconds(const JSONValue &value) {
   // Milliseconds in a signed 64-bit integer; every number that is not negative is read as an unsigned one.
-  if (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX) return false;
-  return value.is_number_integer() && value.get<std::int64_t>() % 1000 == 0;
+  return value.isInteger() && value.fitsInteger() && value.signedInteger() % 1000 == 0;
 }
-bool isAdvertisingIdentifier(const Document &value) {
-  return isFilledText(value) && value != "00000000-0000-0000-0000-000000000000";
+bool isAdvertisingIdentifier(const JSONValue &value) {
+  return isFilledText(value) && value.text != "00000000-0000-0000-0000-000000000000";
 }
 
 const std::vector<Rule> documentRules = {
@@ -68,8 +68,10 @@ const std::vector<Rule> documentRules = {
 };
 
 const std::vector<Rule> headerRules = {
-    {"typ", Presence::required, [](const Document &value) { return value == "JWT"; }, R"("JWT")"},
-    {"alg", Presence::required, [](const Document &value) { return value == "HS256"; }, R"("HS256")"},
+    {"typ", Presence::required, [](const JSONValue &value) { return value.isText() && value.text == "JWT"; },
+     R"("JWT")"},
+    {"alg", Presence::required,
+     [](const JSONValue &value) { return value.isText() && value.text == "HS256"; }, R"("HS256")"},
 };
 
 const std::vector<Rule> payloadRules = {
@@ -128,6 +130,15 @@ const Rule *ruleFor(const std::string &key, const std::vector<Rule> &rules) {
   return rule == rules.end() ? nullptr : &*rule;
 }
 
+/// Enough to tell the few keys apart, in less time than looking at all of each.
+struct KeyHash {
+  std::size_t operator()(std::string_view key) const {
+    if (key.empty()) return 0;
+    return key.size() + std::size_t{31} * static_cast<unsigned char>(key.front()) +
+           std::size_t{997} * static_cast<unsigned char>(key.back());
+  }
+};
+
 /// A key of a later library may hold anything that fits into a flat object.
 bool isAllowedWithoutRule(const std::string &key, const Document &value) {
   return key != "carrierName" && !value.is_null() && !value.is_object();
@@ -144,7 +155,8 @@ void checkObject(const Document &object, const std::vector<Rule> &rules, const s
       if (areOthersAllowed && isAllowedWithoutRule(key, value)) continue;
       refuse("unknown key " + quote(path + key), {Subject::Part::key, {}, outer, key});
     }
-    if (!rule->holds(value)) {
+    ArrayElements elements;
+    if (!rule->holds(valueOf(value, elements))) {
       refuse(quote(path + key) + " must be " + rule->expected + " and is " + printable(value),
              {Subject::Part::value, {}, outer, key});
     }
@@ -180,8 +192,24 @@ void checkMessageDocument(const Document &document) {
   checkObject(document[0], messageRules, "", /*areOthersAllowed=*/true);
 }
 
-bool isMessageKey(const std::string &key) {
-  return ruleFor(key, messageRules) != nullptr;
+std::optional<std::size_t> messageRule(std::string_view key) {
+  static const auto numbers = [] {
+    std::unordered_map<std::string_view, std::size_t, KeyHash> byKeys;
+    for (const Rule &rule : messageRules) byKeys.emplace(rule.key, byKeys.size());
+    return byKeys;
+  }();
+  const auto found = numbers.find(key);
+  if (found == numbers.end()) return std::nullopt;
+  return found->second;
+}
+
+std::size_t messageRuleCount() {
+  return messageRules.size();
+}
+
+bool keepsMessageRule(std::size_t number, const JSONValue &value) {
+  const Rule &rule = messageRules[number];
+  return value ? rule.holds(value) : rule.presence == Presence::optional;
 }
 
 }  // namespace kx::collector

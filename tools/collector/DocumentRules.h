@@ -1,6 +1,11 @@
 #pragma once
 
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
 #include "tools/collector/Document.h"
+#include "tools/collector/JSONValue.h"
 
 namespace kx::collector {
 
@@ -15,7 +20,12 @@ void checkLoginDocument(const Document &document);
 /// and holds no object and no null. Throws a Refusal with status 400.
 void checkMessageDocument(const Document &document);
 
-/// Whether messages of this library may have that key.
-bool isMessageKey(const std::string &key);
+/// The number of the rule for a message's key, from 0 on; absent for a key that is not in the message
+/// reference.
+std::optional<std::size_t> messageRule(std::string_view key);
+/// How many rules there are for the keys of messages.
+std::size_t messageRuleCount();
+/// Whether a message may have that value, which may be absent, under the key of that rule.
+bool keepsMessageRule(std::size_t number, const JSONValue &value);
 
 }  // namespace kx::collector

@@ -121,7 +121,7 @@ void PrettyEventLog::received(const std::string &client, const Request & /*reque
   output_ << localTimeOfDay() << "  " << coloured(bold, nameOf(answer.endpoint)) << " from " << client << ": "
           << coloured(fine ? green : red, outcomeText(answer)) << "\n";
   std::vector<Row> rows;
-  if (answer.document) rows = rowsOf(*answer.document);
+  if (const auto document = answer.wholeDocument()) rows = rowsOf(*document);
   if (answer.accessToken) rows.emplace_back("(access token)", *answer.accessToken);
   std::size_t width = 0;
   for (const auto &[key, value] : rows) width = std::max(width, key.size());
@@ -176,7 +176,7 @@ void JSONEventLog::received(const std::string &client, const Request &request, c
   if (answer.drop) event["dropped"] = true;
   event["microseconds"] = {{"receive", request.receiveTime.count()}, {"work", answer.workTime.count()}};
   if (answer.accessToken) event["accessToken"] = *answer.accessToken;
-  if (answer.document) event["document"] = *answer.document;
+  if (const auto document = answer.wholeDocument()) event["document"] = *document;
   print(event);
 }
 

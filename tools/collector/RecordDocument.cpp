@@ -1,10 +1,28 @@
 #include "tools/collector/RecordDocument.h"
 
+#include <algorithm>
+#include <string_view>
+
 #include "tools/collector/Encoding.h"
 
 namespace kx::collector {
 
 namespace {
+
+/// Whether JSON text has it as it is, in ASCII.
+bool isPlainText(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char character) {
+    return character >= ' ' && character < 0x7F && character != '"' && character != '\\';
+  });
+}
+
+void appendText(std::string &json, const std::string &text) {
+  if (isPlainText(text)) {
+    (json += '"').append(text) += '"';
+  } else {
+    json += lineOf(text);
+  }
+}
 
 template <typename Value>
 Document orNull(const std::optional<Value> &value) {
@@ -69,6 +87,18 @@ Document documentOf(const HeaderFields &fields) {
   Document list = Document::array();
   for (const auto &[name, value] : fields) list.push_back(Document::array({name, value}));
   return list;
+}
+
+std::string fieldsLine(const HeaderFields &fields) {
+  std::string json = "[";
+  for (const auto &[name, value] : fields) {
+    json += json.size() == 1 ? "[" : ",[";
+    appendText(json, name);
+    json += ',';
+    appendText(json, value);
+    json += ']';
+  }
+  return json += ']';
 }
 
 std::string lineOf(const Document &document) {

@@ -13,6 +13,9 @@ Document recordDocument(const Record &record, std::optional<std::uint64_t> previ
 
 Document documentOf(const HeaderFields &fields);
 
+/// The same as one line of plain ASCII, as below, in less time.
+std::string fieldsLine(const HeaderFields &fields);
+
 /// As one line of plain ASCII; what is not UTF-8 becomes U+FFFD.
 std::string lineOf(const Document &document);
 

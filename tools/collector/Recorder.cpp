@@ -19,22 +19,26 @@ std::int64_t now() {
   return std::chrono::duration_cast<milliseconds>(sinceEpoch).count();
 }
 
-std::optional<std::string> textAt(const Document &message, std::string_view key) {
-  const auto found = message.find(key);
-  if (found == message.end() || !found->is_string()) return std::nullopt;
-  return std::string(beginningOf(found->get_ref<const std::string &>(), maximumSizeInLists));
+std::optional<std::string> textIn(const JSONValue &value) {
+  if (!value.isText()) return std::nullopt;
+  return std::string(beginningOf(value.text, maximumSizeInLists));
+}
+
+std::optional<double> numberIn(const JSONValue &value) {
+  if (!value.isNumber()) return std::nullopt;
+  return value.number();
 }
 
 /// What lists show of a message, as far as it has it.
-void summarize(const Document &message, RecordSummary &summary) {
-  summary.device = textAt(message, "ifa");
-  summary.bundle = textAt(message, "bundleId");
-  summary.eventId = textAt(message, "id");
-  summary.latitude = numberAt(message, "lat");
-  summary.longitude = numberAt(message, "lon");
-  summary.horizontalAccuracy = numberAt(message, "horizontalAccuracy");
-  const auto time = message.find("eventTime");
-  if (time != message.end() && time->is_number_integer()) summary.eventTime = time->get<std::int64_t>();
+void summarize(const MessageValues &message, RecordSummary &summary) {
+  summary.device = textIn(message["ifa"]);
+  summary.bundle = textIn(message["bundleId"]);
+  summary.eventId = textIn(message["id"]);
+  summary.latitude = numberIn(message["lat"]);
+  summary.longitude = numberIn(message["lon"]);
+  summary.horizontalAccuracy = numberIn(message["horizontalAccuracy"]);
+  if (const JSONValue &time = message["eventTime"]; time.isInteger())
+    summary.eventTime = time.signedInteger();
 }
 
 const char *kindOf(Endpoint endpoint) {
@@ -72,9 +76,10 @@ Record recordOf(const std::string &client, const Request &request, const Answer 
   record.text = answer.text;
   record.offending = answer.offending;
   record.answerFields = answer.fields();
-  if (answer.endpoint == Endpoint::message && answer.document && answer.document->is_array() &&
-      !answer.document->empty() && answer.document->front().is_object()) {
-    summarize(answer.document->front(), record);
+  if (answer.message != nullptr) {
+    summarize(*answer.message, record);
+  } else if (const Document *const message = answer.messageObject()) {
+    summarize(MessageValues(*message), record);
   }
   return record;
 }
@@ -111,9 +116,9 @@ void Recorder::follow(std::uint64_t id, const Request &request, const Answer &an
   if (answer.accessToken) {
     logins_.push_back({id, *answer.accessToken, std::chrono::steady_clock::now()});
     if (logins_.size() > maximumLogins) logins_.pop_front();
-  } else if (answer.endpoint == Endpoint::message) {
+  } else if (answer.endpoint == Endpoint::message && !logins_.empty()) {
     // Refused or not: its client goes on, and its record tells what is wrong.
-    for (const std::string &value : request.values("Authorization")) {
+    for (const std::string_view value : request.values("Authorization")) {
       logins_.erase(std::remove_if(logins_.begin(), logins_.end(),
                                    [&value](const Login &login) { return value == "Bearer " + login.token; }),
                     logins_.end());

@@ -54,17 +54,16 @@ void Server::accept() {
     if (error) return acceptLater();
     forgetClosedConnections();
     if (connections_.size() >= limits_.maximumConnections && !makeRoom(std::nullopt)) return acceptLater();
-    tcp::socket socket(io_);
+    Connection::Socket socket(io_);
     acceptor_.accept(socket, error);
     // Files may be short for a while.
     if (error && error != net::error::would_block) return acceptLater();
-    if (!error) admit(std::move(socket));
+    if (!error) admit(std::make_shared<Connection>(std::move(socket), tls_, service_, log_, limits_));
     accept();
   });
 }
 
-void Server::admit(tcp::socket socket) {
-  auto connection = std::make_shared<Connection>(std::move(socket), tls_, service_, log_, limits_);
+void Server::admit(const std::shared_ptr<Connection> &connection) {
   const auto &address = connection->address();
   const auto siblings = std::count_if(
       connections_.begin(), connections_.end(), [&address](const std::weak_ptr<Connection> &other) {

@@ -53,7 +53,7 @@ class Server {
  private:
   void accept();
   void acceptLater();
-  void admit(boost::asio::ip::tcp::socket socket);
+  void admit(const std::shared_ptr<Connection> &connection);
   /// Closes the connection that has been idle for longest, among those of that address or among all. False
   /// when all of them are waiting for their answers.
   bool makeRoom(const std::optional<boost::asio::ip::address> &address);

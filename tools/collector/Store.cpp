@@ -5,49 +5,43 @@
 #include <future>
 #include <utility>
 
-#include "tools/collector/RecordDocument.h"
+#include "tools/collector/MemoryTables.h"
 #include "tools/collector/StoreWriter.h"
 
 namespace kx::collector {
 
 namespace {
 
-// Of what waits to be written to memory, while somebody reads for long.
+// Of what waits to be written.
 constexpr std::size_t maximumQueuedSize = std::size_t{64} << 20;
 constexpr std::size_t changesAtOnce = 1000;
 constexpr std::size_t rememberedAlterations = 1000;
 constexpr std::size_t sizeOfSmallThings = 1000;
-// In memory nobody waits for what is written, so that it may be written together.
-constexpr std::chrono::milliseconds timeToGatherRecords{2};
 constexpr std::chrono::seconds timeBetweenCheckpoints{1};
 constexpr std::int64_t longLog = 10000;  // pages
-
-/// What a request costs in memory, roughly, in bytes.
-std::size_t sizeOf(const Record &record) {
-  std::size_t size = sizeOfSmallThings + record.body.size() + record.target.size() + record.reason.size();
-  if (record.text) size += record.text->size();
-  for (const auto &[name, value] : record.headerFields) size += name.size() + value.size();
-  return size;
-}
 
 }  // namespace
 
 Store::Store(const std::optional<std::filesystem::path> &file, std::size_t keep, std::size_t maximumSize)
-    : file_(file ? std::make_unique<DatabaseFile>(*file) : nullptr),
-      writing_(file_ ? file_->connect()
+    : memory_(file ? nullptr : std::make_unique<RecordMemory>(keep, maximumSize)),
+      file_(file ? std::make_unique<DatabaseFile>(*file) : nullptr),
+      writing_(file_ ? file_->connect() : nullptr),
+      reading_(file_ ? file_->connect()
                      : std::make_unique<Database>(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE)),
-      reading_(file_ ? std::shared_ptr<Database>(file_->connect()) : writing_),
-      keep_(keep),
-      maximumSize_(file ? SIZE_MAX : maximumSize) {
-  if (!file_) createTables(*writing_);
+      keep_(keep) {
   addFunctions(*reading_);
+  if (memory_) {
+    addMemoryTables(*reading_, *memory_);
+    return;
+  }
   lastId_ =
       static_cast<std::uint64_t>(writing_->number("SELECT seq FROM sqlite_sequence WHERE name = 'request'"));
   writer_ = std::thread([this] { write(); });
-  if (file_) checkpointer_ = std::thread([this] { checkpoint(); });
+  checkpointer_ = std::thread([this] { checkpoint(); });
 }
 
 Store::~Store() {
+  if (memory_) return;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     isEnding_ = true;
@@ -55,42 +49,57 @@ Store::~Store() {
   isQueued_.notify_one();
   ends_.notify_one();
   writer_.join();
-  if (checkpointer_.joinable()) checkpointer_.join();
+  checkpointer_.join();
 }
 
 std::uint64_t Store::append(Record record, Written written) {
+  if (memory_) {
+    const std::uint64_t id = memory_->append(std::move(record));
+    if (written) written(nullptr);
+    tellOfChange();
+    return id;
+  }
   std::unique_lock<std::mutex> lock(mutex_);
   isWritten_.wait(lock, [this] { return queuedSize_ < maximumQueuedSize; });
   const std::uint64_t id = record.id = ++lastId_;
-  Change change;
-  change.size = sizeOf(record);
-  Written atOnce;  // in memory it is
-  (file_ ? change.written : atOnce) = std::move(written);
-  change.apply = [record = std::move(record), size = change.size](Writer &writer) {
-    writer.append(record, size);
-  };
-  push(std::move(change), std::move(lock));
-  if (atOnce) atOnce(nullptr);
+  const std::size_t size = sizeInMemory(record);
+  push({[record = std::move(record)](Writer &writer) { writer.append(record); }, size, std::move(written)},
+       std::move(lock));
   return id;
 }
 
 void Store::setSendTime(std::uint64_t id, std::int64_t microseconds) {
+  if (memory_) return memory_->setSendTime(id, microseconds);
   push({[id, microseconds](Writer &writer) { writer.setSendTime(id, microseconds); }, sizeOfSmallThings, {}});
 }
 
 void Store::addWarning(std::uint64_t id, const std::string &warning) {
+  if (memory_) {
+    memory_->addWarning(id, warning);
+    rememberAlteration(id);
+    return tellOfChange();
+  }
   push({[this, id, warning](Writer &writer) {
           writer.addWarning(id, warning);
-          const std::lock_guard<std::mutex> lock(mutex_);
-          altered_.push_back(id);
-          ++alterations_;
-          if (altered_.size() > rememberedAlterations) altered_.pop_front();
+          rememberAlteration(id);
         },
         sizeOfSmallThings,
         {}});
 }
 
+void Store::rememberAlteration(std::uint64_t id) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  altered_.push_back(id);
+  ++alterations_;
+  if (altered_.size() > rememberedAlterations) altered_.pop_front();
+}
+
 void Store::reset() {
+  if (memory_) {
+    memory_->reset();
+    ++resets_;
+    return tellOfChange();
+  }
   std::promise<void> isWritten;
   push({[this](Writer &writer) {
           writer.reset();
@@ -122,38 +131,37 @@ void Store::push(Change change) {
 
 void Store::push(Change change, std::unique_lock<std::mutex> lock) {
   queuedSize_ += change.size;
-  if (change.written) awaited_ = pushed_ + 1;
   queue_.push_back(std::move(change));
   ++pushed_;
-  const bool isReady = queue_.size() == 1 || isUrgent();
   lock.unlock();
-  if (isReady) isQueued_.notify_one();
+  isQueued_.notify_one();
 }
 
-bool Store::isUrgent() const {
-  return isEnding_ || file_ || awaited_ > done_ || queue_.size() >= changesAtOnce;
+std::uint64_t Store::lastId() const {
+  return memory_ ? memory_->lastId() : lastId_.load();
 }
 
 std::unique_lock<std::mutex> Store::reading() {
-  {
+  if (file_) {
     std::unique_lock<std::mutex> lock(mutex_);
-    const std::uint64_t wanted = pushed_;
-    awaited_ = std::max(awaited_, wanted);
-    if (awaited_ > done_) isQueued_.notify_one();
-    isWritten_.wait(lock, [this, wanted] { return done_ >= wanted; });
+    isWritten_.wait(lock, [this, wanted = pushed_] { return done_ >= wanted; });
   }
   return std::unique_lock<std::mutex>(reading_->mutex);
 }
 
+void Store::tellOfChange() {
+  const std::lock_guard<std::mutex> lock(changedMutex_);
+  if (changed_) changed_();
+}
+
 void Store::write() {
-  Writer writer(*writing_, keep_, maximumSize_);
+  Writer writer(*writing_, keep_);
   for (;;) {
     std::deque<Change> changes;
     {
       std::unique_lock<std::mutex> lock(mutex_);
       isQueued_.wait(lock, [this] { return !queue_.empty() || isEnding_; });
       if (queue_.empty()) return;
-      isQueued_.wait_for(lock, timeToGatherRecords, [this] { return isUrgent(); });
       while (!queue_.empty() && changes.size() < changesAtOnce) {
         changes.push_back(std::move(queue_.front()));
         queue_.pop_front();
@@ -166,8 +174,7 @@ void Store::write() {
       done_ += changes.size();
     }
     isWritten_.notify_all();
-    const std::lock_guard<std::mutex> lock(changedMutex_);
-    if (changed_) changed_();
+    tellOfChange();
   }
 }
 

@@ -17,6 +17,7 @@
 
 #include "tools/collector/DatabaseFile.h"
 #include "tools/collector/Record.h"
+#include "tools/collector/RecordMemory.h"
 
 namespace kx::collector {
 
@@ -56,10 +57,12 @@ struct KnownDevice {
   std::uint64_t refused = 0;  ///< of them
 };
 
-/// The requests that the collector has had: in memory, or in a file over restarts.
+/// The requests that the collector has had: in memory, or in a file over restarts. SQLite finds what is asked
+/// for, in either.
 ///
-/// Whoever writes is not held up by whoever reads: a thread of its own writes what is queued, many changes at
-/// a time. What is read has all that was written before. All of it may be called on any thread.
+/// Whoever writes is not held up by whoever reads: in memory nobody holds it for long, and to a file a thread
+/// of its own writes what is queued, many changes at a time. What is read has all that was written before.
+/// All of it may be called on any thread.
 class Store {
  public:
   static constexpr std::size_t defaultKeep = 100000;
@@ -101,14 +104,14 @@ class Store {
   std::vector<std::string> latestEventIds(std::size_t count);
 
   /// The id of the latest request, whether it is still there or not.
-  std::uint64_t lastId() const { return lastId_; }
+  std::uint64_t lastId() const;
   /// How often all was forgotten.
   std::uint64_t resets() const { return resets_; }
   /// The requests that have changed after the `from`th change, and how many changes there were in all.
   std::pair<std::vector<std::uint64_t>, std::uint64_t> changedSince(std::uint64_t from) const;
 
-  /// Is called, on a thread of the store, whenever something has changed. The one before is not called any
-  /// more when this returns.
+  /// Is called, on any thread, when there is something new. It must not wait for anything. The one before is
+  /// not called any more when this returns.
   void onChange(std::function<void()> callback);
 
  private:
@@ -119,23 +122,23 @@ class Store {
     Written written;       // nothing if nobody waits for it
   };
 
-  void push(Change change);
   void push(Change change, std::unique_lock<std::mutex> lock);
-  /// Whether what is queued has to be written now, and not together with what comes next.
-  bool isUrgent() const;
+  void push(Change change);
   void write();
   void checkpoint();
+  void tellOfChange();
+  void rememberAlteration(std::uint64_t id);
   /// For reading, when all that was queued by now is written.
   std::unique_lock<std::mutex> reading();
 
-  const std::unique_ptr<DatabaseFile> file_;
-  const std::shared_ptr<Database> writing_;
-  const std::shared_ptr<Database> reading_;  // the same one in memory
+  const std::unique_ptr<RecordMemory> memory_;  // null with a file
+  const std::unique_ptr<DatabaseFile> file_;    // null without one
+  const std::unique_ptr<Database> writing_;     // the same
+  const std::unique_ptr<Database> reading_;
   const std::size_t keep_;
-  const std::size_t maximumSize_;
   std::mutex changedMutex_;
   std::function<void()> changed_;
-  std::atomic<std::uint64_t> lastId_{0};
+  std::atomic<std::uint64_t> lastId_{0};  // in a file
   std::atomic<std::uint64_t> resets_{0};
 
   mutable std::mutex mutex_;  // of all below
@@ -145,7 +148,6 @@ class Store {
   std::deque<Change> queue_;
   std::size_t queuedSize_ = 0;
   std::uint64_t pushed_ = 0;
-  std::uint64_t awaited_ = 0;  // of those that were pushed: somebody waits until so many are done
   std::uint64_t done_ = 0;
   std::deque<std::uint64_t> altered_;  // requests that were changed later, the latest of them
   std::uint64_t alterations_ = 0;

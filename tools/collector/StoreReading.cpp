@@ -90,11 +90,11 @@ class Conditions {
     }
   }
 
-  /// The tables that they need, and themselves.
+  /// The tables that they need, and themselves. It is the requests that are gone through, in both cases.
   std::string text(bool withContents) const {
     const bool joined = withContents || filter_.text;
-    return std::string(" FROM request r") + (joined ? " JOIN content c ON c.id = r.id" : "") + " WHERE 1" +
-           text_;
+    return std::string(" FROM request r") + (joined ? " CROSS JOIN content c ON c.id = r.id" : "") +
+           " WHERE 1" + text_;
   }
 
   void bind(Statement &statement) const {
@@ -177,12 +177,12 @@ std::optional<std::uint64_t> Store::previous(const RecordSummary &of) {
   if (!of.device) return std::nullopt;
   const auto lock = reading();
   Statement row(*reading_,
-                "SELECT max(id) FROM request WHERE device = ?1 AND bundle IS ?2 AND kind = 'message' "
-                "AND id < ?3");
+                "SELECT id FROM request WHERE device = ?1 AND bundle IS ?2 AND kind = 'message' "
+                "AND id < ?3 ORDER BY id DESC LIMIT 1");
   row.bind(1, of.device);
   row.bind(2, of.bundle);
   row.bind(3, static_cast<std::int64_t>(of.id));
-  if (!row.step() || row.isNull(0)) return std::nullopt;
+  if (!row.step()) return std::nullopt;
   return static_cast<std::uint64_t>(row.number(0));
 }
 

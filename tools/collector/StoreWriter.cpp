@@ -28,10 +28,9 @@ void addFunctions(Database &database) {
                              contains, nullptr, nullptr, nullptr);
 }
 
-Store::Writer::Writer(Database &database, std::size_t keep, std::size_t maximumSize)
+Store::Writer::Writer(Database &database, std::size_t keep)
     : database_(database),
       keep_(keep),
-      maximumSize_(maximumSize),
       insertRequest_(database,
                      "INSERT INTO request VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14,?15,?16,"
                      "?17,?18,?19,?20)"),
@@ -48,17 +47,29 @@ void Store::Writer::apply(std::deque<Change> &changes) {
     const std::lock_guard<std::mutex> lock(database_.mutex);
     Transaction transaction(database_);
     for (const Change &change : changes) change.apply(*this);
+    insertPending();
     prune();
     transaction.commit();
   } catch (...) {
     failure = std::current_exception();
+    pending_.clear();
   }
   for (const Change &change : changes) {
     if (change.written) change.written(failure);
   }
 }
 
-void Store::Writer::append(const Record &record, std::size_t size) {
+void Store::Writer::append(const Record &record) {
+  pending_.push_back({record, record.microseconds.send});
+}
+
+void Store::Writer::insertPending() {
+  for (const Pending &pending : pending_) insert(pending);
+  pending_.clear();
+}
+
+void Store::Writer::insert(const Pending &pending) {
+  const Record &record = pending.record;
   Statement &request = insertRequest_;
   request.bind(1, static_cast<std::int64_t>(record.id));
   request.bind(2, record.time);
@@ -80,12 +91,12 @@ void Store::Writer::append(const Record &record, std::size_t size) {
   request.bind(17, record.horizontalAccuracy);
   request.bind(18, record.microseconds.receive);
   request.bind(19, record.microseconds.work);
-  request.bind(20, record.microseconds.send);
+  request.bind(20, pending.send);
   request.run();
 
   Statement &content = insertContent_;
-  const std::string fields = lineOf(documentOf(record.headerFields));
-  const std::string answerFields = lineOf(documentOf(record.answerFields));
+  const std::string fields = fieldsLine(record.headerFields);
+  const std::string answerFields = fieldsLine(record.answerFields);
   content.bind(1, static_cast<std::int64_t>(record.id));
   content.bindBytes(2, record.method);
   content.bindBytes(3, record.target);
@@ -103,17 +114,20 @@ void Store::Writer::append(const Record &record, std::size_t size) {
   content.bindBytes(10, answerFields);
   content.run();
   lastId_ = record.id;
-  sizes_.push_back(size);
-  size_ += size;
 }
 
 void Store::Writer::setSendTime(std::uint64_t id, std::int64_t microseconds) {
+  if (!pending_.empty() && id >= pending_.front().record.id) {
+    pending_[id - pending_.front().record.id].send = microseconds;
+    return;
+  }
   setSendTime_.bind(1, static_cast<std::int64_t>(id));
   setSendTime_.bind(2, microseconds);
   setSendTime_.run();
 }
 
 void Store::Writer::addWarning(std::uint64_t id, const std::string &warning) {
+  insertPending();
   readWarnings_.bind(1, static_cast<std::int64_t>(id));
   Document warnings = Document::array();
   if (readWarnings_.step() && !readWarnings_.isNull(0)) warnings = Document::parse(readWarnings_.text(0));
@@ -126,19 +140,13 @@ void Store::Writer::addWarning(std::uint64_t id, const std::string &warning) {
 }
 
 void Store::Writer::reset() {
+  insertPending();
   database_.execute("DELETE FROM request");
   database_.execute("DELETE FROM content");
-  sizes_.clear();
-  size_ = 0;
 }
 
 void Store::Writer::prune() {
-  std::uint64_t gone = lastId_ > keep_ ? lastId_ - keep_ : 0;
-  while (sizes_.size() > keep_ || (size_ > maximumSize_ && sizes_.size() > 1)) {
-    size_ -= sizes_.front();
-    sizes_.pop_front();
-    gone = std::max(gone, lastId_ - sizes_.size());
-  }
+  const std::uint64_t gone = lastId_ > keep_ ? lastId_ - keep_ : 0;
   if (gone <= gone_) return;
   gone_ = gone;
   for (Statement *statement : {&deleteRequests_, &deleteContents_}) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <deque>
+#include <vector>
 
 #include "tools/collector/Store.h"
 
@@ -12,27 +13,33 @@ void addFunctions(Database &database);
 /// The end of the store that writes, on one thread.
 class Store::Writer {
  public:
-  Writer(Database &database, std::size_t keep, std::size_t maximumSize);
+  Writer(Database &database, std::size_t keep);
 
   /// All of them in one transaction, and what is too old goes. Whoever waits hears how it went.
   void apply(std::deque<Change> &changes);
 
-  /// `size` is what the request costs.
-  void append(const Record &record, std::size_t size);
+  /// The record has to live until all are applied.
+  void append(const Record &record);
   void setSendTime(std::uint64_t id, std::int64_t microseconds);
   void addWarning(std::uint64_t id, const std::string &warning);
   void reset();
 
  private:
+  /// A request that is not inserted yet. Most answers have gone out by then, and their rows need no update.
+  struct Pending {
+    const Record &record;
+    std::int64_t send;
+  };
+
+  void insertPending();
+  void insert(const Pending &pending);
   void prune();
 
   Database &database_;
   const std::size_t keep_;
-  const std::size_t maximumSize_;
+  std::vector<Pending> pending_;  // ids without gaps
   std::uint64_t lastId_ = 0;
-  std::uint64_t gone_ = 0;         // all up to that id
-  std::deque<std::size_t> sizes_;  // of the latest requests, up to the last one
-  std::size_t size_ = 0;           // of all of them
+  std::uint64_t gone_ = 0;  // all up to that id
   Statement insertRequest_;
   Statement insertContent_;
   Statement setSendTime_;

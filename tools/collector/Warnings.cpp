@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "tools/collector/DocumentRules.h"
 
@@ -57,50 +58,49 @@ bool isIPv4Address(const std::string &text) {
   return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
-void checkText(const Document &message, std::string_view key, bool (*isUsual)(std::string_view),
+void checkText(const MessageValues &message, std::string_view key, bool (*isUsual)(std::string_view),
                const char *usual, Texts &warnings) {
-  const auto found = message.find(key);
-  if (found == message.end() || !found->is_string()) return;
-  if (isUsual(found->get_ref<const std::string &>())) return;
-  warnings.push_back(quote(key) + " is not " + usual + ": " + printable(*found));
+  const JSONValue &value = message[key];
+  if (!value.isText() || isUsual(value.text)) return;
+  warnings.push_back(quote(key) + " is not " + usual + ": " + printable(value));
 }
 
-void checkRange(const Document &message, std::string_view key, double minimum, double maximum,
+void checkRange(const MessageValues &message, std::string_view key, double minimum, double maximum,
                 Texts &warnings) {
-  const auto value = numberAt(message, key);
-  if (!value || (*value >= minimum && *value <= maximum)) return;
-  warnings.push_back(quote(key) + " is beyond what there is: " + printable(message[key]));
+  const JSONValue &value = message[key];
+  if (!value.isNumber() || (value.number() >= minimum && value.number() <= maximum)) return;
+  warnings.push_back(quote(key) + " is beyond what there is: " + printable(value));
 }
 
-void checkPosition(const Document &message, Texts &warnings) {
+void checkPosition(const MessageValues &message, Texts &warnings) {
   checkRange(message, "lat", -90, 90, warnings);
   checkRange(message, "lon", -180, 180, warnings);
   checkRange(message, "horizontalAccuracy", 0, 20037508, warnings);  // half way around the Earth
   checkRange(message, "altitude", -12000, 100000, warnings);
   checkRange(message, "tzOffset", -12 * 3600, 14 * 3600, warnings);
-  const auto latitude = numberAt(message, "lat");
-  const auto longitude = numberAt(message, "lon");
-  if (latitude.has_value() != longitude.has_value()) {
+  const JSONValue &latitude = message["lat"];
+  const JSONValue &longitude = message["lon"];
+  if (latitude.isNumber() != longitude.isNumber()) {
     warnings.emplace_back(R"("lat" and "lon" do not come together)");
-  } else if (latitude && std::abs(*latitude) + std::abs(*longitude) < 1e-6) {
+  } else if (latitude.isNumber() && std::abs(latitude.number()) + std::abs(longitude.number()) < 1e-6) {
     warnings.emplace_back("the position is 0, 0, in the Gulf of Guinea");
   }
 }
 
-void checkAddresses(const Document &message, Texts &warnings) {
-  for (const Document &address : message.value("ips", Document::array())) {
-    if (address.is_string() && isIPv4Address(address.get_ref<const std::string &>())) continue;
+void checkAddresses(const MessageValues &message, Texts &warnings) {
+  for (const JSONValue &address : message["ips"]) {
+    if (address.isText() && isIPv4Address(std::string(address.text))) continue;
     warnings.push_back("\"ips\" has what is no IPv4 address: " + printable(address));
     return;
   }
 }
 
-void checkTime(const Document &message, system_clock::time_point now, Texts &warnings) {
-  const auto found = message.find("eventTime");
-  if (found == message.end() || !found->is_number_integer()) return;
+void checkTime(const MessageValues &message, system_clock::time_point now, Texts &warnings) {
+  const JSONValue &time = message["eventTime"];
+  if (!time.isInteger()) return;
   const auto arrival = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
   // The difference of the two might not fit into an integer.
-  const double milliseconds = found->get<double>() - static_cast<double>(arrival);
+  const double milliseconds = time.number() - static_cast<double>(arrival);
   const double difference = std::round(milliseconds / 60000);
   if (std::abs(difference) < static_cast<double>(usualDifference.count())) return;
   const std::string hours = std::to_string(static_cast<std::int64_t>(std::abs(difference) / 60));
@@ -108,28 +108,37 @@ void checkTime(const Document &message, system_clock::time_point now, Texts &war
                      " this machine's time");
 }
 
+void bound(Texts &warnings) {
+  constexpr std::size_t maximumWarnings = 20;
+  if (warnings.size() <= maximumWarnings) return;
+  warnings.resize(maximumWarnings);
+  warnings.emplace_back("and more");
+}
+
 }  // namespace
 
 std::vector<std::string> Warnings::about(const Document &message, system_clock::time_point now) const {
   Texts warnings;
   for (const auto &[key, value] : message.items()) {
-    if (!isMessageKey(key)) warnings.push_back("the key " + quote(key) + " is not in the message reference");
+    if (!messageRule(key)) warnings.push_back("the key " + quote(key) + " is not in the message reference");
   }
+  for (std::string &warning : about(MessageValues(message), now)) warnings.push_back(std::move(warning));
+  bound(warnings);
+  return warnings;
+}
+
+std::vector<std::string> Warnings::about(const MessageValues &message, system_clock::time_point now) const {
+  Texts warnings;
   checkText(message, "id", isUUID, "a UUID", warnings);
   checkText(message, "ifa", isUUID, "a UUID", warnings);
-  const std::string id = message.value("id", "");
-  if (isKnown_.count(id) != 0)
-    warnings.push_back("a message with the \"id\" " + quote(id) + " has come before");
+  if (const JSONValue &id = message["id"]; id.isText() && isKnown_.count(std::string(id.text)) != 0) {
+    warnings.push_back("a message with the \"id\" " + quote(id.text) + " has come before");
+  }
   checkTime(message, now, warnings);
   checkPosition(message, warnings);
   checkText(message, "country", isCountryCode, "a code of two letters", warnings);
   checkText(message, "carrierCode", isCarrierCode, "two codes with a hyphen, like 262-01", warnings);
   checkAddresses(message, warnings);
-  constexpr std::size_t maximumWarnings = 20;
-  if (warnings.size() > maximumWarnings) {
-    warnings.resize(maximumWarnings);
-    warnings.emplace_back("and more");
-  }
   return warnings;
 }
 

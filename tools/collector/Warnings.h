@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/collector/Document.h"
+#include "tools/collector/MessageValues.h"
 
 namespace kx::collector {
 
@@ -16,6 +17,9 @@ class Warnings {
  public:
   /// About a message that keeps the rules, which has arrived at that time.
   std::vector<std::string> about(const Document &message, std::chrono::system_clock::time_point now) const;
+  /// The same, of all but keys that are not in the message reference.
+  std::vector<std::string> about(const MessageValues &message,
+                                 std::chrono::system_clock::time_point now) const;
 
   /// A message with that "id" was accepted. The latest 100,000 are remembered.
   void remember(const std::string &eventId);

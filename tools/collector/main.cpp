@@ -191,7 +191,7 @@ void collect(const Options &options) {
   CollectionServiceSettings settings = options.service;
   ListeningAddress where = addressToCall(options);
   net::ssl::context tls = identity(options, where, settings);
-  net::io_context io;  // outlives the store, whose thread tells it what is written
+  net::io_context io(1);  // of one thread; outlives the store, whose thread tells it what is written
   Store store(options.database, options.keep);
   CollectionService service(settings);
   for (const std::string &id : store.latestEventIds(options.keep)) service.remember(id);

@@ -55,7 +55,7 @@ TEST_F(CollectionServiceTest, AMessageWithThatTokenIsAccepted) {
   EXPECT_EQ(answer.status, 200u);
   EXPECT_EQ(answer.reason, "");
   EXPECT_FALSE(answer.accessToken);
-  EXPECT_EQ(answer.document, messageDocument());
+  EXPECT_EQ(answer.wholeDocument(), messageDocument());
 }
 
 TEST_F(CollectionServiceTest, ATokenIsGoodForManyMessagesAndBesideLaterOnes) {

@@ -142,9 +142,9 @@ TEST(MessageDocumentTest, TakesAKeyThatItDoesNotKnow) {
     for (const Document &value : {Document("red"), Document(1), Document(true), Document::array({"a"})}) {
       EXPECT_EQ(messageRefusal(messageWith(key, value)), "") << key << value;
     }
-    EXPECT_FALSE(isMessageKey(key));
+    EXPECT_FALSE(messageRule(key));
   }
-  EXPECT_TRUE(isMessageKey("ifa"));
+  EXPECT_TRUE(messageRule("ifa"));
 }
 
 TEST(MessageDocumentTest, NamesAKeyThatItDoesNotKnowAndThatCannotBeALaterOne) {

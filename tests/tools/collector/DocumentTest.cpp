@@ -69,6 +69,61 @@ TEST(DocumentTest, KeepsEveryKindOfValueAsItIs) {
   EXPECT_TRUE(document["f"][1].is_number_float());
 }
 
+/// The document as text, or "refused"; by a reader that takes JSON and has no other rules.
+std::string readByOthers(const std::string &text) {
+  const Document document = Document::parse(text, nullptr, /*allow_exceptions=*/false);
+  return document.is_discarded() ? "refused" : document.dump();
+}
+
+/// The same by ours; what its own rules refuse is "ruled out".
+std::string readByUs(const std::string &text) {
+  try {
+    return parseDocument(text).dump();
+  } catch (const Refusal &refusal) {
+    const std::string reason = refusal.what();
+    return reason.rfind("the body is not JSON text", 0) == 0 ? "refused" : "ruled out";
+  }
+}
+
+TEST(DocumentTest, ReadsWhateverIsNearlyJSONAsOthersDo) {
+  const std::string seeds[] = {
+      R"([{"a":"x\n\"\\ü東🎉","b":[-0,0,-0.0,1e5,1.25E-3,123456789.987654321],"c":{"d":null,"e":true}}])",
+      R"( { "a\/b" : [ false , 18446744073709551615 , -9223372036854775808, "\u00fc\ud83c\udf89" ] } )"
+      "\r\n\t",
+      R"(["\u0000",1e308,4.9e-324,2.2250738585072011e-308,0.1,9007199254740993,1.7976931348623159e308,1e-999])"};
+  // Bytes that mean something to JSON or to UTF-8, and some that do not.
+  const std::string bytes(
+      " \"\\,:[]{}0123456789+-.eEutnfa/\0\x1F\x7F\x80\xBF\xC0\xC3\xE0\xED\xF0\xF4\xF5\xFF", 43);
+  for (const std::string &seed : seeds) {
+    for (std::size_t at = 0; at <= seed.size(); ++at) {
+      EXPECT_EQ(readByUs(seed.substr(0, at)), readByOthers(seed.substr(0, at)));
+      for (const char byte : bytes) {
+        std::string inserted = seed;
+        inserted.insert(at, 1, byte);
+        std::string replaced = seed;
+        if (at < seed.size()) replaced[at] = byte;
+        for (const std::string &text : {inserted, replaced}) {
+          const std::string ours = readByUs(text);
+          if (ours == "ruled out") continue;
+          EXPECT_EQ(ours, readByOthers(text)) << text;
+        }
+      }
+    }
+  }
+}
+
+TEST(DocumentTest, ReadsNumbersToTheLastBit) {
+  for (const char *number :
+       {"0.1", "123456789012345678901234567890", "1.7976931348623157e308", "5e-324",
+        "2.2250738585072014e-308", "9007199254740993.0", "0.30000000000000004", "-52.520008000000004",
+        "18446744073709551616", "-9223372036854775809", "1e-400", "-0"}) {
+    const Document expected = Document::parse(number);
+    const Document read = parseDocument(number);
+    EXPECT_EQ(read.type(), expected.type()) << number;
+    EXPECT_EQ(read, expected) << number;
+  }
+}
+
 TEST(DocumentTest, RefusesANumberOutOfRange) {
   EXPECT_THAT(refusalOf("[1e999]"), HasSubstr("400 the body is not JSON text: "));
 }

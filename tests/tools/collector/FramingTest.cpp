@@ -98,8 +98,8 @@ TEST_F(FramingTest, AnAuthorizationAfterTheLastChunkDoesNotCount) {
   removeField(bare, "Authorization");
   const auto client = connect();
   client->write(startOf(bare, "Transfer-Encoding: chunked\r\nTrailer: Authorization\r\n") +
-                chunked(message.body) + "Authorization: " + message.values("Authorization").front() +
-                "\r\n\r\n" + wireText(loginRequest()));
+                chunked(message.body) + "Authorization: " +
+                std::string(message.values("Authorization").front()) + "\r\n\r\n" + wireText(loginRequest()));
   const auto response = client->read();
   ASSERT_TRUE(response);
   EXPECT_EQ(response->result_int(), 403u);

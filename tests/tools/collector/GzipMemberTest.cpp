@@ -60,6 +60,18 @@ TEST(GzipMemberTest, RefusesADamagedMember) {
   EXPECT_THAT(refusalOfBody(damaged), HasSubstr("400 the body is not a gzip member (incorrect data check)"));
 }
 
+TEST(GzipMemberTest, MayHaveMoreThanAUsualHeader) {
+  const std::string plain = gzip("text");
+  const auto with = [&plain](char flags, const std::string &more) {
+    std::string body = plain;
+    body[3] = flags;
+    return body.insert(10, more);
+  };
+  EXPECT_EQ(unpackGzipMember(with(8, std::string("name\0", 5)), 100), "text");
+  EXPECT_THAT(refusalOfBody(with(2, "xx")), HasSubstr("(header crc mismatch)"));
+  EXPECT_THAT(refusalOfBody(with(32, "")), HasSubstr("(unknown header flags set)"));
+}
+
 TEST(GzipMemberTest, RefusesWhatFollowsTheMember) {
   EXPECT_EQ(refusalOfBody(gzip("text") + "x"), "400 the gzip member in the body is followed by 1 more bytes");
   EXPECT_EQ(refusalOfBody(gzip("text") + std::string(3, '\0')),

@@ -36,7 +36,7 @@ TEST_F(ServerTest, ALoginGetsATokenAndAMessageWithItIsAccepted) {
   expectAnswer(exchange(messageRequest(token)), 200);
   ASSERT_EQ(log.answers().size(), 2u);
   EXPECT_EQ(log.answers()[0].document, loginDocument());
-  EXPECT_EQ(log.answers()[1].document, messageDocument());
+  EXPECT_EQ(log.answers()[1].wholeDocument(), messageDocument());
 }
 
 TEST_F(ServerTest, ARefusalSaysWhyInItsBody) {

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/support/ChildProcess.h"
+#include "tools/collector/MemoryTables.h"
 #include "tools/collector/Store.h"
 
 namespace kx::collector {
@@ -215,6 +216,41 @@ TEST_P(StoreTest, MayBeUsedOnManyThreads) {
   EXPECT_EQ(store->counts({}).all, 400u);
 }
 
+TEST_P(StoreTest, KeepsHowLongEachAnswerTook) {
+  const auto store = open();
+  // Some are written by then, and some are not.
+  for (std::int64_t number = 1; number <= 2500; ++number) {
+    const std::uint64_t id = store->append(message());
+    store->setSendTime(id, 10 * number);
+    if (number % 700 == 0) store->setSendTime(id - 500, 1);
+    if (number % 900 == 0) store->addWarning(id, "late");
+  }
+  for (const RecordSummary &summary : store->requests({}, 2500).requests) {
+    const bool isSetTwice = (summary.id + 500) % 700 == 0 && summary.id <= 2000;
+    EXPECT_EQ(summary.microseconds.send, isSetTwice ? 1 : static_cast<std::int64_t>(10 * summary.id));
+    EXPECT_THAT(summary.warnings, SizeIs(summary.id % 900 == 0 ? 1 : 0)) << summary.id;
+  }
+}
+
+TEST_P(StoreTest, WhatIsForgottenAtOnceStaysForgotten) {
+  const auto store = open();
+  const std::uint64_t id = store->append(message());
+  store->setSendTime(id, 7);
+  store->reset();
+  store->setSendTime(id, 8);
+  EXPECT_EQ(store->counts({}).all, 0u);
+  const std::uint64_t next = store->append(message());
+  store->setSendTime(next, 9);
+  EXPECT_EQ(store->record(next)->microseconds.send, 9);
+}
+
+TEST_P(StoreTest, HeaderFieldsAreKeptWhateverIsInThem) {
+  const auto store = open();
+  Record given = message();
+  given.headerFields = {{"A", ""}, {"\"", "\\"}, {"tab", "\t\x7F"}, {"\xC3\xBC", "a, b;c=\"d\""}};
+  EXPECT_EQ(store->record(store->append(given))->headerFields, given.headerFields);
+}
+
 TEST_P(StoreTest, PagesTellWhetherThereAreMore) {
   const auto store = open();
   for (int count = 0; count < 3; ++count) store->append(message());
@@ -226,9 +262,9 @@ TEST_P(StoreTest, PagesTellWhetherThereAreMore) {
 TEST(StoreInMemoryTest, KeepsAsManyAsFitTheOldestGoFirst) {
   Store store(std::nullopt, 100, /*maximumSize=*/10000);
   Record record = message();
-  record.body = std::string(1000, 'x');
+  record.body = std::string(900, 'x');
   record.text = std::string(500, 'x');
-  record.headerFields = {{"X", std::string(400, 'x')}};
+  record.headerFields = {{"X", std::string(800, 'x')}};
   for (int count = 0; count < 10; ++count) store.append(record);
   EXPECT_THAT(idsOf(store.requests({}, 20)), ElementsAre(8, 9, 10));
   EXPECT_FALSE(store.record(7));
@@ -254,15 +290,58 @@ TEST(StoreInMemoryTest, IsKeptAtOnce) {
   EXPECT_TRUE(isKept);
 }
 
-TEST(StoreInMemoryTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
-  std::promise<void> goOn;
-  const std::shared_future<void> mayGoOn = goOn.get_future();
+TEST(StoreInMemoryTest, ManyAreFoundInEitherDirection) {
   Store store;
-  store.onChange([mayGoOn] { mayGoOn.wait(); });
-  for (int count = 0; count < 100; ++count) store.append(message());
-  EXPECT_EQ(store.lastId(), 100u);
-  goOn.set_value();
-  EXPECT_EQ(store.counts({}).all, 100u);
+  for (int count = 0; count < 1600; ++count) store.append(count % 800 == 7 ? refusal("odd") : message());
+  RecordFilter filter;
+  filter.accepted = false;
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), ElementsAre(8, 808));
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(808, 8));
+  filter = {};
+  filter.after = 1597;
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), ElementsAre(1598, 1599, 1600));
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(1600, 1599, 1598));
+  filter.after = UINT64_MAX >> 1;
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), IsEmpty());
+  filter = {};
+  filter.before = 3;
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(2, 1));
+  filter.text = "ODD";
+  EXPECT_THAT(idsOf(store.requests(filter, 10)), IsEmpty());
+  filter.before = 809;
+  EXPECT_THAT(idsOf(store.requests(filter, 10, /*newestFirst=*/true)), ElementsAre(808, 8));
+  EXPECT_EQ(store.previous(*store.record(1600)), 1599u);
+  EXPECT_THAT(store.devices(), SizeIs(1));
+  EXPECT_EQ(store.devices().front().messages, 1598u);
+  EXPECT_THAT(store.records({}, 3), SizeIs(3));
+}
+
+TEST(StoreInMemoryTest, WhoeverReadsMayGoOnWhenWhatIsReadHasGone) {
+  RecordMemory memory(2, SIZE_MAX);
+  for (int count = 0; count < 2; ++count) memory.append(message());
+  const auto read = memory.entries({1, 2}, /*newestFirst=*/false, 10);
+  memory.addWarning(2, "late");
+  memory.reset();
+  memory.setSendTime(2, 5);
+  memory.append(message());
+  ASSERT_THAT(read, SizeIs(2));
+  EXPECT_EQ(read[1].record->id, 2u);
+  EXPECT_THAT(read[1].record->warnings, IsEmpty());
+  EXPECT_EQ(read[1].send, 0);
+  EXPECT_THAT(memory.entries({1, 2}, false, 10), IsEmpty());
+  EXPECT_THAT(memory.entries({0, UINT64_MAX}, true, 10), SizeIs(1));
+}
+
+TEST(StoreInMemoryTest, ItsTablesAreForReadingInAnyOrder) {
+  RecordMemory memory(10, SIZE_MAX);
+  for (const char *device : {"B", "A", "C"}) memory.append(message(device));
+  Database database(":memory:", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  addMemoryTables(database, memory);
+  EXPECT_EQ(database.number("SELECT id FROM request ORDER BY device"), 2);
+  EXPECT_EQ(database.number("SELECT id FROM request ORDER BY device DESC"), 3);
+  EXPECT_EQ(database.number("SELECT id FROM request WHERE id >= 2 AND id <= 2"), 2);
+  EXPECT_EQ(database.number("SELECT count(*) FROM request WHERE id < -1"), 0);
+  EXPECT_THROW(database.execute("DELETE FROM request"), DatabaseError);
 }
 
 TEST(StoreInAFileTest, TellsWhenItIsKept) {
@@ -276,6 +355,28 @@ TEST(StoreInAFileTest, TellsWhenItIsKept) {
     there.set_value(failure ? -1 : other.number("SELECT count(*) FROM content"));
   });
   EXPECT_EQ(there.get_future().get(), 1);
+}
+
+TEST(StoreInAFileTest, WhoeverAppendsDoesNotWaitForTheThreadThatWrites) {
+  const TemporaryDirectory temporary;
+  std::promise<void> goOn;
+  const std::shared_future<void> mayGoOn = goOn.get_future();
+  Store store(temporary.path() + "/requests");
+  store.onChange([mayGoOn] { mayGoOn.wait(); });
+  for (int count = 0; count < 100; ++count) store.append(message());
+  EXPECT_EQ(store.lastId(), 100u);
+  goOn.set_value();
+  EXPECT_EQ(store.counts({}).all, 100u);
+}
+
+TEST(StoreInAFileTest, WhatIsTooOldGoesWithItsContent) {
+  const TemporaryDirectory temporary;
+  const std::string file = temporary.path() + "/requests";
+  Store store(file, 2);
+  for (int count = 0; count < 5; ++count) store.append(message());
+  EXPECT_EQ(store.counts({}).all, 2u);
+  Database other(file, SQLITE_OPEN_READWRITE);
+  EXPECT_EQ(other.number("SELECT count(*) FROM content"), 2);
 }
 
 TEST(StoreInAFileTest, IsBoundedByItsNumberAlone) {

@@ -80,6 +80,13 @@ TEST_F(WarningsTest, APositionThatIsNowhere) {
   EXPECT_THAT(about("verticalAccuracy", -1), IsEmpty());
 }
 
+TEST_F(WarningsTest, ANumberIsShownAsItCame) {
+  expectWarning("lat", 500u, "there is: 500");
+  expectWarning("lat", -500, "there is: -500");
+  expectWarning("lat", 90.25, "there is: 90.25");
+  expectWarning("tzOffset", UINT64_MAX, "there is: 18446744073709551615");
+}
+
 TEST_F(WarningsTest, HalfAPositionAndNone) {
   Document message = usual();
   message["lat"] = 0;

@@ -14,6 +14,7 @@ export class Faults {
   constructor(host, records) {
     this.host = host;
     this.records = records;
+    this.times = 0; // that the collector has told of them
     this.list = el("ul", { class: "faults" });
     this.error = el("p", { class: "error", role: "alert" });
     this.off = el("button", { type: "button", hidden: true }, "Switch all off");
@@ -81,7 +82,7 @@ export class Faults {
     setText(this.error, "");
     try {
       await work();
-      this.show(await api.faults());
+      await this.ask();
       say(said);
     } catch (error) {
       this.error.replaceChildren(shown(error.message));
@@ -93,6 +94,19 @@ export class Faults {
     if (action === "delay") return `Delay by ${seconds} s`;
     if (action === "stall") return `Stall half-way${seconds ? ` for ${seconds} s` : ""}`;
     return ACTIONS[action] ?? action;
+  }
+
+  /** The collector has told of them by itself. */
+  told(faults) {
+    this.times += 1;
+    this.show(faults);
+  }
+
+  /** An answer that comes after the collector has told of them may be the older one of the two. */
+  async ask() {
+    const before = this.times;
+    const faults = await api.faults();
+    if (this.times === before) this.show(faults);
   }
 
   show(faults) {

@@ -34,8 +34,8 @@ const detail = new Detail(byId("detail"), () => status, {
   onClose: () => { select(0); byId("list").firstChild.focus({ preventScroll: true }); },
   onShow: (where, record) => {
     if (where === "request") { select(record.id); return; }
-    choose(where);
     (where === "map" ? trackMap : timeline).select(record.id);
+    choose(where);
   },
 });
 const list = new List(byId("list"), view, (id, into) => {
@@ -180,10 +180,18 @@ function setFilter(changes) {
   remember();
 }
 
+/** On a narrow page the request covers everything else: it goes, and stays chosen. */
+function uncover() {
+  if (!detail.id || getComputedStyle(byId("detail")).position !== "fixed") return;
+  document.body.classList.remove("with-detail");
+  detail.show(0);
+}
+
 // What the reader does
 
 function choose(name) {
   current = name;
+  uncover();
   for (const one of VIEWS) {
     byId(`view-${one}`).hidden = one !== name;
     byId(`tab-${one}`).setAttribute("aria-selected", String(one === name));
@@ -344,7 +352,7 @@ async function start() {
   theme(Object.hasOwn(THEMES, kept) ? kept : "auto");
   restore();
   listen({
-    request: arrived, reset, faults: (switches) => faults.show(switches),
+    request: arrived, reset, faults: (switches) => faults.told(switches),
     state: (link) => {
       if (link === "live" && document.body.dataset.link === "lost") loading.catchUp().catch((error) => say(error.message));
       document.body.dataset.link = link;
@@ -356,7 +364,7 @@ async function start() {
     byId("live").title = `${status.service}, version ${status.version}`;
     welcome();
     offerPhone();
-    faults.show(await api.faults());
+    await faults.ask();
     await loading.load();
   } catch (error) {
     say(error.message);

@@ -174,7 +174,7 @@ TEST_F(CurlFailureTest, WaitsForUploadsThatTrickle) {
     }
     connection.readAtLeast(size / 20 * 4);
     connection.answer(200);
-    connection.close();
+    connection.stall();  // which reads the rest
   });
   const auto outcome = send(request(server.url()), Data(size));
   EXPECT_EQ(outcome.status(), 200) << outcome.errorText();

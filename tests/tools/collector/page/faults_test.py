@@ -1,6 +1,7 @@
 """The fault switches."""
 
 import json
+import threading
 import unittest
 
 from page_case import PageCase, message
@@ -59,6 +60,18 @@ class FaultsTest(PageCase):
         self.assertEqual(self.browser.text("#row-1 .c-what"), "delay: answered 10 s later")
         self.select(1)
         self.assertIn("Fault switch: delay: answered 10 s later", self.browser.text(".verdict"))
+
+    def test_an_answer_that_comes_late_does_not_take_back_what_they_did(self):
+        self.show("#view=faults")
+        self.collector.late = threading.Event()
+        self.set("action", "delay")
+        self.browser.click(".fault-form .primary")
+        self.eventually(lambda: self.collector.waiting == 1)
+        self.collector.add(message(1), fault="delay: answered 10 s later")
+        self.browser.until("return document.querySelector('.fault-done')?.textContent === 'acted 1 time, until switched off'")
+        self.collector.late.set()
+        self.browser.until("return document.getElementById('said').textContent === 'The fault switch is on'")
+        self.assertEqual(self.browser.text(".fault-done"), "acted 1 time, until switched off")
 
     def test_tells_why_one_could_not_be_switched_on(self):
         self.show("#view=faults")

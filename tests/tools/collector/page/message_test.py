@@ -108,6 +108,23 @@ class MessageTest(PageCase):
         self.browser.click("#part-fields")
         self.assertEqual(self.browser.text("#part td"), "a\\u202eb")
 
+    def test_makes_room_on_a_phone_for_what_is_asked_for(self):
+        self.browser.size(360, 720)
+        self.addCleanup(self.browser.size, 1280, 800)
+        self.collector.add(message(1, lat=52.5, lon=13.4))
+        self.show()
+        self.await_rows(1)
+        for button, name in (("On the map", "map"), ("On the timeline", "timeline")):
+            self.select(1)
+            self.browser.run("[...document.querySelectorAll('.detail-actions button')]"
+                             ".find((one) => one.textContent === arguments[0]).click()", button)
+            self.browser.until("return !document.getElementById(`view-${arguments[0]}`).hidden &&"
+                               "document.elementFromPoint(180, 500).closest(`#view-${arguments[0]}`)", name)
+            self.browser.keys("1")
+        self.select(1)
+        self.browser.keys("4")
+        self.browser.until("return document.elementFromPoint(180, 500).closest('#view-faults')")
+
     def test_copies_a_curl_command_that_sends_the_same_bytes(self):
         nasty = "it's \"$HOME\" `id` \\x41 \x1b[31m ü7"
         record = self.collector.add(message(1), headerFields=[

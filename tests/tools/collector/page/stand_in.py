@@ -29,6 +29,8 @@ class StandIn:
         self.next_id = self.next_fault = 1
         self.changed = threading.Condition()
         self.phone = None  # what the status tells of phones
+        self.late = None  # an event that an answer of /api/faults waits for when it is made
+        self.waiting = 0  # such answers
         self.asked = []  # what the page wrote: (method, path, body)
         stand_in = self
 
@@ -201,7 +203,11 @@ class PageHandler(http.server.BaseHTTPRequestHandler):
             lines = [json.dumps(service.whole(record)) for record in service.matching(filters)]
             self.answer(200, "".join(line + "\n" for line in lines).encode(), "application/x-ndjson")
         elif path == "/api/faults":
-            self.say({"faults": service.faults})
+            answer = json.loads(json.dumps({"faults": service.faults}))
+            if service.late:
+                service.waiting += 1
+                service.late.wait(60)
+            self.say(answer)
         elif path == "/api/events":
             self.events()
         else:

@@ -4,6 +4,7 @@ import base64
 import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
@@ -16,20 +17,17 @@ KEYS = {"Escape": "\ue00c", "Enter": "\ue007", "Tab": "\ue004", "Down": "\ue015"
         "Right": "\ue014", "Home": "\ue011", "End": "\ue010"}
 
 
+# chromedriver takes a free port of IPv4, and gives up where another program has that one of IPv6.
+STARTS = 10
+
+
 class Browser:
     """One window. What went over its network and to its console is kept, for whoever asks."""
 
     def __init__(self, width=1280, height=800):
         self.folder = tempfile.mkdtemp(prefix="chromium-")
+        self.driver, self.base = self._started_driver()
         # With nothing to ask for and nothing to send of its own, so that what the log holds is the page's.
-        self.driver = subprocess.Popen([shutil.which("chromedriver") or "chromedriver", "--port=0"], stdout=subprocess.PIPE,
-                                       stderr=subprocess.DEVNULL, text=True, env={**os.environ, "HOME": self.folder})
-        for line in self.driver.stdout:
-            if "successfully on port" in line:
-                self.base = f"http://127.0.0.1:{int(line.rstrip('. ').rstrip().rstrip('.').split()[-1])}"
-                break
-        else:
-            raise RuntimeError("chromedriver did not start")
         arguments = ["--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--disable-gpu", "--no-first-run",
                      "--disable-background-networking", "--disable-component-update", "--disable-sync", "--disable-extensions",
                      "--disable-default-apps", "--host-resolver-rules=MAP * ~NOTFOUND, EXCLUDE 127.0.0.1",
@@ -41,6 +39,18 @@ class Browser:
             "goog:chromeOptions": {"args": arguments}}}})
         self.session = f"/session/{session['sessionId']}"
         self.size(width, height)
+
+    def _started_driver(self):
+        """A chromedriver, and where it listens."""
+        for _ in range(STARTS):
+            driver = subprocess.Popen([shutil.which("chromedriver") or "chromedriver", "--port=0"], stdout=subprocess.PIPE,
+                                      stderr=subprocess.DEVNULL, text=True, env={**os.environ, "HOME": self.folder})
+            for line in driver.stdout:
+                if found := re.search(r"successfully on port (\d+)", line):
+                    return driver, f"http://127.0.0.1:{found[1]}"
+            driver.wait()
+            driver.stdout.close()
+        raise RuntimeError("chromedriver does not start")
 
     def close(self):
         try:
