@@ -143,9 +143,9 @@ TEST_F(LinuxReachabilityTunnelTest, AnswersThatMakeNoSenseAreAsGoodAsNone) {
   const auto answers = {
       g_variant_new("(s)", "gsm"),
       g_variant_new("()"),
-      StandInNetworkManager::properties(g_variant_new_uint32(2)),
-      StandInNetworkManager::properties(g_variant_new_object_path("/gsm")),
-      StandInNetworkManager::properties(g_variant_new_strv(nullptr, 0)),
+      g_variant_new("(v)", g_variant_new_uint32(2)),
+      g_variant_new("(v)", g_variant_new_object_path("/gsm")),
+      g_variant_new("(v)", g_variant_new_strv(nullptr, 0)),
   };
   const auto reports = report(anywhere);
   for (GVariant *const answer : answers) {

@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "platform/linux/network/FileDescriptor.h"
+#include "platform/linux/bus/FileDescriptor.h"
 
 namespace kx {
 
