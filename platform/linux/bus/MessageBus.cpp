@@ -1,13 +1,9 @@
 #include "platform/linux/bus/MessageBus.h"
 
-#include <sys/eventfd.h>
-
-#include <array>
 #include <csignal>
 #include <mutex>
 #include <utility>
 
-#include "platform/linux/bus/FileDescriptor.h"
 #include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/bus/Weakly.h"
 #include "platform/linux/console/CallbackBoundary.h"
@@ -23,14 +19,6 @@ void prepareSockets() {
   sigaction(SIGPIPE, nullptr, &chosen);
   g_type_class_ref(G_TYPE_SOCKET);
   sigaction(SIGPIPE, &chosen, nullptr);
-}
-
-/// Whether the process may open as many more files as a connection needs. GLib ends the process where it
-/// cannot make a thread's wake-up event.
-bool canOpenFiles() {
-  const auto open = [] { return FileDescriptor(eventfd(0, EFD_CLOEXEC)); };
-  const std::array<FileDescriptor, 8> files{open(), open(), open(), open(), open(), open(), open(), open()};
-  return files.back().isOpen();
 }
 
 /// Null when there is no such bus: GLib itself would start one for a session that has none, and wait for it.
@@ -64,10 +52,6 @@ void MessageBus::observe(Observer observer) {
 }
 
 void MessageBus::open() {
-  if (!canOpenFiles()) {
-    tryAgainLater();
-    return;
-  }
   static std::once_flag prepared;
   std::call_once(prepared, &prepareSockets);
   const GLibPointer<gchar> address = addressOf(type_);

@@ -1,10 +1,9 @@
-#include "platform/linux/bus/BusProperties.h"
-
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
 
+#include "platform/linux/bus/BusProperties.h"
 #include "platform/linux/bus/GLibPointers.h"
 
 namespace kx {

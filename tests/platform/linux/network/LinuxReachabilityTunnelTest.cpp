@@ -65,6 +65,15 @@ TEST_F(LinuxReachabilityTunnelTest, NetworkManagerTellsWhatIsBeneath) {
   EXPECT_THAT(reports->flags, ElementsAre(flagsOfCellular, flagsOfWifi, flagsOfCellular));
 }
 
+TEST_F(LinuxReachabilityTunnelTest, AContextThatTheHostHasMadeItsThreadsDefaultIsNoObstacle) {
+  const ForeignContext context;
+  StandInNetworkManager networkManager(*bus, "gsm");
+  const auto reports = report(anywhere);
+  EXPECT_TRUE(becomes(reports, flagsOfCellular));
+  networkManager.changeType(g_variant_new_string("802-11-wireless"));
+  EXPECT_TRUE(becomes(reports, flagsOfWifi));
+}
+
 TEST_F(LinuxReachabilityTunnelTest, OfAFloodOfChangesTheLastOneWinsAndTheOthersAreNotLookedAt) {
   GLibPointer<GDBusConnection> connection;
   systemBus->observe([&connection](GDBusConnection *opened) { connection = retained(opened); });
