@@ -12,6 +12,11 @@ namespace kx {
 
 /// What the library cannot learn from a Linux system, and the host tells it.
 struct LinuxHostOptions {
+  /// The application's identifier, "org.example.Host", for a host that has no GApplication with one: of Qt,
+  /// SDL or plain GLib. It is the name of its desktop entry, without ".desktop". A GApplication's goes before
+  /// it, and it goes before the one that a Flatpak sandbox knows. A host without any of these has no
+  /// `bundleId`, no `asn` and no location.
+  std::optional<std::string> applicationIdentifier;
   /// The identifier for advertising, a UUID text. Without one no message is ever sent.
   std::optional<std::string> advertisingIdentifier;
   /// False when the user has asked not to be tracked. The identifier is reported as it is all the same; a
@@ -32,7 +37,7 @@ struct LinuxHostOptions {
 ///
 /// The library's first call, made on that thread, reads the environment (languages, data directories) and the
 /// identifier of the host's GApplication, by which the application is known: a host that has one makes it
-/// before that call.
+/// before that call. One that has none gives its identifier in the options.
 ///
 /// Everything may be called from any thread, returns at once and throws nothing.
 class KX_EXPORT LinuxHost {
