@@ -12,11 +12,6 @@ namespace kx {
 
 /// What the library cannot learn from a Linux system, and the host tells it.
 struct LinuxHostOptions {
-  /// The application's identifier, "org.example.Host", for a host that has no GApplication with one: of Qt,
-  /// SDL or plain GLib. It is the name of its desktop entry, without ".desktop". A GApplication's goes before
-  /// it, and it goes before the one that a Flatpak sandbox knows. A host without any of these has no
-  /// `bundleId`, no `asn` and no location.
-  std::optional<std::string> applicationIdentifier;
   /// The identifier for advertising, a UUID text. Without one no message is ever sent.
   std::optional<std::string> advertisingIdentifier;
   /// False when the user has asked not to be tracked. The identifier is reported as it is all the same; a
@@ -30,6 +25,11 @@ struct LinuxHostOptions {
   /// keep `Geocoder`'s promises: any thread, returns at once, its handler at most once and never from within
   /// the call.
   std::shared_ptr<Geocoder> geocoder;
+  /// The application's identifier, "org.example.Host", for a host that has no GApplication with one: of Qt,
+  /// SDL or plain GLib. It is the name of its desktop entry, without ".desktop". A GApplication's goes before
+  /// it, and it goes before the one that a Flatpak sandbox knows. A host without any of these has no
+  /// `bundleId`, no `asn` and no location.
+  std::optional<std::string> applicationIdentifier;
 };
 
 /// The host application's side of the Linux platform. The host runs GLib's default main context; the thread
