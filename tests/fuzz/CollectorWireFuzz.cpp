@@ -1,3 +1,5 @@
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
@@ -52,6 +54,8 @@ void talk(std::uint16_t port, const std::uint8_t *bytes, std::size_t size) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   require(connect(socket.number(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0,
           "the server takes connections");
+  const int atOnce = 1;
+  setsockopt(socket.number(), IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
   const std::unique_ptr<SSL, void (*)(SSL *)> tls(SSL_new(context), &SSL_free);
   SSL_set_fd(tls.get(), socket.number());
   require(SSL_connect(tls.get()) == 1, "the server shakes hands");
