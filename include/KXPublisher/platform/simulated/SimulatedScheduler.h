@@ -71,6 +71,19 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   std::size_t laterTasks() const { return later_.size(); }
   /// The number of the task that the running thread is in; 0 where it is in none.
   std::uint64_t runningTask() { return runningThread().task; }
+  /// While there is one, the device is at work for itself and not in the library's code: what a test has fail
+  /// in the library, memory for one, does not fail in it.
+  class OwnWork {
+   public:
+    explicit OwnWork(SimulatedScheduler &scheduler) : scheduler_(scheduler) { ++scheduler_.ownWork_; }
+    ~OwnWork() { --scheduler_.ownWork_; }
+    OwnWork(const OwnWork &) = delete;
+    OwnWork &operator=(const OwnWork &) = delete;
+
+   private:
+    SimulatedScheduler &scheduler_;
+  };
+  bool isAtOwnWork() const { return ownWork_ != 0; }
   /// How many workers there were at once, at most.
   std::size_t workers() const { return workers_.size(); }
 
@@ -172,6 +185,7 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   double atOnceShare_;
   bool suspended_ = false;
   bool finished_ = false;
+  unsigned ownWork_ = 0;
   bool inOnePiece_ = false;  ///< no yield point switches now
   double uptime_ = 0;
   std::uint64_t tasksAtThisTime_ = 0;
