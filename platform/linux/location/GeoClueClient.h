@@ -9,7 +9,7 @@
 
 #include "KXPublisher/platform/LocationManager.h"
 #include "platform/linux/bus/GLibPointers.h"
-#include "platform/linux/location/OneShotTimer.h"
+#include "platform/linux/threads/OneShotTimer.h"
 
 namespace kx {
 

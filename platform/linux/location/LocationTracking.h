@@ -10,8 +10,8 @@
 #include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/location/GeoClueClient.h"
 #include "platform/linux/location/LocationAuthorization.h"
-#include "platform/linux/location/OneShotTimer.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
+#include "platform/linux/threads/OneShotTimer.h"
 
 namespace kx {
 
