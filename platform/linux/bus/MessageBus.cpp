@@ -1,6 +1,11 @@
 #include "platform/linux/bus/MessageBus.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
 #include <csignal>
+#include <cstddef>
 #include <mutex>
 #include <utility>
 
@@ -19,6 +24,17 @@ void prepareSockets() {
   sigaction(SIGPIPE, nullptr, &chosen);
   g_type_class_ref(G_TYPE_SOCKET);
   sigaction(SIGPIPE, &chosen, nullptr);
+}
+
+/// Whether as many files can be opened as GLib opens for a connection: it ends the process where one of them
+/// cannot be. More than it takes, since other threads open some meanwhile.
+bool hasFreeDescriptors() {
+  std::array<int, 16> opened{};
+  std::size_t count = 0;
+  while (count < opened.size() && (opened[count] = eventfd(0, EFD_CLOEXEC)) >= 0) ++count;
+  const bool enough = count == opened.size();
+  while (count > 0) close(opened[--count]);
+  return enough;
 }
 
 /// Null when there is no such bus: GLib itself would start one for a session that has none, and wait for it.
@@ -52,6 +68,7 @@ void MessageBus::observe(Observer observer) {
 }
 
 void MessageBus::open() {
+  if (!hasFreeDescriptors()) return tryAgainLater();
   static std::once_flag prepared;
   std::call_once(prepared, &prepareSockets);
   const GLibPointer<gchar> address = addressOf(type_);

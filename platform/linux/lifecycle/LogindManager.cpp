@@ -7,6 +7,7 @@
 
 #include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/threads/ForkedChild.h"
 
 namespace kx {
 
@@ -74,7 +75,9 @@ void LogindManager::takeLock() {
 
 void LogindManager::giveUpLock() {
   wantsLock_ = false;
-  if (lock_ >= 0) close(std::exchange(lock_, -1));
+  if (lock_ < 0) return;
+  ForkedChild::forget(lock_);
+  close(std::exchange(lock_, -1));
 }
 
 void LogindManager::whenLocked(GObject *connection, GAsyncResult *result, gpointer data) {
@@ -93,6 +96,7 @@ void LogindManager::keepLock(GVariant *answer, GUnixFDList *descriptors) {
   g_variant_get(answer, "(h)", &index);
   if (index < 0 || index >= g_unix_fd_list_get_length(descriptors)) return;
   lock_ = g_unix_fd_list_get(descriptors, index, nullptr);
+  if (lock_ >= 0) ForkedChild::keepFrom(lock_);
 }
 
 void LogindManager::whenTold(GObject *connection, GAsyncResult *result, gpointer data) {

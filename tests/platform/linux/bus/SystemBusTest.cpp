@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -152,6 +156,29 @@ TEST_F(SystemBusTest, LetsGoOfItsConnectionWhenItIsReleased) {
       &finalized);
   bus.reset();
   EXPECT_TRUE(loopUntil([&] { return finalized.load(); }));
+}
+
+TEST_F(SystemBusTest, WaitsWhereNoFileCanBeOpened) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlim_t before = limit.rlim_cur;
+  const int last = eventfd(0, EFD_CLOEXEC);
+  // Also one, three and six free ones are too few: GLib would end the process over the last of those it
+  // needs.
+  for (const rlim_t free : {rlim_t{0}, rlim_t{1}, rlim_t{3}, rlim_t{6}}) {
+    limit.rlim_cur = static_cast<rlim_t>(last) + 1 + free;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const auto bus = makeBus();
+    bool told = false;
+    bus->observe([&](GDBusConnection *connection) { told = connection != nullptr; });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(150);
+    loopUntil([&] { return std::chrono::steady_clock::now() > end; });
+    EXPECT_FALSE(told);
+    limit.rlim_cur = before;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_TRUE(loopUntil([&] { return told; }));
+  }
+  close(last);
 }
 
 // ---- The session's
