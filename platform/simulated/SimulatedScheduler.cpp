@@ -331,7 +331,7 @@ void SimulatedScheduler::makeDueTasksReady() {
   }
   if (!seeded_) return;
   for (auto last = ready_.size(); last > first + 1; --last) {
-    std::swap(ready_[last - 1], ready_[first + random_() % (last - first)]);
+    std::swap(ready_[last - 1], ready_[first + static_cast<std::size_t>(random_() % (last - first))]);
   }
 }
 
