@@ -1,5 +1,6 @@
 #include "KXPublisher/platform/SerialOperationQueue.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "KXPublisher/platform/Platform.h"
@@ -8,17 +9,31 @@
 namespace kx {
 
 void SerialOperationQueue::addOperation(WorkItem operation) {
+  std::list<Waiting> own;  // outlives the lock, as below: what operations hold is released without it
+  own.push_back({0, std::move(operation)});
+  std::uint64_t number = 0;
   yieldPoint();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    waiting_.push_back(std::move(operation));
+    number = own.front().number = ++added_;
+    waiting_.splice(waiting_.end(), own);
     if (std::exchange(submitted_, true)) return;
   }
-  submit();
+  try {
+    submit();
+  } catch (...) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    submitted_ = false;
+    const auto found = std::find_if(waiting_.begin(), waiting_.end(), [number](const Waiting &candidate) {
+      return candidate.number == number;
+    });
+    if (found != waiting_.end()) own.splice(own.end(), waiting_, found);
+    throw;
+  }
 }
 
 void SerialOperationQueue::cancelAllOperations() {
-  std::deque<WorkItem> cancelled;  // outlives the lock: what the operations hold is released without it
+  std::list<Waiting> cancelled;
   yieldPoint();
   const std::lock_guard<std::mutex> lock(mutex_);
   cancelled.swap(waiting_);
@@ -27,37 +42,46 @@ void SerialOperationQueue::cancelAllOperations() {
 void SerialOperationQueue::submit() {
   // One task an operation, so that a busy queue does not keep a worker from others.
   Platform::current().dispatch().globalQueue(DispatchQueuePriority::standard).async([queue = strong(*this)] {
-    queue->runNextOperation();
+    queue->runOperations();
   });
 }
 
-void SerialOperationQueue::runNextOperation() {
-  WorkItem operation;
+void SerialOperationQueue::runOperations() {
+  do {
+    std::list<Waiting> running;
+    yieldPoint();
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      if (waiting_.empty()) {  // cancelled since
+        submitted_ = false;
+        return;
+      }
+      running.splice(running.end(), waiting_, waiting_.begin());
+    }
+    try {
+      running.front().operation();
+    } catch (...) {
+      if (!submitNext()) runOperations();
+      throw;
+    }
+  } while (!submitNext());
+}
+
+/// Has the next operation, if one waits, get its turn on a worker. False when it cannot be submitted: then
+/// the one that runs this goes on.
+bool SerialOperationQueue::submitNext() noexcept {
   yieldPoint();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (waiting_.empty()) {  // cancelled since
-      submitted_ = false;
-      return;
-    }
-    operation = std::move(waiting_.front());
-    waiting_.pop_front();
+    submitted_ = !waiting_.empty();
+    if (!submitted_) return true;
   }
-
-  // However the operation ends, the next one gets its turn.
-  struct Continuation {
-    SerialOperationQueue &queue;
-    ~Continuation() {
-      yieldPoint();
-      {
-        const std::lock_guard<std::mutex> lock(queue.mutex_);
-        queue.submitted_ = !queue.waiting_.empty();
-        if (!queue.submitted_) return;
-      }
-      queue.submit();
-    }
-  } const continuation{*this};
-  operation();
+  try {
+    submit();
+    return true;
+  } catch (...) {
+    return false;
+  }
 }
 
 }  // namespace kx

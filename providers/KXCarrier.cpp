@@ -4,8 +4,6 @@
 #include <string_view>
 
 #include "KXPublisher/platform/Application.h"
-#include "KXPublisher/platform/DispatchQueue.h"
-#include "KXPublisher/platform/NotificationCenter.h"
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/platform/foundation/StringFormat.h"
 #include "platform/foundation/SingleInstance.h"
@@ -31,26 +29,33 @@ std::shared_ptr<KXCarrier> KXCarrier::sharedInstance() {
 
 void KXCarrier::instanceDidStartInit() {
   initCarrierInfo();
-  Platform &platform = Platform::current();
-  platform.defaultNotificationCenter().addObserverForName(
-      UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
-      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
-        provider->initCarrierInfo();
-        Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([provider] {
-          provider->updateData();
-        });
-      });
+  whenApplicationPosts(UIApplicationWillEnterForegroundNotification, [this] {
+    initCarrierInfo();
+    updateDataInBackground(/*ifPermitted=*/false);
+  });
 }
 
 void KXCarrier::initCarrierInfo() {
   const auto networkInfo = Platform::current().telephony().makeTelephonyNetworkInfo();
   if (networkInfo == nullptr) return;
+  const auto previous = this->networkInfo();
   networkInfo_.set(networkInfo);
-  carrierInfo_.set(networkInfo->subscriberCellularProvider());
-  networkInfo->setSubscriberCellularProviderDidUpdateNotifier(
-      [provider = strong(*this)](const std::shared_ptr<Carrier> &carrier) {
-        provider->carrierInfo_.set(carrier);
-        provider->updateData();
+  try {
+    followCarrier(*networkInfo);
+  } catch (...) {
+    networkInfo_.set(previous);  // which reports changes
+    throw;
+  }
+}
+
+void KXCarrier::followCarrier(TelephonyNetworkInfo &networkInfo) {
+  carrierInfo_.set(networkInfo.subscriberCellularProvider());
+  networkInfo.setSubscriberCellularProviderDidUpdateNotifier(
+      [this, held = heldByHandlers()](const std::shared_ptr<Carrier> &carrier) {
+        const auto provider = held == nullptr ? nullptr : held->get();
+        if (provider == nullptr) return;
+        carrierInfo_.set(carrier);
+        updateData();
       });
 }
 

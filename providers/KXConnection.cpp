@@ -1,7 +1,6 @@
 #include "KXPublisher/providers/KXConnection.h"
 
 #include "KXPublisher/platform/Application.h"
-#include "KXPublisher/platform/DispatchQueue.h"
 #include "KXPublisher/platform/Platform.h"
 #include "platform/foundation/SingleInstance.h"
 
@@ -26,24 +25,11 @@ void KXConnection::instanceDidStartInit() {
       strong(*this), Selector::of<&KXConnection::reachabilityDidChange>("reachabilityDidChange:"),
       kReachabilityDidChangeNotification, nullptr);
   startNotifier();
-  observeApplication();
-}
-
-void KXConnection::observeApplication() {
-  Platform &platform = Platform::current();
-  NotificationCenter &center = platform.defaultNotificationCenter();
-  center.addObserverForName(
-      UIApplicationDidEnterBackgroundNotification, platform.sharedApplication(),
-      platform.mainOperationQueue(),
-      [provider = strong(*this)](const std::shared_ptr<Notification> &) { provider->stopNotifier(); });
-  center.addObserverForName(
-      UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
-      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
-        provider->startNotifier();
-        Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([provider] {
-          if (provider->hasPermissions()) provider->updateData();
-        });
-      });
+  whenApplicationPosts(UIApplicationDidEnterBackgroundNotification, [this] { stopNotifier(); });
+  whenApplicationPosts(UIApplicationWillEnterForegroundNotification, [this] {
+    startNotifier();
+    updateDataInBackground(/*ifPermitted=*/true);
+  });
 }
 
 void KXConnection::startNotifier() {
@@ -74,10 +60,7 @@ void ReachabilityCallback(NetworkReachabilityRef /*target*/, NetworkReachability
 }
 
 void KXConnection::reachabilityDidChange(const std::shared_ptr<Notification> & /*notification*/) {
-  Platform::current()
-      .dispatch()
-      .globalQueue(DispatchQueuePriority::background)
-      .async([provider = strong(*this)] { provider->updateData(); });
+  updateDataInBackground(/*ifPermitted=*/false);
 }
 
 KXNetworkStatus KXConnection::currentReachabilityStatus() {

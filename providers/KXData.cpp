@@ -8,6 +8,7 @@
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/platform/foundation/Exceptions.h"
 #include "KXPublisher/platform/foundation/StringFormat.h"
+#include "platform/EndedException.h"
 
 namespace kx {
 
@@ -51,37 +52,41 @@ std::shared_ptr<MutableDictionary> KXData::computeData() {
 void KXData::instanceDidStartInit() {}
 
 void KXData::init() {
+  const auto held = std::make_shared<AtomicProperty<std::shared_ptr<KXData>>>(strong(*this));
+  heldByHandlers_ = held;
+  try {
+    startInit();
+  } catch (...) {
+    held->set(nullptr);  // there is no withdrawing handlers
+    throw;
+  }
+}
+
+void KXData::startInit() {
   instanceDidStartInit();
   // Submitted before the queue exists: a worker that is quicker than the next line finds no queue, does
   // nothing, and leaves the first data to the next refresh.
-  Platform::current()
-      .dispatch()
-      .globalQueue(DispatchQueuePriority::background)
-      .async([provider = strong(*this)] {
-        if (provider->hasPermissions()) provider->updateData();
-      });
+  updateDataInBackground(/*ifPermitted=*/true);
   computeDataOperationQueue_.set(std::make_shared<SerialOperationQueue>());
   sharedScheduler_.set(KXScheduler::sharedInstance());
-  observeApplication();
+  whenApplicationPosts(UIApplicationDidEnterBackgroundNotification, [this] {
+    if (!needsMonitoring()) return;
+    sharedScheduler()->removeTimerForTarget(strong(*this), updateDataWithTimerSelector());
+  });
+  whenApplicationPosts(UIApplicationWillEnterForegroundNotification, [this] {
+    if (!needsMonitoring()) return;
+    updateDataInBackground(/*ifPermitted=*/true);
+    updateMonitoring();
+  });
 }
 
-void KXData::observeApplication() {
+void KXData::whenApplicationPosts(const std::string &name, std::function<void()> handler) {
   Platform &platform = Platform::current();
-  NotificationCenter &center = platform.defaultNotificationCenter();
-  center.addObserverForName(
-      UIApplicationDidEnterBackgroundNotification, platform.sharedApplication(),
-      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
-        if (!provider->needsMonitoring()) return;
-        provider->sharedScheduler()->removeTimerForTarget(provider, updateDataWithTimerSelector());
-      });
-  center.addObserverForName(
-      UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
-      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
-        if (!provider->needsMonitoring()) return;
-        Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([provider] {
-          if (provider->hasPermissions()) provider->updateData();
-        });
-        provider->updateMonitoring();
+  platform.defaultNotificationCenter().addObserverForName(
+      name, platform.sharedApplication(), platform.mainOperationQueue(),
+      [held = heldByHandlers(), handler = std::move(handler)](const std::shared_ptr<Notification> &) {
+        const auto provider = held == nullptr ? nullptr : held->get();
+        if (provider != nullptr) handler();
       });
 }
 
@@ -96,27 +101,62 @@ KXData::~KXData() {
 }
 
 void KXData::updateData() {
-  replaceData([this] { return computeData(); });
+  replaceData(Request::update, [this] { return computeData(); });
 }
 
 void KXData::updateData(std::shared_ptr<MutableDictionary> data) {
-  replaceData([data = std::move(data)] { return data; });
+  replaceData(Request::update, [data = std::move(data)] { return data; });
 }
 
 void KXData::resetData() {
-  replaceData([] { return std::make_shared<MutableDictionary>(); });
+  replaceData(Request::reset, [] { return std::make_shared<MutableDictionary>(); });
 }
 
-void KXData::replaceData(std::function<std::shared_ptr<MutableDictionary>()> next) {
-  const auto queue = computeDataOperationQueue();
-  if (queue == nullptr) return;
-  WorkItem operation = [provider = strong(*this), next = std::move(next)] {
-    // Emptied before it is replaced, so that whoever still holds the old map sees it end.
-    if (const auto previous = provider->data()) previous->removeAllObjects();
-    provider->data_.set(next());
-  };
-  queue->cancelAllOperations();
-  queue->addOperation(std::move(operation));
+void KXData::updateDataInBackground(bool ifPermitted) {
+  asRequest(Request::update, [this, ifPermitted] {
+    Platform::current()
+        .dispatch()
+        .globalQueue(DispatchQueuePriority::background)
+        .async([provider = strong(*this), ifPermitted] {
+          provider->asRequest(Request::update, [&] {
+            if (!ifPermitted || provider->hasPermissions()) provider->updateData();
+          });
+        });
+  });
+}
+
+void KXData::replaceData(Request request, std::function<std::shared_ptr<MutableDictionary>()> next) {
+  asRequest(request, [&] {
+    const auto queue = computeDataOperationQueue();
+    if (queue == nullptr) return;
+    WorkItem operation = [provider = strong(*this), request, next = std::move(next)] {
+      provider->asRequest(request, [&] {
+        // Emptied before it is replaced, so that whoever still holds the old map sees it end.
+        if (const auto previous = provider->data()) previous->removeAllObjects();
+        provider->data_.set(next());
+        provider->lost_ = Request::none;
+      });
+    };
+    queue->cancelAllOperations();
+    queue->addOperation(std::move(operation));
+  });
+}
+
+void KXData::repeatLostRequest() noexcept {
+  const Request request = lost_;
+  if (request == Request::none) return;
+  lost_ = Request::none;
+  try {
+    asRequest(request, [this, request] {
+      if (request == Request::reset) {
+        resetData();
+      } else if (hasPermissions()) {
+        updateData();
+      }
+    });
+  } catch (...) {
+    reportEndedException();
+  }
 }
 
 bool KXData::isMonitoring() const {

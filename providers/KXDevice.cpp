@@ -1,6 +1,7 @@
 #include "KXPublisher/providers/KXDevice.h"
 
 #include <array>
+#include <exception>
 #include <vector>
 
 #include "KXPublisher/platform/AdvertisingIdentifierManager.h"
@@ -64,11 +65,17 @@ std::optional<std::string> KXDevice::deviceName() {
 std::optional<std::string> KXDevice::userAgent() {
   std::optional<std::string> result;
   Platform &platform = Platform::current();
-  platform.dispatch().mainQueue().sync([&platform, &result] {
-    if (const auto webView = platform.webViews().makeWebView()) {
-      result = webView->stringByEvaluatingJavaScriptFromString("navigator.userAgent");
+  std::exception_ptr thrown;
+  platform.dispatch().mainQueue().sync([&platform, &result, &thrown] {
+    try {
+      if (const auto webView = platform.webViews().makeWebView()) {
+        result = webView->stringByEvaluatingJavaScriptFromString("navigator.userAgent");
+      }
+    } catch (...) {
+      thrown = std::current_exception();
     }
   });
+  if (thrown != nullptr) std::rethrow_exception(thrown);
   return result;
 }
 

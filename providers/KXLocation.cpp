@@ -3,9 +3,7 @@
 #include <utility>
 
 #include "KXPublisher/platform/Application.h"
-#include "KXPublisher/platform/DispatchQueue.h"
 #include "KXPublisher/platform/LocationService.h"
-#include "KXPublisher/platform/NotificationCenter.h"
 #include "KXPublisher/platform/Platform.h"
 #include "platform/foundation/SingleInstance.h"
 #include "providers/Facts.h"
@@ -61,28 +59,15 @@ void KXLocation::instanceDidStartInit() {
   }
   geocoder_.set(service.makeGeocoder());
   if (const auto permitted = permittedLocationManager()) permitted->startUpdatingLocation();
-  observeApplication();
-}
-
-void KXLocation::observeApplication() {
-  Platform &platform = Platform::current();
-  NotificationCenter &center = platform.defaultNotificationCenter();
-  center.addObserverForName(UIApplicationDidEnterBackgroundNotification, platform.sharedApplication(),
-                            platform.mainOperationQueue(),
-                            [provider = strong(*this)](const std::shared_ptr<Notification> &) {
-                              if (const auto manager = provider->locationManager())
-                                manager->stopUpdatingLocation();
-                            });
-  center.addObserverForName(
-      UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
-      platform.mainOperationQueue(), [provider = strong(*this)](const std::shared_ptr<Notification> &) {
-        const auto manager = provider->permittedLocationManager();
-        if (manager == nullptr) return;
-        manager->startUpdatingLocation();
-        Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([provider] {
-          provider->updateData();
-        });
-      });
+  whenApplicationPosts(UIApplicationDidEnterBackgroundNotification, [this] {
+    if (const auto following = locationManager()) following->stopUpdatingLocation();
+  });
+  whenApplicationPosts(UIApplicationWillEnterForegroundNotification, [this] {
+    const auto permitted = permittedLocationManager();
+    if (permitted == nullptr) return;
+    permitted->startUpdatingLocation();
+    updateDataInBackground(/*ifPermitted=*/false);
+  });
 }
 
 std::shared_ptr<LocationManager> KXLocation::permittedLocationManager() {
@@ -100,9 +85,11 @@ std::shared_ptr<MutableDictionary> KXLocation::computeData() {
     geocoder->reverseGeocodeLocation(
         *location, [provider = strong(*this), position](const std::vector<Placemark> &placemarks) {
           if (placemarks.empty()) return;
-          Dictionary positionAndPlace = position;
-          addPlaceFacts(placemarks.front(), positionAndPlace);
-          provider->updateData(std::make_shared<MutableDictionary>(std::move(positionAndPlace)));
+          provider->asRequest(Request::update, [&] {
+            Dictionary positionAndPlace = position;
+            addPlaceFacts(placemarks.front(), positionAndPlace);
+            provider->updateData(std::make_shared<MutableDictionary>(std::move(positionAndPlace)));
+          });
         });
   }
   return std::make_shared<MutableDictionary>(std::move(position));

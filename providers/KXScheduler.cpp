@@ -50,6 +50,18 @@ void KXScheduler::setScheduleInfo(std::shared_ptr<KXScheduleInfo> scheduleInfo,
   if (const auto key = keyForTarget(forTarget, selector)) exchangeScheduleInfo(*key, std::move(scheduleInfo));
 }
 
+std::map<std::string, std::shared_ptr<KXScheduleInfo>> KXScheduler::scheduleInfoMap() const {
+  yieldPoint();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return scheduleInfoMap_;
+}
+
+void KXScheduler::setScheduleInfoMap(std::map<std::string, std::shared_ptr<KXScheduleInfo>> scheduleInfoMap) {
+  yieldPoint();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  scheduleInfoMap_.swap(scheduleInfoMap);
+}
+
 void KXScheduler::scheduleTimerForTarget(const std::shared_ptr<Object> &target, Selector selector,
                                          double withTimeInverval) {
   if (!keyForTarget(target, selector)) return;
@@ -62,9 +74,14 @@ void KXScheduler::scheduleTimerForTarget(const std::shared_ptr<Object> &target, 
   }
   RunLoopService &runLoops = Platform::current().runLoops();
   const auto timer = runLoops.timerWithTimeInterval(withTimeInverval, target, selector, /*repeats=*/true);
-  runLoops.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);
-  setScheduleInfo(std::make_shared<KXScheduleInfo>(timer, target, selector, withTimeInverval), target,
-                  selector);
+  try {
+    runLoops.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);
+    setScheduleInfo(std::make_shared<KXScheduleInfo>(timer, target, selector, withTimeInverval), target,
+                    selector);
+  } catch (...) {
+    timer->invalidate();  // nobody could stop one that has no record
+    throw;
+  }
 }
 
 void KXScheduler::setTimeInterval(double timeInterval, const std::shared_ptr<Object> &forTarget,

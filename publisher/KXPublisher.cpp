@@ -15,6 +15,7 @@
 #include "KXPublisher/providers/KXLocation.h"
 #include "KXPublisher/publisher/KXLogger.h"
 #include "diagnostics/Journal.h"
+#include "platform/EndedException.h"
 #include "platform/foundation/SingleInstance.h"
 
 namespace kx {
@@ -46,7 +47,7 @@ KXDiagnosis::Identifier identifierOf(const Dictionary &message) {
 std::shared_ptr<KXPublisher> KXPublisher::sharedInstanceWithApiToken(
     const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) noexcept {
   try {
-    const auto &instance = singleInstance([&] { return initWithApiToken(apiToken, hostname); });
+    const auto &instance = singleInstance([&] { return make(apiToken, hostname); });
     Journal::shared().entryCalled();
     return instance;
   } catch (...) {
@@ -63,8 +64,17 @@ std::shared_ptr<KXPublisher> KXPublisher::sharedInstanceWithApiToken(const char 
   }
 }
 
-std::shared_ptr<KXPublisher> KXPublisher::initWithApiToken(const std::optional<std::string> &apiToken,
-                                                           const std::optional<std::string> &hostname) {
+std::shared_ptr<KXPublisher> KXPublisher::initWithApiToken(
+    const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname) noexcept {
+  try {
+    return make(apiToken, hostname);
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+std::shared_ptr<KXPublisher> KXPublisher::make(const std::optional<std::string> &apiToken,
+                                               const std::optional<std::string> &hostname) {
   std::shared_ptr<KXPublisher> publisher(new KXPublisher);
   publisher->init(apiToken, hostname);
   return publisher;
@@ -76,8 +86,19 @@ void KXPublisher::init(const std::optional<std::string> &apiToken,
   dataProviders_.set({KXDevice::sharedInstance(), KXCarrier::sharedInstance(), KXLocation::sharedInstance(),
                       KXConnection::sharedInstance(), KXAsn::sharedInstance()});
   kxLogger_.set(KXLogger::sharedInstanceWithApiToken(apiToken, hostname));
-  scheduleReports();
-  observeApplication();
+  const auto held = std::make_shared<AtomicProperty<std::shared_ptr<KXPublisher>>>(strong(*this));
+  std::shared_ptr<RunLoopTimer> early;
+  try {
+    early = scheduleReport(loggingFirstTimeDelay, /*repeats=*/false);
+    scheduleReport(loggingTimeInterval, /*repeats=*/true);
+    observeApplication(held);
+  } catch (...) {
+    // One that is not whole must not report beside the next one.
+    held->set(nullptr);
+    if (early != nullptr) early->invalidate();
+    if (const auto timer = logTimer()) timer->invalidate();
+    throw;
+  }
   Journal::shared().publisherMade();
 }
 
@@ -94,36 +115,48 @@ KXPublisher::~KXPublisher() {
   }
 }
 
-void KXPublisher::scheduleReports() {
+/// The repeating one is kept. The other one is not: once scheduled, the early report is made, even if the
+/// application enters the background first.
+std::shared_ptr<RunLoopTimer> KXPublisher::scheduleReport(double timeInterval, bool repeats) {
   RunLoopService &runLoops = Platform::current().runLoops();
-  const Selector logDataSelector = Selector::of<&KXPublisher::logData>("logData:");
-  // Not kept: once scheduled, the early report is made, even if the application enters the background first.
-  runLoops.mainRunLoop()->addTimer(runLoops.timerWithTimeInterval(loggingFirstTimeDelay, strong(*this),
-                                                                  logDataSelector, /*repeats=*/false),
-                                   RunLoopMode::commonModes);
-  const auto logTimer =
-      runLoops.timerWithTimeInterval(loggingTimeInterval, strong(*this), logDataSelector, /*repeats=*/true);
-  logTimer_.set(logTimer);
-  runLoops.mainRunLoop()->addTimer(logTimer, RunLoopMode::commonModes);
+  const auto timer = runLoops.timerWithTimeInterval(timeInterval, strong(*this),
+                                                    Selector::of<&KXPublisher::logData>("logData:"), repeats);
+  if (repeats) logTimer_.set(timer);
+  try {
+    runLoops.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);
+  } catch (...) {
+    timer->invalidate();
+    throw;
+  }
+  return timer;
 }
 
-void KXPublisher::observeApplication() {
+void KXPublisher::repeatReports() noexcept {
+  try {
+    scheduleReport(loggingTimeInterval, /*repeats=*/true);
+  } catch (...) {
+    reportEndedException();
+  }
+}
+
+void KXPublisher::observeApplication(const Held &held) {
   Platform &platform = Platform::current();
   NotificationCenter &center = platform.defaultNotificationCenter();
   center.addObserverForName(UIApplicationDidEnterBackgroundNotification, platform.sharedApplication(),
-                            platform.mainOperationQueue(),
-                            [publisher = strong(*this)](const std::shared_ptr<Notification> &) {
-                              publisher->applicationDidEnterBackground();
+                            platform.mainOperationQueue(), [held](const std::shared_ptr<Notification> &) {
+                              if (const auto publisher = held->get())
+                                publisher->applicationDidEnterBackground();
                             });
   center.addObserverForName(UIApplicationWillEnterForegroundNotification, platform.sharedApplication(),
-                            platform.mainOperationQueue(),
-                            [publisher = strong(*this)](const std::shared_ptr<Notification> &) {
-                              publisher->applicationWillEnterForeground();
+                            platform.mainOperationQueue(), [held](const std::shared_ptr<Notification> &) {
+                              if (const auto publisher = held->get())
+                                publisher->applicationWillEnterForeground();
                             });
 }
 
 void KXPublisher::applicationDidEnterBackground() {
   Journal::shared().applicationMoved(/*toBackground=*/true);
+  inBackground_ = true;
   if (const auto timer = logTimer()) {
     timer->invalidate();
     logTimer_.set(nullptr);
@@ -142,32 +175,52 @@ void KXPublisher::applicationDidEnterBackground() {
     application->endBackgroundTask(task->exchange(invalidBackgroundTask));
   };
   *task = application->beginBackgroundTaskWithName(backgroundTaskName, endTask);
-  platform.dispatch()
-      .globalQueue(DispatchQueuePriority::standard)
-      .async([publisher = strong(*this), endTask] {
-        try {
+  try {
+    platform.dispatch()
+        .globalQueue(DispatchQueuePriority::standard)
+        .async([publisher = strong(*this), endTask] {
           publisher->logDataAsync(false);
-        } catch (...) {
           endTask();
-          throw;
-        }
-        endTask();
-      });
+        });
+  } catch (...) {
+    endTask();
+    throw;
+  }
 }
 
 void KXPublisher::applicationWillEnterForeground() {
   Journal::shared().applicationMoved(/*toBackground=*/false);
+  inBackground_ = false;
   if (const auto timer = logTimer()) timer->invalidate();
-  scheduleReports();
+  try {
+    scheduleReport(loggingFirstTimeDelay, /*repeats=*/false);
+  } catch (...) {
+    reportEndedException();  // one report is lost, and not all that follow
+  }
+  repeatReports();
 }
 
-void KXPublisher::logData(const std::shared_ptr<RunLoopTimer> &sender) {
-  if (sender != nullptr) Journal::shared().mainLoopServed();
+void KXPublisher::logData(const std::shared_ptr<RunLoopTimer> &sender) noexcept {
+  if (sender != nullptr) {
+    Journal::shared().mainLoopServed();
+    // There was no memory for the timer when the application returned.
+    const auto timer = logTimer();
+    if (!inBackground_ && (timer == nullptr || !timer->isValid())) repeatReports();
+  }
   logDataAsync(true);
 }
 
-void KXPublisher::logDataAsync(bool async) {
-  Dictionary message = data();
+void KXPublisher::logDataAsync(bool async) noexcept {
+  try {
+    report(async);
+  } catch (...) {
+    reportEndedException();
+  }
+}
+
+void KXPublisher::report(bool async) {
+  Dictionary message = this->message();
+  for (const auto &provider : dataProviders_.get()) provider->repeatLostRequest();
   const auto identifier = identifierOf(message);
   Journal::shared().reportMade(identifier);
   if (identifier != KXDiagnosis::Identifier::usable) {
@@ -175,7 +228,19 @@ void KXPublisher::logDataAsync(bool async) {
     return;
   }
   Journal::shared().reportHandedOver();
-  kxLogger()->logData(std::move(message), async);
+  if (const auto logger = kxLogger()) {
+    logger->logData(std::move(message), async);
+  } else {
+    Journal::shared().reportDropped(KXDiagnosis::Drop::noTransport);
+  }
+}
+
+std::vector<std::shared_ptr<KXData>> KXPublisher::dataProviders() const noexcept {
+  try {
+    return dataProviders_.get();
+  } catch (...) {
+    return {};
+  }
 }
 
 KXDiagnosis KXPublisher::diagnosis() noexcept {

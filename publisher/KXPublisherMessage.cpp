@@ -6,6 +6,7 @@
 #include "KXPublisher/platform/ProcessInfo.h"
 #include "KXPublisher/providers/KXData.h"
 #include "KXPublisher/transport/KXNetworking.h"
+#include "platform/EndedException.h"
 
 namespace kx {
 
@@ -23,9 +24,18 @@ std::int64_t eventTime(double timeIntervalSince1970) {
 
 }  // namespace
 
-Dictionary KXPublisher::data() const {
+Dictionary KXPublisher::data() const noexcept {
+  try {
+    return message();
+  } catch (...) {
+    reportEndedException();
+    return {};
+  }
+}
+
+Dictionary KXPublisher::message() const {
   Dictionary message;
-  for (const auto &provider : dataProviders()) {
+  for (const auto &provider : dataProviders_.get()) {
     if (const auto facts = provider->data()) message.addEntriesFrom(*facts->contents());
   }
   // After the merge, so that these five keys are the publisher's, whatever a provider says.
@@ -39,8 +49,13 @@ Dictionary KXPublisher::data() const {
   return message;
 }
 
-std::string KXPublisher::description() const {
-  return data().description();
+std::string KXPublisher::description() const noexcept {
+  try {
+    return message().description();
+  } catch (...) {
+    reportEndedException();
+    return {};
+  }
 }
 
 }  // namespace kx

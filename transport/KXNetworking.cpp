@@ -26,7 +26,7 @@ KXNetworking::KXNetworking(std::optional<std::string> apiToken, std::optional<st
       accessTokenOperationQueue_(std::make_shared<SerialOperationQueue>()) {}
 
 KXNetworking::~KXNetworking() {
-  accessTokenOperationQueue_->cancelAllOperations();
+  if (const auto queue = accessTokenOperationQueue()) queue->cancelAllOperations();
   if (const auto timer = accessTokenRequestTimer()) timer->invalidate();
 }
 

@@ -11,6 +11,8 @@
 #include "KXPublisher/platform/foundation/StringFormat.h"
 #include "KXPublisher/transport/KXNetworking.h"
 #include "diagnostics/Journal.h"
+#include "platform/EndedException.h"
+#include "transport/FinishAndInvalidate.h"
 #include "transport/KXServicePaths.h"
 
 namespace kx {
@@ -49,6 +51,17 @@ std::optional<std::string> accessTokenFrom(const std::shared_ptr<URLResponse> &r
   return std::nullopt;
 }
 
+/// An answer that there is no memory to read is one without a token.
+std::optional<std::string> tokenOrNothing(const std::shared_ptr<URLResponse> &response,
+                                          const std::optional<Error> &error) noexcept {
+  try {
+    return accessTokenFrom(response, error);
+  } catch (...) {
+    reportEndedException();
+    return std::nullopt;
+  }
+}
+
 }  // namespace
 
 std::optional<Dictionary> KXNetworking::loginDocument() const {
@@ -72,11 +85,12 @@ std::optional<Dictionary> KXNetworking::loginDocument() const {
 void KXNetworking::getAccessTokenWithCompletionHandler(AccessTokenCompletionHandler completionHandler) {
   const auto document = loginDocument();
   const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
+  const FinishAndInvalidate atTheEnd{*session};
   const auto task = apiUploadTaskForPath(
       apiPathGetToken(), hostname(), document, session,
       [completionHandler = std::move(completionHandler)](const std::shared_ptr<URLResponse> &response,
                                                          const std::optional<Error> &error) {
-        completionHandler(accessTokenFrom(response, error));
+        completionHandler(tokenOrNothing(response, error));
       });
   if (task != nullptr) {
     Journal::shared().loginStarted();
@@ -84,18 +98,23 @@ void KXNetworking::getAccessTokenWithCompletionHandler(AccessTokenCompletionHand
   } else {
     Journal::shared().loginImpossible();
   }
-  session->finishTasksAndInvalidate();
 }
 
 void KXNetworking::updateAccessToken(const std::shared_ptr<Object> &sender) {
   if (sender != nullptr) Journal::shared().retryFired();
-  // The time of the call, not of the decision: a token that arrives in between makes this request stale.
-  const double requestTime = Platform::current().clock().timeIntervalSince1970();
-  WorkItem decision = [networking = strong(*this), requestTime] {
-    networking->decideAccessTokenRefresh(requestTime);
-  };
-  accessTokenOperationQueue_->cancelAllOperations();
-  accessTokenOperationQueue_->addOperation(std::move(decision));
+  try {
+    // The time of the call, not of the decision: a token that arrives in between makes this request stale.
+    const double requestTime = Platform::current().clock().timeIntervalSince1970();
+    WorkItem decision = [networking = strong(*this), requestTime] {
+      networking->decideAccessTokenRefresh(requestTime);
+    };
+    const auto queue = accessTokenOperationQueue();
+    if (queue == nullptr) return;
+    queue->cancelAllOperations();
+    queue->addOperation(std::move(decision));
+  } catch (...) {
+    accessTokenRefreshLost();
+  }
 }
 
 void KXNetworking::decideAccessTokenRefresh(double requestTime) {
@@ -105,15 +124,28 @@ void KXNetworking::decideAccessTokenRefresh(double requestTime) {
   if (requestTime < accessTokenLastUpdated_) return;
 
   accessTokenWaitingResponse_ = true;
-  // If no request can be built, nothing resets the flag: no later refresh will be able to build one either.
-  getAccessTokenWithCompletionHandler([networking = strong(*this)](std::optional<std::string> accessToken) {
+  try {
+    // If no request can be built, nothing resets the flag: no later refresh will be able to build one either.
+    getAccessTokenWithCompletionHandler([networking = strong(*this)](std::optional<std::string> accessToken) {
+      networking->loginCompleted(std::move(accessToken));
+    });
+  } catch (...) {
+    accessTokenRefreshLost();
+    accessTokenWaitingResponse_ = false;
+  }
+}
+
+void KXNetworking::loginCompleted(std::optional<std::string> accessToken) {
+  try {
     if (accessToken) {
-      networking->accessTokenArrived(*std::move(accessToken));
+      accessTokenArrived(*std::move(accessToken));
     } else {
-      networking->accessTokenFailed();
+      accessTokenFailed();
     }
-    networking->accessTokenWaitingResponse_ = false;
-  });
+  } catch (...) {
+    accessTokenRefreshLost();
+  }
+  accessTokenWaitingResponse_ = false;
 }
 
 void KXNetworking::accessTokenArrived(std::string accessToken) {
@@ -132,8 +164,25 @@ void KXNetworking::accessTokenFailed() {
       lastAccessTokenRequestTimeInterval_, strong(*this),
       Selector::of<&KXNetworking::updateAccessToken>("updateAccessToken:"), /*repeats=*/false);
   accessTokenRequestTimer_.set(retry);
-  runLoops.mainRunLoop()->addTimer(retry, RunLoopMode::commonModes);
+  try {
+    runLoops.mainRunLoop()->addTimer(retry, RunLoopMode::commonModes);
+  } catch (...) {
+    retry->invalidate();  // one that never fires would be waited for
+    throw;
+  }
   Journal::shared().retryScheduled(lastAccessTokenRequestTimeInterval_);
+}
+
+/// To be called where an exception is handled.
+void KXNetworking::accessTokenRefreshLost() noexcept {
+  accessTokenRefreshLost_ = true;
+  reportEndedException();
+}
+
+void KXNetworking::repeatLostAccessTokenRefresh() {
+  if (!accessTokenRefreshLost_) return;
+  accessTokenRefreshLost_ = false;
+  updateAccessToken(nullptr);
 }
 
 void KXNetworking::updateLastAccessTokenRequestTimeInterval() {

@@ -2,10 +2,12 @@
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/transport/KXNetworking.h"
 #include "diagnostics/Journal.h"
+#include "transport/FinishAndInvalidate.h"
 
 namespace kx {
 
 void KXNetworking::sendData(const Dictionary &message) {
+  repeatLostAccessTokenRefresh();
   const auto json = jsonForObject(Array{message});
   if (!accessToken()) {
     Journal::shared().reportDropped(KXDiagnosis::Drop::noAccessToken);
@@ -13,6 +15,7 @@ void KXNetworking::sendData(const Dictionary &message) {
   }
 
   const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
+  const FinishAndInvalidate atTheEnd{*session};
   const auto data = json ? std::optional<Data>(Data(json->begin(), json->end())) : std::nullopt;
   // The token is read afresh: one that has arrived since the test above is sent.
   const auto task =
@@ -27,7 +30,6 @@ void KXNetworking::sendData(const Dictionary &message) {
   } else {
     Journal::shared().reportDropped(json ? KXDiagnosis::Drop::noRequest : KXDiagnosis::Drop::notSerialisable);
   }
-  session->finishTasksAndInvalidate();
 }
 
 void KXNetworking::uploadCompleted(const std::shared_ptr<URLResponse> &response,

@@ -45,14 +45,29 @@ const char kxPublisherClasses = 0;
   return publisher == nullptr ? nil : kx::faceOf<KXLogger>(publisher->kxLogger());
 }
 
+- (void)setKxLogger:(KXLogger *)kxLogger {
+  const auto &publisher = [self kxPublisherObject];
+  if (publisher != nullptr) publisher->setKxLogger(kxLogger == nil ? nullptr : [kxLogger kxPublisherObject]);
+}
+
 - (NSTimer *)logTimer {
   const auto &publisher = [self kxPublisherObject];
   return publisher == nullptr ? nil : kx::systemTimerOf(publisher->logTimer());
 }
 
+- (void)setLogTimer:(NSTimer *)logTimer {
+  if (const auto &publisher = [self kxPublisherObject]) publisher->setLogTimer(kx::timerOf(logTimer));
+}
+
 - (KXLog *)kxLog {
   const auto &publisher = [self kxPublisherObject];
   return publisher == nullptr || publisher->kxLog() == nullptr ? nil : [KXLog sharedInstance];
+}
+
+- (void)setKxLog:(KXLog *)kxLog {
+  if (const auto &publisher = [self kxPublisherObject]) {
+    publisher->setKxLog(kxLog == nil ? nullptr : kx::KXLog::sharedInstance());
+  }
 }
 
 - (KXFacts *)data {

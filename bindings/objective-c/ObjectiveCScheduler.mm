@@ -2,6 +2,10 @@
 
 #include <objc/runtime.h>
 
+#include <map>
+#include <string>
+#include <utility>
+
 #include "KXPublisher/providers/KXScheduler.h"
 #include "bindings/objective-c/ObjectiveCFace.h"
 #include "bindings/objective-c/ObjectiveCTimers.h"
@@ -115,6 +119,24 @@
   const auto key = kx::KXScheduler::keyForTarget(kx::HostTarget::make(target, selector),
                                                  kx::HostTarget::selectorOf(selector));
   return key ? kx::stringOf(*key) : nil;
+}
+
+- (NSDictionary<NSString *, KXScheduleInfo *> *)scheduleInfoMap {
+  NSMutableDictionary<NSString *, KXScheduleInfo *> *const map = [NSMutableDictionary dictionary];
+  for (const auto &[key, info] : _scheduler->scheduleInfoMap()) {
+    NSString *const name = kx::stringOf(key);
+    if (name != nil) [map setObject:kx::faceOf<KXScheduleInfo>(info) forKey:name];
+  }
+  return map;
+}
+
+- (void)setScheduleInfoMap:(NSDictionary<NSString *, KXScheduleInfo *> *)scheduleInfoMap {
+  std::map<std::string, std::shared_ptr<kx::KXScheduleInfo>> map;
+  for (NSString *name in scheduleInfoMap) {
+    if (const auto key = kx::textOf(name))
+      map[*key] = [[scheduleInfoMap objectForKey:name] kxPublisherObject];
+  }
+  _scheduler->setScheduleInfoMap(std::move(map));
 }
 
 - (KXScheduleInfo *)scheduleInfoForTarget:(id)target selector:(SEL)selector {

@@ -16,6 +16,7 @@ NS_ASSUME_NONNULL_BEGIN
 
 @interface KXLogger ()
 - (instancetype)initWithKXPublisherObject:(const std::shared_ptr<kx::KXLogger> &)object;
+- (const std::shared_ptr<kx::KXLogger> &)kxPublisherObject;
 @end
 
 NS_ASSUME_NONNULL_END

@@ -147,28 +147,56 @@ class HostSession : public kx::URLSession {
   return stringOf(_networking->apiToken());
 }
 
+- (void)setApiToken:(NSString *)apiToken {
+  _networking->setApiToken(kx::textOf(apiToken));
+}
+
 - (NSString *)hostname {
   return stringOf(_networking->hostname());
+}
+
+- (void)setHostname:(NSString *)hostname {
+  _networking->setHostname(kx::textOf(hostname));
 }
 
 - (NSString *)accessToken {
   return stringOf(_networking->accessToken());
 }
 
+- (void)setAccessToken:(NSString *)accessToken {
+  _networking->setAccessToken(kx::textOf(accessToken));
+}
+
 - (NSTimeInterval)accessTokenLastUpdated {
   return _networking->accessTokenLastUpdated();
+}
+
+- (void)setAccessTokenLastUpdated:(NSTimeInterval)accessTokenLastUpdated {
+  _networking->setAccessTokenLastUpdated(accessTokenLastUpdated);
 }
 
 - (NSTimeInterval)lastAccessTokenRequestTimeInterval {
   return _networking->lastAccessTokenRequestTimeInterval();
 }
 
+- (void)setLastAccessTokenRequestTimeInterval:(NSTimeInterval)lastAccessTokenRequestTimeInterval {
+  _networking->setLastAccessTokenRequestTimeInterval(lastAccessTokenRequestTimeInterval);
+}
+
 - (NSTimer *)accessTokenRequestTimer {
   return kx::systemTimerOf(_networking->accessTokenRequestTimer());
 }
 
+- (void)setAccessTokenRequestTimer:(NSTimer *)accessTokenRequestTimer {
+  _networking->setAccessTokenRequestTimer(kx::timerOf(accessTokenRequestTimer));
+}
+
 - (BOOL)accessTokenWaitingResponse {
   return _networking->accessTokenWaitingResponse();
+}
+
+- (void)setAccessTokenWaitingResponse:(BOOL)accessTokenWaitingResponse {
+  _networking->setAccessTokenWaitingResponse(accessTokenWaitingResponse);
 }
 
 - (NSString *)description {
@@ -211,6 +239,10 @@ class HostSession : public kx::URLSession {
   self = [super init];
   if (self != nil) _logger.set(object);
   return self;
+}
+
+- (const std::shared_ptr<kx::KXLogger> &)kxPublisherObject {
+  return _logger.get();
 }
 
 - (void)logData:(KXFacts *)data async:(BOOL)async {

@@ -98,6 +98,10 @@ KX_CLASS @interface KXScheduler : NSObject
 /** What a pair goes by: "t:%@,s:%@" of the target's description and the operation's name. */
 + (nullable NSString *)keyForTarget:(nullable id)target selector:(nullable SEL)selector;
 
+/** The registry: a record for each pair, under what the pair goes by. The timers of records that are replaced
+ * stop when nobody holds them any more. */
+@property(atomic, copy) NSDictionary<NSString *, KXScheduleInfo *> *scheduleInfoMap;
+
 /** The pair's record; nil when it has none. */
 - (nullable KXScheduleInfo *)scheduleInfoForTarget:(nullable id)target selector:(nullable SEL)selector;
 /** Stores the record for the pair, replacing an earlier one. */
@@ -303,18 +307,18 @@ KX_CLASS @interface KXNetworking : NSObject
 /** Sends one message, best effort. Dropped while there is no access token. */
 - (void)sendData:(KXFacts *)message;
 
-@property(atomic, readonly, copy, nullable) NSString *apiToken;
-@property(atomic, readonly, copy, nullable) NSString *hostname;
+@property(atomic, copy, nullable) NSString *apiToken;
+@property(atomic, copy, nullable) NSString *hostname;
 /** Nil until a login has succeeded. */
-@property(atomic, readonly, copy, nullable) NSString *accessToken;
+@property(atomic, copy, nullable) NSString *accessToken;
 /** When it arrived, in seconds since 1970; 0 before that. */
-@property(atomic, readonly) NSTimeInterval accessTokenLastUpdated;
+@property(atomic) NSTimeInterval accessTokenLastUpdated;
 /** The delay of the pending retry in seconds; 0 after a success. */
-@property(atomic, readonly) NSTimeInterval lastAccessTokenRequestTimeInterval;
+@property(atomic) NSTimeInterval lastAccessTokenRequestTimeInterval;
 /** The latest retry timer; nil before the first. */
-@property(atomic, readonly, strong, nullable) NSTimer *accessTokenRequestTimer;
+@property(atomic, strong, nullable) NSTimer *accessTokenRequestTimer;
 /** Whether a login is outstanding. */
-@property(atomic, readonly) BOOL accessTokenWaitingResponse;
+@property(atomic) BOOL accessTokenWaitingResponse;
 
 - (instancetype)init NS_UNAVAILABLE;
 + (instancetype)new NS_UNAVAILABLE;
@@ -352,10 +356,12 @@ KX_CLASS @interface KXLogger : NSObject
 - (instancetype)initWithApiToken:(nullable NSString *)apiToken hostname:(nullable NSString *)hostname;
 /** In the order in which their facts are merged: of a fact that several know, the last one's counts. */
 @property(atomic, copy) NSArray<KXData *> *dataProviders;
-@property(atomic, readonly, strong, nullable) KXLogger *kxLogger;
+/** Where messages go. Without one they are dropped. */
+@property(atomic, strong, nullable) KXLogger *kxLogger;
 /** The repeating report's timer; nil in the background. */
-@property(atomic, readonly, strong, nullable) NSTimer *logTimer;
-@property(atomic, readonly, strong, nullable) KXLog *kxLog;
+@property(atomic, strong, nullable) NSTimer *logTimer;
+/** What `enableDebugging` and `disableDebugging` switch. */
+@property(atomic, strong, nullable) KXLog *kxLog;
 /** A new message of what is known now. */
 @property(readonly, copy) KXFacts *data;
 /** What the report timers call: `logDataAsync:` with YES. The argument is not read. */

@@ -47,6 +47,9 @@ void FormatArgument::append(std::string_view specification, std::string &to) con
     case Kind::text:
       to += text_;
       break;
+    case Kind::object:
+      to += object_ == nullptr ? "(null)" : object_->description();
+      break;
     case Kind::signedInteger:
     case Kind::unsignedInteger:
       if (isOneOf(integerConversions, conversion)) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace kx {
@@ -19,12 +20,14 @@ std::size_t SimulatedApplication::openBackgroundTasks() const {
 
 void SimulatedApplication::enterBackground() {
   inBackground = true;
-  center_.postNotificationName(UIApplicationDidEnterBackgroundNotification, shared_from_this());
+  static const std::string name = UIApplicationDidEnterBackgroundNotification;
+  center_.postNotificationName(name, shared_from_this());
 }
 
 void SimulatedApplication::enterForeground() {
   inBackground = false;
-  center_.postNotificationName(UIApplicationWillEnterForegroundNotification, shared_from_this());
+  static const std::string name = UIApplicationWillEnterForegroundNotification;
+  center_.postNotificationName(name, shared_from_this());
 }
 
 void SimulatedApplication::expireBackgroundTasks() {

@@ -179,6 +179,14 @@ void SimulatedURLSessionService::send(const URLRequest &request, const std::opti
                                       URLSession::CompletionHandler completionHandler) {
   scheduler_.yield();
   if (off_) return;
+  sendThroughNetwork(request, body, std::move(completionHandler));
+  scheduler_.yield();
+}
+
+void SimulatedURLSessionService::sendThroughNetwork(const URLRequest &request,
+                                                    const std::optional<Data> &body,
+                                                    URLSession::CompletionHandler completionHandler) {
+  const SimulatedScheduler::OwnWork own(scheduler_);
   if (networkIsReached != nullptr && !networkIsReached()) {
     scheduler_.say("request without a network", request.url.absoluteString);
     complete(std::move(completionHandler), nullptr,
@@ -201,7 +209,6 @@ void SimulatedURLSessionService::send(const URLRequest &request, const std::opti
     if (reply.error && !reply.answersToo) response = nullptr;
     complete(std::move(completionHandler), response, reply.error, reply.latency.value_or(service_.latency));
   }
-  scheduler_.yield();
 }
 
 void SimulatedURLSessionService::complete(URLSession::CompletionHandler completionHandler,

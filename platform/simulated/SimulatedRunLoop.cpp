@@ -59,12 +59,12 @@ class SimulatedRunLoopService::SimulatedTimer : public RunLoopTimer {
   void fire() {
     const std::shared_ptr<Object> target = target_;
     if (target == nullptr) return;
-    if (repeats_) {
-      scheduleNextFiring();
-    } else {
-      invalidate();
+    {  // the system's own timers need no memory to go on
+      const SimulatedScheduler::OwnWork own(scheduler_);
+      if (repeats_) scheduleNextFiring();
+      scheduler_.say("timer fires:", selector_.name());
     }
-    scheduler_.say("timer fires:", selector_.name());
+    if (!repeats_) invalidate();
     selector_.perform(*target, shared_from_this());
   }
 
@@ -96,14 +96,6 @@ class SimulatedRunLoopService::Loop : public RunLoop {
 
 SimulatedRunLoopService::SimulatedRunLoopService(SimulatedScheduler &scheduler)
     : scheduler_(scheduler), main_(std::make_shared<Loop>(true)), worker_(std::make_shared<Loop>(false)) {}
-
-void SimulatedRunLoopService::whenServed(RunLoopMode mode, WorkItem task) {
-  if (tracking_ && mode == RunLoopMode::defaultMode) {
-    notServed_.push_back(std::move(task));
-  } else {
-    task();
-  }
-}
 
 void SimulatedRunLoopService::setTracking(bool tracking) {
   tracking_ = tracking;

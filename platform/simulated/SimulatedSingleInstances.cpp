@@ -41,6 +41,7 @@ void SingleInstanceSlot::fill(const std::function<void()> &make) {
     explicit Filling(bool &beingFilled) : flag(beingFilled) { flag = true; }
     ~Filling() { flag = false; }
   } const filling(beingFilled_);
+  filledSlots().reserve(filledSlots().size() + 1);  // first: what is made has to be listed
   make();
   filled_ = true;
   filledSlots().push_back(this);

@@ -1,4 +1,6 @@
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KXPublisher/platform/LocalNotificationCenter.h"
@@ -87,6 +89,67 @@ TEST_F(LocalNotificationCenterTest, ForgetsAnObserverThatIsRemoved) {
   center.removeObserver(*observer);
   center.postNotificationName("name", sender);
   EXPECT_TRUE(observer->received.empty());
+}
+
+TEST_F(LocalNotificationCenterTest, IsNotHeldWhileItReleasesASenderThatCallsBackIn) {
+  class LastSender : public Sender {
+   public:
+    explicit LastSender(NotificationCenter &center) : center_(center) {}
+    ~LastSender() override {
+      center_.removeObserver(*this);
+      center_.postNotificationName("gone", nullptr);
+    }
+
+   private:
+    NotificationCenter &center_;
+  };
+  observe("gone", nullptr, "gone");
+  const auto observer = std::make_shared<Observer>();
+  center.addObserver(observer, Selector::of<&Observer::receive>("receive:"), "name",
+                     std::make_shared<LastSender>(center));
+  center.removeObserver(*observer);
+  EXPECT_EQ(log, (std::vector<std::string>{"gone main"}));
+}
+
+TEST_F(LocalNotificationCenterTest, IsNotHeldWhileItReleasesABlockThatCallsBackIn) {
+  std::shared_ptr<void> posting(nullptr, [this](void *) { observe("name", nullptr, "late"); });
+  device.notificationCenter.addObserverForName("name", nullptr, device.mainOperations,
+                                               [held = std::move(posting)](const auto &) {});
+  device.notificationCenter.removeAllObservers();
+  EXPECT_EQ(device.notificationCenter.registrations(), 1u);
+}
+
+TEST_F(LocalNotificationCenterTest, KeepsTheOthersWhenOneIsRemoved) {
+  const auto first = std::make_shared<Observer>();
+  const auto second = std::make_shared<Observer>();
+  for (const auto &observer : {first, second})
+    center.addObserver(observer, Selector::of<&Observer::receive>("receive:"), "name", nullptr);
+  observe("name", nullptr, "block");
+  center.removeObserver(*first);
+  EXPECT_EQ(device.notificationCenter.registrations(), 2u);
+  center.postNotificationName("name", sender);
+  EXPECT_TRUE(first->received.empty());
+  EXPECT_EQ(second->received.size(), 1u);
+  EXPECT_EQ(log, (std::vector<std::string>{"block main"}));
+}
+
+TEST_F(LocalNotificationCenterTest, TellsNobodyWhoIsRemovedByAnObserverBefore) {
+  const auto observer = std::make_shared<Observer>();
+  center.addObserverForName("name", nullptr, device.mainOperations,
+                            [&](const auto &) { center.removeObserver(*observer); });
+  center.addObserver(observer, Selector::of<&Observer::receive>("receive:"), "name", nullptr);
+  center.postNotificationName("name", sender);
+  EXPECT_TRUE(observer->received.empty());
+}
+
+TEST_F(LocalNotificationCenterTest, TellsEverybodyEvenWhenAnObserverThrows) {
+  center.addObserverForName("name", nullptr, device.mainOperations,
+                            [](const auto &) { throw std::runtime_error("first"); });
+  center.addObserverForName("name", nullptr, device.mainOperations,
+                            [](const auto &) { throw std::logic_error("second"); });
+  observe("name", nullptr, "third");
+  EXPECT_THROW(center.postNotificationName("name", sender), std::runtime_error);
+  EXPECT_EQ(log, (std::vector<std::string>{"third main"}));
 }
 
 TEST_F(LocalNotificationCenterTest, CanBeUsedFromWithinAnObserver) {

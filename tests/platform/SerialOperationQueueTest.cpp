@@ -2,6 +2,7 @@
 #include <vector>
 
 #include "KXPublisher/platform/SerialOperationQueue.h"
+#include "tests/support/FailingDispatch.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {
@@ -74,6 +75,66 @@ TEST_F(SerialOperationQueueTest, GoesOnAfterAnOperationThatThrows) {
   queue->addOperation(operation(3));
   device.runReadyTasks();
   EXPECT_EQ(ran, (std::vector<int>{2, 3}));
+}
+
+TEST_F(SerialOperationQueueTest, LetsWhatACancelledOperationHoldCallBackIn) {
+  std::shared_ptr<void> last(nullptr, [this](void *) { queue->addOperation(operation(2)); });
+  queue->addOperation([last] {});
+  last.reset();
+  queue->cancelAllOperations();
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{2}));
+}
+
+TEST_F(SerialOperationQueueTest, AddsNothingAndStaysAliveWhereNoWorkerCanBeHad) {
+  const auto dispatch = std::make_shared<FailingDispatch>(device.scheduler);
+  device.replaced.dispatch = dispatch;
+  EXPECT_THROW(queue->addOperation(operation(1)), std::runtime_error);
+  dispatch->fails = false;
+  device.runReadyTasks();
+  EXPECT_TRUE(ran.empty());
+  queue->addOperation(operation(2));
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{2}));
+}
+
+TEST_F(SerialOperationQueueTest, GoesOnByItselfWhereNoFurtherWorkerCanBeHad) {
+  const auto dispatch = std::make_shared<FailingDispatch>(device.scheduler);
+  dispatch->fails = false;
+  device.replaced.dispatch = dispatch;
+  queue->addOperation([this, dispatch] {
+    dispatch->fails = true;
+    ran.push_back(1);
+    throw std::runtime_error("first");
+  });
+  queue->addOperation(operation(2));
+  queue->addOperation(operation(3));
+  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
+  EXPECT_EQ(ran, (std::vector<int>{1, 2, 3}));
+  dispatch->fails = false;
+  queue->addOperation(operation(4));
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{1, 2, 3, 4}));
+}
+
+TEST_F(SerialOperationQueueTest, StaysAliveWhenItIsCancelledToEmptyBeforeItsWorkerCame) {
+  queue->addOperation(operation(1));
+  queue->cancelAllOperations();
+  device.runReadyTasks();
+  queue->addOperation(operation(2));
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{2}));
+}
+
+TEST_F(SerialOperationQueueTest, StaysAliveWhenItIsCancelledToEmptyByWhatRuns) {
+  queue->addOperation([this] {
+    queue->addOperation(operation(2));
+    queue->cancelAllOperations();
+  });
+  device.runReadyTasks();
+  queue->addOperation(operation(3));
+  device.runReadyTasks();
+  EXPECT_EQ(ran, (std::vector<int>{3}));
 }
 
 TEST_F(SerialOperationQueueTest, RunsWhatWasAddedEvenWhenNobodyHoldsTheQueueAnyMore) {

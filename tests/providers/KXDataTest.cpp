@@ -10,6 +10,7 @@
 #include "KXPublisher/providers/KXDevice.h"
 #include "KXPublisher/providers/KXLocation.h"
 #include "tests/providers/TestProvider.h"
+#include "tests/support/FailingDispatch.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {
@@ -261,6 +262,91 @@ TEST_F(KXDataTest, DoesNotCatchWhatComputeDataThrowsAndGoesOnAfterIt) {
   provider->updateData();
   device.runReadyTasks();
   EXPECT_EQ(provider->facts(), (Dictionary{{"computed", 3}}));
+}
+
+TEST_F(KXDataTest, RepeatsARequestThatWasLostToThePlatformWhenItIsAsked) {
+  const auto provider = TestProvider::make();
+  provider->whileComputing = [] { throw std::runtime_error("no memory"); };
+  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
+  EXPECT_TRUE(provider->facts().empty());
+  provider->repeatLostRequest();
+  device.runReadyTasks();
+  EXPECT_EQ(provider->facts(), (Dictionary{{"computed", 2}}));
+  provider->repeatLostRequest();  // there is no other
+  device.runReadyTasks();
+  EXPECT_EQ(provider->computed, 2);
+}
+
+TEST_F(KXDataTest, RepeatsALostRequestOnlyAsFarAsItIsPermitted) {
+  const auto provider = TestProvider::make();
+  provider->whileComputing = [] { throw std::runtime_error("no memory"); };
+  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
+  provider->permitted = false;
+  provider->repeatLostRequest();
+  device.runReadyTasks();
+  EXPECT_EQ(provider->computed, 1);
+}
+
+TEST_F(KXDataTest, RepeatsALostResetAsAReset) {
+  const auto provider = TestProvider::make();
+  device.runReadyTasks();
+  EXPECT_FALSE(provider->facts().empty());
+  const auto dispatch = std::make_shared<FailingDispatch>(device.scheduler);
+  device.replaced.dispatch = dispatch;
+  EXPECT_THROW(provider->resetData(), std::runtime_error);
+  provider->repeatLostRequest();  // lost again, and not for ever
+  dispatch->fails = false;
+  provider->repeatLostRequest();
+  device.runReadyTasks();
+  EXPECT_TRUE(provider->facts().empty());
+  EXPECT_EQ(provider->computed, 1);
+}
+
+TEST_F(KXDataTest, RepeatsNoRequestThatALaterOneHasOvertaken) {
+  const auto provider = TestProvider::make();
+  const auto dispatch = std::make_shared<FailingDispatch>(device.scheduler);
+  device.runReadyTasks();
+  device.replaced.dispatch = dispatch;
+  EXPECT_THROW(provider->resetData(), std::runtime_error);
+  dispatch->fails = false;
+  provider->updateData();
+  device.runReadyTasks();
+  provider->repeatLostRequest();
+  device.runReadyTasks();
+  EXPECT_EQ(provider->facts(), (Dictionary{{"computed", 2}}));
+}
+
+TEST_F(KXDataTest, RepeatsNoRequestThatIsAMistake) {
+  const auto provider = TestProvider::make();
+  provider->whileComputing = [] { throw std::logic_error("a mistake"); };
+  EXPECT_THROW(device.runReadyTasks(), std::logic_error);
+  provider->repeatLostRequest();
+  device.runReadyTasks();
+  EXPECT_EQ(provider->computed, 1);
+}
+
+TEST_F(KXDataTest, HasAReaderAndASetterForEachProperty) {
+  const auto provider = TestProvider::make();
+  const auto data = std::make_shared<MutableDictionary>();
+  provider->setData(data);
+  EXPECT_EQ(provider->data(), data);
+  const auto scheduler = std::make_shared<KXScheduler>();
+  EXPECT_EQ(provider->sharedScheduler(), KXScheduler::sharedInstance());
+  provider->setSharedScheduler(scheduler);
+  EXPECT_EQ(provider->sharedScheduler(), scheduler);
+  const auto queue = std::make_shared<SerialOperationQueue>();
+  provider->setComputeDataOperationQueue(queue);
+  EXPECT_EQ(provider->computeDataOperationQueue(), queue);
+  const auto carrier = KXCarrier::sharedInstance();
+  carrier->setCarrierInfo(nullptr);
+  EXPECT_EQ(carrier->carrierInfo(), nullptr);
+  carrier->setNetworkInfo(nullptr);
+  EXPECT_EQ(carrier->networkInfo(), nullptr);
+  const auto location = KXLocation::sharedInstance();
+  location->setLocationManager(nullptr);
+  EXPECT_EQ(location->locationManager(), nullptr);
+  location->setGeocoder(nullptr);
+  EXPECT_EQ(location->geocoder(), nullptr);
 }
 
 TEST_F(KXDataTest, IgnoresTheApplicationsTransitionsWithoutMonitoring) {

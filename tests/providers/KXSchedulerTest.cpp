@@ -1,8 +1,11 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <stdexcept>
+#include <utility>
 #include <vector>
 
+#include "KXPublisher/platform/RunLoop.h"
 #include "KXPublisher/providers/KXScheduler.h"
 #include "tests/support/SimulatedTest.h"
 
@@ -229,6 +232,70 @@ TEST_F(KXSchedulerTest, StoresARecordThatItIsGiven) {
   scheduler->resumeTimerForTarget(target, tick);
   device.advance(10);
   EXPECT_EQ(target->ticks, 1);
+}
+
+TEST_F(KXSchedulerTest, HasAReaderAndASetterForItsMap) {
+  EXPECT_TRUE(scheduler->scheduleInfoMap().empty());
+  scheduler->scheduleTimerForTarget(target, tick, 10);
+  const auto map = scheduler->scheduleInfoMap();
+  ASSERT_EQ(map.size(), 1u);
+  EXPECT_EQ(map.begin()->first, KXScheduler::keyForTarget(target, tick));
+  EXPECT_EQ(map.begin()->second->timer(), timer());
+  scheduler->setScheduleInfoMap({});
+  EXPECT_EQ(scheduler->scheduleInfoForTarget(target, tick), nullptr);
+  scheduler->setScheduleInfoMap(map);
+  EXPECT_EQ(scheduler->scheduleInfoForTarget(target, tick), map.begin()->second);
+}
+
+TEST_F(KXSchedulerTest, IsNotHeldWhileItReleasesATargetThatCallsBackIn) {
+  class LastTarget : public Target {
+   public:
+    ~LastTarget() override {
+      KXScheduler::sharedInstance()->removeTimerForTarget(std::make_shared<Target>(), kx::tick);
+    }
+  };
+  const auto namesake = std::make_shared<Namesake>();
+  const auto store = [&] {
+    auto last = std::make_shared<LastTarget>();
+    scheduler->setScheduleInfo(std::make_shared<KXScheduleInfo>(nullptr, last, tick, 10), namesake, tick);
+    return std::weak_ptr<LastTarget>(last);
+  };
+  const auto removed = store();
+  scheduler->removeTimerForTarget(namesake, tick);
+  EXPECT_TRUE(removed.expired());
+  const auto replaced = store();
+  const auto emptied = store();
+  EXPECT_TRUE(replaced.expired());
+  scheduler->setScheduleInfoMap({});
+  EXPECT_TRUE(emptied.expired());
+}
+
+TEST_F(KXSchedulerTest, LeavesNoTimerBehindThatHasNoRecord) {
+  class NoLoop : public RunLoop, public RunLoopService {
+   public:
+    explicit NoLoop(RunLoopService &loops) : loops_(loops) {}
+    void addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode) override {
+      last = timer;
+      throw std::runtime_error("no loop");
+    }
+    std::shared_ptr<RunLoop> mainRunLoop() override { return {std::shared_ptr<void>(), this}; }
+    std::shared_ptr<RunLoop> currentRunLoop() override { return mainRunLoop(); }
+    std::shared_ptr<RunLoopTimer> timerWithTimeInterval(double timeInterval,
+                                                        const std::shared_ptr<Object> &of, Selector selector,
+                                                        bool repeats) override {
+      return loops_.timerWithTimeInterval(timeInterval, of, selector, repeats);
+    }
+    std::shared_ptr<RunLoopTimer> last;
+
+   private:
+    RunLoopService &loops_;
+  };
+  const auto loops = std::make_shared<NoLoop>(device.runLoopService);
+  device.replaced.runLoops = loops;
+  EXPECT_THROW(scheduler->scheduleTimerForTarget(target, tick, 10), std::runtime_error);
+  ASSERT_NE(loops->last, nullptr);
+  EXPECT_FALSE(loops->last->isValid());
+  EXPECT_TRUE(scheduler->scheduleInfoMap().empty());
 }
 
 TEST_F(KXSchedulerTest, StopsATimerWhoseRecordIsLetGo) {

@@ -8,6 +8,7 @@
 #include "KXPublisher/diagnostics/KXLogError.h"
 #include "KXPublisher/publisher/KXLogger.h"
 #include "tests/providers/TestProvider.h"
+#include "tests/support/FailingDispatch.h"
 #include "tests/support/SimulatedTest.h"
 
 namespace kx {
@@ -214,8 +215,87 @@ TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheReportFails) {
   device.advance(10);
   device.urlSessionService.whileNextSessionIsMade = [] { throw std::runtime_error("no session"); };
   application.enterBackground();
-  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
+  device.runReadyTasks();
   EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1}));
+  EXPECT_EQ(device.consoleService.lines,
+            (std::vector<std::string>{"[KX Error] An exception ended a task: no session"}));
+}
+
+TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenNoWorkerCanBeHad) {
+  start();
+  device.advance(10);
+  device.replaced.dispatch = std::make_shared<FailingDispatch>(device.scheduler);
+  EXPECT_THROW(application.enterBackground(), std::runtime_error);
+  EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1}));
+}
+
+TEST_F(KXPublisherTest, LetsNoExceptionThroughItsDoor) {
+  const auto publisher = start();
+  device.advance(10);
+  class NoList : public InterfaceList {
+    std::vector<InterfaceAddress> getifaddrs() override { throw std::runtime_error("no list"); }
+  };
+  device.replaced.interfaceList = std::make_shared<NoList>();
+  EXPECT_TRUE(publisher->data().empty());
+  EXPECT_EQ(publisher->description(), "");
+  publisher->logData(nullptr);
+  publisher->logDataAsync(false);
+  EXPECT_EQ(sent(), 1u);
+  EXPECT_EQ(device.consoleService.lines,
+            std::vector<std::string>(4, "[KX Error] An exception ended a task: no list"));
+  device.replaced.interfaceList = nullptr;
+  device.advance(600);
+  EXPECT_EQ(sent(), 2u);
+}
+
+TEST_F(KXPublisherTest, IsNoneWhereThePlatformThrowsAndWholeWhenItIsAskedForAgain) {
+  class NoLoops : public RunLoopService {
+   public:
+    explicit NoLoops(RunLoopService &loops) : loops_(loops) {}
+    std::shared_ptr<RunLoop> mainRunLoop() override { return loops_.mainRunLoop(); }
+    std::shared_ptr<RunLoop> currentRunLoop() override { return loops_.currentRunLoop(); }
+    std::shared_ptr<RunLoopTimer> timerWithTimeInterval(double timeInterval,
+                                                        const std::shared_ptr<Object> &target,
+                                                        Selector selector, bool repeats) override {
+      if (repeats) throw std::runtime_error("no timer");
+      return loops_.timerWithTimeInterval(timeInterval, target, selector, repeats);
+    }
+
+   private:
+    RunLoopService &loops_;
+  };
+  device.replaced.runLoops = std::make_shared<NoLoops>(device.runLoopService);
+  EXPECT_EQ(start(), nullptr);
+  EXPECT_EQ(KXPublisher::initWithApiToken("token", "svc"), nullptr);
+  device.replaced.runLoops = nullptr;
+  EXPECT_EQ(device.counts().timers, 0u);
+  EXPECT_NE(start(), nullptr);
+  device.advance(10);
+  EXPECT_EQ(sent(), 1u);
+  application.enterBackground();
+  device.advance(10);
+  EXPECT_EQ(sent(), 2u);
+}
+
+TEST_F(KXPublisherTest, HasAReaderAndASetterForEachProperty) {
+  const auto publisher = start();
+  const auto timer = publisher->logTimer();
+  publisher->setLogTimer(nullptr);
+  EXPECT_EQ(publisher->logTimer(), nullptr);
+  publisher->setLogTimer(timer);
+  EXPECT_EQ(publisher->logTimer(), timer);
+  publisher->setKxLog(nullptr);
+  publisher->enableDebugging();
+  publisher->disableDebugging();
+  EXPECT_EQ(publisher->kxLog(), nullptr);
+  publisher->setKxLog(KXLog::sharedInstance());
+  EXPECT_EQ(publisher->kxLog(), KXLog::sharedInstance());
+  publisher->setKxLogger(nullptr);
+  EXPECT_EQ(publisher->kxLogger(), nullptr);
+  device.advance(10);
+  EXPECT_EQ(sent(), 0u);  // dropped, without a word
+  EXPECT_TRUE(device.consoleService.lines.empty());
+  EXPECT_EQ(KXPublisher::diagnosis().drop, KXDiagnosis::Drop::noTransport);
 }
 
 TEST_F(KXPublisherTest, GivesEachEntryIntoTheBackgroundATaskOfItsOwn) {

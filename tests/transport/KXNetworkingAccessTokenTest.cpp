@@ -88,6 +88,22 @@ TEST_F(KXNetworkingAccessTokenTest, LogsInOnceForRequestsInQuickSuccession) {
   EXPECT_EQ(service.logins().size(), 2u);
 }
 
+TEST_F(KXNetworkingAccessTokenTest, LogsInOnceForRequestsInQuickSuccessionThatAreAnsweredAtOnce) {
+  start();
+  device.service.latency = 0;
+  for (int request = 0; request < 3; ++request) networking->updateAccessToken(nullptr);
+  device.runReadyTasks();
+  EXPECT_EQ(service.logins().size(), 2u);
+}
+
+TEST_F(KXNetworkingAccessTokenTest, TakesAnEmptyTokenForOne) {
+  start({SimulatedReply::token("")});
+  EXPECT_EQ(networking->accessToken(), "");
+  networking->sendData(message);
+  ASSERT_EQ(service.messages().size(), 1u);
+  EXPECT_EQ(service.messages()[0].header("Authorization"), "Bearer ");
+}
+
 TEST_F(KXNetworkingAccessTokenTest, IgnoresRequestsWhileALoginIsOutstanding) {
   start({SimulatedReply::token("first")});
   SimulatedReply slow = SimulatedReply::token("second");

@@ -30,6 +30,7 @@ class KX_EXPORT Notification : public Object {
 /// Observers are told in the order of their registration.
 class KX_EXPORT NotificationCenter {
  public:
+  /// Receives the notification; a null pointer where there is no memory for one.
   using Handler = std::function<void(const std::shared_ptr<Notification> &)>;
 
   virtual ~NotificationCenter() = default;

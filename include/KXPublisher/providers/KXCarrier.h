@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "KXPublisher/platform/Telephony.h"
 #include "KXPublisher/platform/foundation/AtomicProperty.h"
@@ -35,8 +36,14 @@ class KX_EXPORT KXCarrier : public KXData {
 
   /// `networkInfo`: the telephony object that `initCarrierInfo` made last.
   std::shared_ptr<TelephonyNetworkInfo> networkInfo() const { return networkInfo_.get(); }
+  /// `setNetworkInfo:`
+  void setNetworkInfo(std::shared_ptr<TelephonyNetworkInfo> networkInfo) {
+    networkInfo_.set(std::move(networkInfo));
+  }
   /// `carrierInfo`: the subscriber's carrier as it was read or reported last.
   std::shared_ptr<Carrier> carrierInfo() const { return carrierInfo_.get(); }
+  /// `setCarrierInfo:`
+  void setCarrierInfo(std::shared_ptr<Carrier> carrierInfo) { carrierInfo_.set(std::move(carrierInfo)); }
 
  protected:
   KXCarrier() = default;
@@ -44,6 +51,8 @@ class KX_EXPORT KXCarrier : public KXData {
 
  private:
   friend class KXData;
+
+  void followCarrier(TelephonyNetworkInfo &networkInfo);
 
   AtomicProperty<std::shared_ptr<TelephonyNetworkInfo>> networkInfo_;
   AtomicProperty<std::shared_ptr<Carrier>> carrierInfo_;

@@ -67,8 +67,6 @@ class KX_EXPORT KXConnection : public KXData {
  private:
   friend class KXData;
 
-  void observeApplication();
-
   AtomicProperty<std::optional<NetworkReachabilityRef>> reachability_;
 };
 

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "KXPublisher/platform/RunLoopTimer.h"
@@ -50,6 +53,8 @@ class KX_EXPORT KXData : public Object {
   /// `data`: the current facts; a null pointer until the first operation has run. The map is emptied when it
   /// is replaced, so a reader takes its `contents` at once.
   std::shared_ptr<MutableDictionary> data() const { return data_.get(); }
+  /// `setData:`
+  void setData(std::shared_ptr<MutableDictionary> data) { data_.set(std::move(data)); }
 
   /// `updateData`: asks for a recomputation.
   void updateData();
@@ -59,6 +64,10 @@ class KX_EXPORT KXData : public Object {
   /// `resetData`: replaces `data` by an empty map.
   void resetData();
   // Of several such requests the latest wins: each cancels those that have not started.
+
+  /// Repeats the latest of these requests if it was lost for want of memory, or to whatever else the platform
+  /// throws: a map that is computed once in a process would stay away for ever. Asked at each report.
+  void repeatLostRequest() noexcept;
 
   /// `isMonitoring`: whether periodic recomputation is switched on; always false where it is not needed.
   bool isMonitoring() const;
@@ -75,14 +84,51 @@ class KX_EXPORT KXData : public Object {
   std::shared_ptr<SerialOperationQueue> computeDataOperationQueue() const {
     return computeDataOperationQueue_.get();
   }
+  /// `setComputeDataOperationQueue:`
+  void setComputeDataOperationQueue(std::shared_ptr<SerialOperationQueue> computeDataOperationQueue) {
+    computeDataOperationQueue_.set(std::move(computeDataOperationQueue));
+  }
   /// `sharedScheduler`: the registry of the monitoring timers.
   std::shared_ptr<KXScheduler> sharedScheduler() const { return sharedScheduler_.get(); }
+  /// `setSharedScheduler:`
+  void setSharedScheduler(std::shared_ptr<KXScheduler> sharedScheduler) {
+    sharedScheduler_.set(std::move(sharedScheduler));
+  }
 
  protected:
   KXData() = default;
 
   /// `instanceDidStartInit`: the provider's own set-up, before the base's.
   virtual void instanceDidStartInit();
+
+  /// What a change of `data` is asked for by.
+  enum class Request { none, update, reset };
+
+  /// Runs `work`, which leads to such a request, or is it. Where it throws, the request is lost, and comes
+  /// with the next `repeatLostRequest`.
+  template <class Work>
+  void asRequest(Request request, const Work &work) {
+    try {
+      work();
+    } catch (const std::logic_error &) {
+      throw;  // it would be the same another time
+    } catch (...) {
+      lost_ = request;
+      throw;
+    }
+  }
+
+  /// What a handler holds, and through it the provider: for good, unless the provider's making fails before
+  /// it is whole; then its handlers hold nothing.
+  using Held = std::shared_ptr<AtomicProperty<std::shared_ptr<KXData>>>;
+  Held heldByHandlers() const { return heldByHandlers_.lock(); }
+
+  /// Has `handler` called on the main operation queue whenever the shared application posts `name`.
+  void whenApplicationPosts(const std::string &name, std::function<void()> handler);
+
+  /// Submits a task to the global queue of background priority that calls `updateData`, only if
+  /// `hasPermissions` answers true then where that is asked for.
+  void updateDataInBackground(bool ifPermitted);
 
   /// Makes a provider: plain construction, then `init`.
   template <class Provider, class... Arguments>
@@ -95,15 +141,17 @@ class KX_EXPORT KXData : public Object {
  private:
   /// `init`, the step after construction: everything that needs the provider to be shared already.
   void init();
-  void observeApplication();
   /// What the three ways of replacing `data` have in common: cancels what waits on the compute queue, and
   /// adds an operation that empties the current map and stores the one that `next` makes. Does nothing while
   /// there is no queue.
-  void replaceData(std::function<std::shared_ptr<MutableDictionary>()> next);
+  void replaceData(Request request, std::function<std::shared_ptr<MutableDictionary>()> next);
+  void startInit();
 
   static Selector updateDataWithTimerSelector();
 
   AtomicNumber<bool> shouldMonitor_{false};
+  AtomicNumber<Request> lost_{Request::none};
+  std::weak_ptr<AtomicProperty<std::shared_ptr<KXData>>> heldByHandlers_;
   AtomicProperty<std::shared_ptr<MutableDictionary>> data_;
   AtomicProperty<std::shared_ptr<SerialOperationQueue>> computeDataOperationQueue_;
   AtomicProperty<std::shared_ptr<KXScheduler>> sharedScheduler_;

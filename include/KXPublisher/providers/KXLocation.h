@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "KXPublisher/platform/Geocoder.h"
@@ -59,8 +60,14 @@ class KX_EXPORT KXLocation : public KXData, public LocationManagerDelegate {
 
   /// `locationManager`: made at creation, distance filter 10 m; a null pointer when the device has none.
   std::shared_ptr<LocationManager> locationManager() const { return locationManager_.get(); }
+  /// `setLocationManager:`
+  void setLocationManager(std::shared_ptr<LocationManager> locationManager) {
+    locationManager_.set(std::move(locationManager));
+  }
   /// `geocoder`: made at creation; a null pointer when the device has none.
   std::shared_ptr<Geocoder> geocoder() const { return geocoder_.get(); }
+  /// `setGeocoder:`
+  void setGeocoder(std::shared_ptr<Geocoder> geocoder) { geocoder_.set(std::move(geocoder)); }
 
  protected:
   KXLocation() = default;
@@ -69,7 +76,6 @@ class KX_EXPORT KXLocation : public KXData, public LocationManagerDelegate {
  private:
   friend class KXData;
 
-  void observeApplication();
   /// The location manager, if there is one and the host is permitted to use it.
   std::shared_ptr<LocationManager> permittedLocationManager();
 

@@ -40,6 +40,11 @@ class KX_EXPORT KXScheduler : public Object {
   void setScheduleInfo(std::shared_ptr<KXScheduleInfo> scheduleInfo, const std::shared_ptr<Object> &forTarget,
                        Selector selector);
 
+  /// `scheduleInfoMap`: a copy of the registry, one record for each pair, under the pair's key.
+  std::map<std::string, std::shared_ptr<KXScheduleInfo>> scheduleInfoMap() const;
+  /// `setScheduleInfoMap:`: replaces the registry. The timers of records that nobody holds any more stop.
+  void setScheduleInfoMap(std::map<std::string, std::shared_ptr<KXScheduleInfo>> scheduleInfoMap);
+
   /// `scheduleTimerForTarget:selector:withTimeInverval:`: has `selector` called on `target` every
   /// `withTimeInverval` seconds, for the first time after one period. A timer that already runs with exactly
   /// that period is left untouched; any other one is replaced.

@@ -80,6 +80,9 @@ class KX_EXPORT KXNetworking : public Object {
 
   /// `updateAccessToken:`: asks for a new token. Ignored while a login is outstanding or a retry is pending,
   /// and when a token has arrived since this call. The argument, a firing timer, is not read.
+  ///
+  /// One that is lost for want of memory, or to whatever else the platform throws, is asked for again with
+  /// the next message.
   void updateAccessToken(const std::shared_ptr<Object> &sender);
 
   /// `updateLastAccessTokenRequestTimeInterval`: the next longer delay: 300, 600, 1200, 2400, 3600, 3600 ...
@@ -101,18 +104,48 @@ class KX_EXPORT KXNetworking : public Object {
   // ---- Properties.
 
   std::optional<std::string> apiToken() const { return apiToken_.get(); }
+  /// `setApiToken:`
+  void setApiToken(std::optional<std::string> apiToken) { apiToken_.set(std::move(apiToken)); }
   std::optional<std::string> hostname() const { return hostname_.get(); }
+  /// `setHostname:`
+  void setHostname(std::optional<std::string> hostname) { hostname_.set(std::move(hostname)); }
+  /// `accessTokenOperationQueue`: the serial queue on which refreshes are decided; without one none is.
+  std::shared_ptr<SerialOperationQueue> accessTokenOperationQueue() const {
+    return accessTokenOperationQueue_.get();
+  }
+  /// `setAccessTokenOperationQueue:`
+  void setAccessTokenOperationQueue(std::shared_ptr<SerialOperationQueue> accessTokenOperationQueue) {
+    accessTokenOperationQueue_.set(std::move(accessTokenOperationQueue));
+  }
   /// `accessToken`: absent until a login has succeeded.
   std::optional<std::string> accessToken() const { return accessToken_.get(); }
+  /// `setAccessToken:`
+  void setAccessToken(std::optional<std::string> accessToken) { accessToken_.set(std::move(accessToken)); }
   /// `accessTokenLastUpdated`: when the token arrived, in seconds since 1970; 0 before that.
   double accessTokenLastUpdated() const { return accessTokenLastUpdated_; }
+  /// `setAccessTokenLastUpdated:`
+  void setAccessTokenLastUpdated(double accessTokenLastUpdated) {
+    accessTokenLastUpdated_ = accessTokenLastUpdated;
+  }
   /// `lastAccessTokenRequestTimeInterval`: the delay of the pending retry in seconds; 0 after a success.
   double lastAccessTokenRequestTimeInterval() const { return lastAccessTokenRequestTimeInterval_; }
+  /// `setLastAccessTokenRequestTimeInterval:`
+  void setLastAccessTokenRequestTimeInterval(double lastAccessTokenRequestTimeInterval) {
+    lastAccessTokenRequestTimeInterval_ = lastAccessTokenRequestTimeInterval;
+  }
   /// `accessTokenRequestTimer`: the latest retry timer, valid while it waits; a null pointer before the
   /// first.
   std::shared_ptr<RunLoopTimer> accessTokenRequestTimer() const { return accessTokenRequestTimer_.get(); }
+  /// `setAccessTokenRequestTimer:`
+  void setAccessTokenRequestTimer(std::shared_ptr<RunLoopTimer> accessTokenRequestTimer) {
+    accessTokenRequestTimer_.set(std::move(accessTokenRequestTimer));
+  }
   /// `accessTokenWaitingResponse`: whether a login is outstanding.
   bool accessTokenWaitingResponse() const { return accessTokenWaitingResponse_; }
+  /// `setAccessTokenWaitingResponse:`
+  void setAccessTokenWaitingResponse(bool accessTokenWaitingResponse) {
+    accessTokenWaitingResponse_ = accessTokenWaitingResponse;
+  }
 
  private:
   KXNetworking(std::optional<std::string> apiToken, std::optional<std::string> hostname);
@@ -120,13 +153,16 @@ class KX_EXPORT KXNetworking : public Object {
   /// The body of a login request; absent without an API token or a host name.
   std::optional<Dictionary> loginDocument() const;
   void decideAccessTokenRefresh(double requestTime);
+  void loginCompleted(std::optional<std::string> accessToken);
   void accessTokenArrived(std::string accessToken);
   void accessTokenFailed();
+  void accessTokenRefreshLost() noexcept;
+  void repeatLostAccessTokenRefresh();
   void uploadCompleted(const std::shared_ptr<URLResponse> &response, const std::optional<Error> &error);
 
   AtomicProperty<std::optional<std::string>> apiToken_;
   AtomicProperty<std::optional<std::string>> hostname_;
-  const std::shared_ptr<SerialOperationQueue> accessTokenOperationQueue_;
+  AtomicProperty<std::shared_ptr<SerialOperationQueue>> accessTokenOperationQueue_;
   AtomicProperty<std::optional<std::string>> accessToken_;
   AtomicProperty<std::shared_ptr<RunLoopTimer>> accessTokenRequestTimer_;
 
@@ -135,6 +171,9 @@ class KX_EXPORT KXNetworking : public Object {
   AtomicNumber<double> accessTokenLastUpdated_{0.0};
   AtomicNumber<double> lastAccessTokenRequestTimeInterval_{0.0};
   AtomicNumber<bool> accessTokenWaitingResponse_{false};
+
+  /// A refresh, or its login, ended in an exception: nothing would ask for another one.
+  AtomicNumber<bool> accessTokenRefreshLost_{false};
 };
 
 }  // namespace kx

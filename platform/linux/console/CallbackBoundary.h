@@ -1,7 +1,5 @@
 #pragma once
 
-#include <exception>
-
 #include "platform/EndedException.h"
 
 namespace kx {
@@ -12,10 +10,8 @@ template <class Work>
 void runAtBoundary(Work &&work) noexcept {
   try {
     work();
-  } catch (const std::exception &exception) {
-    reportEndedException(exception.what());
   } catch (...) {
-    reportEndedException("not a std::exception");
+    reportEndedException();
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <utility>
 
+#include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/threads/ForkedChild.h"
 
@@ -33,6 +34,7 @@ LogindManager::LogindManager(GDBusConnection *connection, std::string owner, std
       applicationName_(std::move(applicationName)),
       announcement_(std::move(announcement)),
       longestDelay_(defaultLongestDelay) {
+  const MainContextScope scope(g_main_context_default());
   subscription_ = g_dbus_connection_signal_subscribe(connection, owner_.c_str(), managerInterface,
                                                      "PrepareForSleep", managerPath, nullptr,
                                                      G_DBUS_SIGNAL_FLAGS_NONE, &whenPreparing, this, nullptr);
@@ -58,6 +60,7 @@ void LogindManager::takeLock() {
   wantsLock_ = true;
   if (lock_ >= 0 || askedForLock_) return;
   askedForLock_ = true;
+  const MainContextScope scope(g_main_context_default());
   g_dbus_connection_call_with_unix_fd_list(
       connection_.get(), owner_.c_str(), managerPath, managerInterface, "Inhibit",
       g_variant_new("(ssss)", "sleep", applicationName_.c_str(), "Sending a last report", "delay"),

@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/console/CallbackBoundary.h"
 
 namespace kx {
@@ -38,6 +39,7 @@ void SleepMonitor::use(GDBusConnection *connection) {
   if (nameWatch_ != 0) g_bus_unwatch_name(std::exchange(nameWatch_, 0));
   leave();
   if (connection == nullptr) return;
+  const MainContextScope scope(mainRunLoop_->context());
   nameWatch_ = g_bus_watch_name_on_connection(
       connection, "org.freedesktop.login1", G_BUS_NAME_WATCHER_FLAGS_NONE, &whenAppeared, &whenVanished,
       new WeakMonitor(strong(*this)), [](gpointer data) { delete static_cast<WeakMonitor *>(data); });

@@ -72,6 +72,25 @@ TEST(ObjectiveCPublisher, OneOfItsOwnIsAnother) {
   EXPECT_TRUE([own.data objectForKey:dataKeyDeviceMake] == nil);
 }
 
+TEST(ObjectiveCPublisher, HoldsWhatItsPropertiesAreSetTo) {
+  KXPublisher *const own = [[KXPublisher alloc] initWithApiToken:@"T" hostname:@"localhost:1"];
+  KXLogger *const logger = [[KXLogger alloc] initWithApiToken:@"T" hostname:@"localhost:1"];
+  own.kxLogger = logger;
+  EXPECT_TRUE(own.kxLogger == logger);
+  own.kxLogger = nil;
+  EXPECT_TRUE(own.kxLogger == nil);
+  [own logDataAsync:NO];  // dropped
+  NSTimer *const timer = own.logTimer;
+  own.logTimer = nil;
+  EXPECT_TRUE(own.logTimer == nil);
+  own.logTimer = timer;
+  EXPECT_TRUE(own.logTimer == timer);
+  own.kxLog = nil;
+  EXPECT_TRUE(own.kxLog == nil);
+  own.kxLog = [KXLog sharedInstance];
+  EXPECT_TRUE(own.kxLog == [KXLog sharedInstance]);
+}
+
 TEST(ObjectiveCPublisher, OneOfItsOwnLogsInWithItsArguments) {
   KXPublisher *const own = [[KXPublisher alloc] initWithApiToken:@"T" hostname:@"localhost:1"];
   EXPECT_TRUE([own.kxLogger.kxNetworking.apiToken isEqual:@"T"]);

@@ -66,6 +66,22 @@ TEST(ObjectiveCScheduler, ARecordHasOneFaceAsLongAsItIsHeld) {
   [scheduler removeTimerForTarget:target selector:@selector(tick:)];
 }
 
+TEST(ObjectiveCScheduler, HasItsRecordsInAMap) {
+  KXScheduler *const scheduler = [[KXScheduler alloc] init];
+  EXPECT_EQ(scheduler.scheduleInfoMap.count, 0u);
+  KXTestTarget *const target = [[KXTestTarget alloc] init];
+  [scheduler scheduleTimerForTarget:target selector:@selector(tick:) withTimeInverval:100];
+  NSDictionary<NSString *, KXScheduleInfo *> *const map = scheduler.scheduleInfoMap;
+  KXScheduleInfo *const info = [scheduler scheduleInfoForTarget:target selector:@selector(tick:)];
+  ASSERT_EQ(map.count, 1u);
+  EXPECT_TRUE([map objectForKey:[KXScheduler keyForTarget:target selector:@selector(tick:)]] == info);
+  scheduler.scheduleInfoMap = @{};
+  EXPECT_TRUE([scheduler scheduleInfoForTarget:target selector:@selector(tick:)] == nil);
+  scheduler.scheduleInfoMap = map;
+  EXPECT_TRUE([scheduler scheduleInfoForTarget:target selector:@selector(tick:)] == info);
+  [scheduler removeTimerForTarget:target selector:@selector(tick:)];
+}
+
 TEST(ObjectiveCScheduler, PausesResumesAndRemoves) {
   KXScheduler *const scheduler = [[KXScheduler alloc] init];
   EXPECT_FALSE(scheduler == [KXScheduler sharedInstance]);

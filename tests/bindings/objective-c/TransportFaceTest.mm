@@ -177,6 +177,35 @@ TEST(ObjectiveCNetworking, LogsInAndSends) {
   EXPECT_TRUE(standin::runMainLoopUntil([&] { return collector.requests("message").size() == 2; }));
 }
 
+TEST(ObjectiveCNetworking, HoldsWhatItsPropertiesAreSetTo) {
+  KXNetworking *const networking = [[KXNetworking alloc] initWithApiToken:nil hostname:nil];
+  networking.apiToken = @"T";
+  EXPECT_TRUE([networking.apiToken isEqual:@"T"]);
+  networking.hostname = @"host";
+  EXPECT_TRUE([networking.hostname isEqual:@"host"]);
+  networking.accessToken = @"A";
+  EXPECT_TRUE([networking.accessToken isEqual:@"A"]);
+  networking.accessToken = nil;
+  EXPECT_TRUE(networking.accessToken == nil);
+  networking.accessTokenLastUpdated = 5;
+  EXPECT_EQ(networking.accessTokenLastUpdated, 5);
+  networking.lastAccessTokenRequestTimeInterval = 1200;
+  EXPECT_EQ(networking.lastAccessTokenRequestTimeInterval, 1200);
+  networking.accessTokenWaitingResponse = YES;
+  EXPECT_TRUE(networking.accessTokenWaitingResponse);
+  networking.accessTokenWaitingResponse = NO;
+  EXPECT_FALSE(networking.accessTokenWaitingResponse);
+  NSTimer *const timer = [NSTimer timerWithTimeInterval:100
+                                                 target:networking
+                                               selector:@selector(updateAccessToken:)
+                                               userInfo:nil
+                                                repeats:NO];
+  networking.accessTokenRequestTimer = timer;
+  EXPECT_TRUE(networking.accessTokenRequestTimer == timer);
+  networking.accessTokenRequestTimer = nil;
+  EXPECT_TRUE(networking.accessTokenRequestTimer == nil);
+}
+
 TEST(ObjectiveCNetworking, BacksOff) {
   KXNetworking *const networking = [[KXNetworking alloc] initWithApiToken:nil hostname:nil];
   [networking updateLastAccessTokenRequestTimeInterval];

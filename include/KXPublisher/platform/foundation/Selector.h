@@ -19,7 +19,7 @@ class Selector {
   /// name, colon included, and must be a literal: it is not copied.
   template <auto Member>
   static Selector of(const char *name) {
-    return Selector(name, &Call<decltype(Member), Member>::perform);
+    return Selector(name, performerOf<Member>(Member));
   }
 
   /// The keyword name as text; a null pointer for a null selector.
@@ -35,17 +35,16 @@ class Selector {
  private:
   using Perform = void (*)(Object &target, const std::shared_ptr<Object> &argument);
 
-  template <class MemberType, MemberType Member>
-  struct Call;
-  template <class Target, class Argument, void (Target::*Member)(const std::shared_ptr<Argument> &)>
-  struct Call<void (Target::*)(const std::shared_ptr<Argument> &), Member> {
-    static void perform(Object &target, const std::shared_ptr<Object> &argument) {
+  /// `member` is `Member`, from which its kinds are deduced.
+  template <auto Member, class Target, class Argument>
+  static Perform performerOf(void (Target::* /*member*/)(const std::shared_ptr<Argument> &)) {
+    return [](Object &target, const std::shared_ptr<Object> &argument) {
       auto *const receiver = dynamic_cast<Target *>(&target);
       const auto received = std::dynamic_pointer_cast<Argument>(argument);
       const bool otherKind = argument != nullptr && received == nullptr;
       if (receiver != nullptr && !otherKind) (receiver->*Member)(received);
-    }
-  };
+    };
+  }
 
   Selector(const char *name, Perform action) : name_(name), perform_(action) {}
 

@@ -30,11 +30,12 @@ class KX_EXPORT FormatArgument {
   FormatArgument(const std::optional<std::string> &text) : text_(text ? *text : "(null)") {}
   FormatArgument(const Value &value) : text_(value.description()) {}
   FormatArgument(const Dictionary &dictionary) : text_(dictionary.description()) {}
-  FormatArgument(const Object *object) : text_(object == nullptr ? "(null)" : object->description()) {}
+  /// The object is asked for its `description` when the text is made.
+  FormatArgument(const Object *object) : kind_(Kind::object), object_(object) {}
 
  private:
   friend std::string stringWithFormat(std::string_view, std::initializer_list<FormatArgument>);
-  enum class Kind { text, signedInteger, unsignedInteger, number };
+  enum class Kind { text, object, signedInteger, unsignedInteger, number };
 
   /// Appends this argument as the conversion `specification` ("%@", "%-8lu" ...) asks, or as it is if that
   /// conversion is for another kind.
@@ -43,6 +44,7 @@ class KX_EXPORT FormatArgument {
   Kind kind_ = Kind::text;
   std::uint64_t integer_ = 0;
   double number_ = 0;
+  const Object *object_ = nullptr;
   std::string text_{};
 };
 

@@ -19,7 +19,9 @@ class KX_EXPORT SimulatedApplication : public Application {
   };
 
   SimulatedApplication(NotificationCenter &center, Dispatch &dispatch)
-      : center_(center), dispatch_(dispatch) {}
+      : center_(center), dispatch_(dispatch) {
+    endedIdentifiers.reserve(1024);  // a system that is short of memory ends tasks all the same
+  }
 
   /// What was announced last, and what the host has said through its own door.
   bool inBackground = false;

@@ -124,6 +124,8 @@ class KX_EXPORT SimulatedURLSessionService : public URLSessionService {
 
   void send(const URLRequest &request, const std::optional<Data> &body,
             URLSession::CompletionHandler completionHandler);
+  void sendThroughNetwork(const URLRequest &request, const std::optional<Data> &body,
+                          URLSession::CompletionHandler completionHandler);
 
   /// Has the completion handler called, once, after so many seconds.
   void complete(URLSession::CompletionHandler completionHandler, std::shared_ptr<URLResponse> response,

@@ -21,7 +21,15 @@ class KX_EXPORT SimulatedRunLoopService : public RunLoopService {
   void setTracking(bool tracking);
   bool isTracking() const { return tracking_; }
   /// Runs `task`, on the main thread, as soon as the main loop serves that mode.
-  void whenServed(RunLoopMode mode, WorkItem task);
+  template <class Task>
+  void whenServed(RunLoopMode mode, const Task &task) {
+    if (tracking_ && mode == RunLoopMode::defaultMode) {
+      const SimulatedScheduler::OwnWork own(scheduler_);
+      notServed_.push_back(task);
+    } else {
+      task();
+    }
+  }
   /// No timer fires any more, and all let go of their targets.
   void invalidateTimers();
 

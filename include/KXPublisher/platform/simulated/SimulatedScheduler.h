@@ -71,6 +71,19 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   std::size_t laterTasks() const { return later_.size(); }
   /// The number of the task that the running thread is in; 0 where it is in none.
   std::uint64_t runningTask() { return runningThread().task; }
+  /// While there is one, the device is at work for itself and not in the library's code: what a test has fail
+  /// in the library, memory for one, does not fail in it.
+  class OwnWork {
+   public:
+    explicit OwnWork(SimulatedScheduler &scheduler) : scheduler_(scheduler) { ++scheduler_.ownWork_; }
+    ~OwnWork() { --scheduler_.ownWork_; }
+    OwnWork(const OwnWork &) = delete;
+    OwnWork &operator=(const OwnWork &) = delete;
+
+   private:
+    SimulatedScheduler &scheduler_;
+  };
+  bool isAtOwnWork() const { return ownWork_ != 0; }
   /// How many workers there were at once, at most.
   std::size_t workers() const { return workers_.size(); }
 
@@ -154,7 +167,7 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   /// Runs one piece of what may run, of the main queue as well if that is its turn; false when there is none.
   bool runOne(bool mainQueueToo);
   void run(const Tasks::iterator &task);
-  void runOnMainThread(Task task);
+  void runOnMainThread(const Task &task);
   Worker &begin(Task task);
   void resume(Worker &worker);
   /// Runs a worker up to where it ends or waits, whatever the schedule says.
@@ -168,10 +181,11 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
 
   std::mt19937_64 random_;
   const bool seeded_;
-  double switchShare_;
+  double switchShare_ = 0;
   double atOnceShare_;
   bool suspended_ = false;
   bool finished_ = false;
+  unsigned ownWork_ = 0;
   bool inOnePiece_ = false;  ///< no yield point switches now
   double uptime_ = 0;
   std::uint64_t tasksAtThisTime_ = 0;

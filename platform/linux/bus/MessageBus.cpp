@@ -1,4 +1,4 @@
-#include "platform/linux/bus/SystemBus.h"
+#include "platform/linux/bus/MessageBus.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -9,13 +9,13 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/linux/bus/MainContextScope.h"
+#include "platform/linux/bus/Weakly.h"
 #include "platform/linux/console/CallbackBoundary.h"
 
 namespace kx {
 
 namespace {
-
-constexpr unsigned int timeBetweenAttempts = 600;  // seconds
 
 /// Has GLib prepare its sockets. It has the whole process ignore SIGPIPE then, once, which it can do without
 /// on Linux; what becomes of that signal stays the host's choice.
@@ -37,19 +37,26 @@ bool hasFreeDescriptors() {
   return enough;
 }
 
+/// Null when there is no such bus: GLib itself would start one for a session that has none, and wait for it.
+GLibPointer<gchar> addressOf(GBusType type) {
+  if (type == G_BUS_TYPE_SESSION) return GLibPointer<gchar>(g_strdup(g_getenv("DBUS_SESSION_BUS_ADDRESS")));
+  return GLibPointer<gchar>(g_dbus_address_get_for_bus_sync(type, nullptr, nullptr));
+}
+
 }  // namespace
 
-SystemBus::SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop)
-    : SystemBus(std::move(mainRunLoop), timeBetweenAttempts) {}
+MessageBus::MessageBus(GBusType type, std::shared_ptr<LinuxRunLoop> mainRunLoop,
+                       unsigned int secondsBetweenAttempts)
+    : type_(type),
+      mainRunLoop_(std::move(mainRunLoop)),
+      betweenAttempts_(secondsBetweenAttempts),
+      nextAttempt_(mainRunLoop_->context()) {}
 
-SystemBus::SystemBus(std::shared_ptr<LinuxRunLoop> mainRunLoop, unsigned int secondsBetweenAttempts)
-    : mainRunLoop_(std::move(mainRunLoop)), secondsBetweenAttempts_(secondsBetweenAttempts) {}
-
-SystemBus::~SystemBus() {
+MessageBus::~MessageBus() {
   if (connection_ != nullptr) g_signal_handler_disconnect(connection_.get(), closedHandler_);
 }
 
-void SystemBus::observe(Observer observer) {
+void MessageBus::observe(Observer observer) {
   mainRunLoop_->perform([bus = strong(*this), observer = std::move(observer)] {
     bus->observers_.push_back(observer);
     if (bus->connection_ != nullptr) {
@@ -60,23 +67,27 @@ void SystemBus::observe(Observer observer) {
   });
 }
 
-// What is under way holds a reference to the bus: `data` of the callbacks below is a shared pointer on the
-// heap.
-
-void SystemBus::open() {
+void MessageBus::open() {
   if (!hasFreeDescriptors()) return tryAgainLater();
   static std::once_flag prepared;
   std::call_once(prepared, &prepareSockets);
-  const GLibPointer<gchar> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+  const GLibPointer<gchar> address = addressOf(type_);
+  if (address == nullptr) {
+    tryAgainLater();
+    return;
+  }
+  const MainContextScope scope(mainRunLoop_->context());
   g_dbus_connection_new_for_address(
       address.get(),
       static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, nullptr, &whenOpened, new std::shared_ptr<SystemBus>(strong(*this)));
+      nullptr, nullptr, &whenOpened,
+      // What is under way keeps the bus.
+      new std::shared_ptr<MessageBus>(strong(*this)));
 }
 
-void SystemBus::whenOpened(GObject * /*source*/, GAsyncResult *result, gpointer data) {
-  const std::unique_ptr<std::shared_ptr<SystemBus>> bus(static_cast<std::shared_ptr<SystemBus> *>(data));
+void MessageBus::whenOpened(GObject * /*source*/, GAsyncResult *result, gpointer data) {
+  const std::unique_ptr<std::shared_ptr<MessageBus>> bus(static_cast<std::shared_ptr<MessageBus> *>(data));
   GLibPointer<GDBusConnection> connection(g_dbus_connection_new_for_address_finish(result, nullptr));
   runAtBoundary([&] {
     if (connection == nullptr || g_dbus_connection_is_closed(connection.get())) {
@@ -87,15 +98,15 @@ void SystemBus::whenOpened(GObject * /*source*/, GAsyncResult *result, gpointer 
   });
 }
 
-void SystemBus::use(GLibPointer<GDBusConnection> connection) {
+void MessageBus::use(GLibPointer<GDBusConnection> connection) {
   connection_ = std::move(connection);
   closedHandler_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(&whenClosed), this);
   tellObservers();
 }
 
-void SystemBus::whenClosed(GDBusConnection *connection, gboolean /*byPeer*/, GError * /*error*/,
-                           gpointer data) {
-  const auto bus = strong(*static_cast<SystemBus *>(data));
+void MessageBus::whenClosed(GDBusConnection *connection, gboolean /*byPeer*/, GError * /*error*/,
+                            gpointer data) {
+  const auto bus = strong(*static_cast<MessageBus *>(data));
   if (bus == nullptr) return;
   runAtBoundary([&] {
     g_signal_handler_disconnect(connection, bus->closedHandler_);
@@ -105,25 +116,15 @@ void SystemBus::whenClosed(GDBusConnection *connection, gboolean /*byPeer*/, GEr
   });
 }
 
-void SystemBus::tellObservers() {
+void MessageBus::tellObservers() {
   const auto observers = observers_;  // one of them may bring another
   for (const Observer &observer : observers) {
     runAtBoundary([&] { observer(connection_.get()); });
   }
 }
 
-void SystemBus::tryAgainLater() {
-  GSource *const source = g_timeout_source_new_seconds(secondsBetweenAttempts_);
-  g_source_set_callback(
-      source,
-      [](gpointer data) -> gboolean {
-        runAtBoundary([&] { (*static_cast<std::shared_ptr<SystemBus> *>(data))->open(); });
-        return G_SOURCE_REMOVE;
-      },
-      new std::shared_ptr<SystemBus>(strong(*this)),
-      [](gpointer data) { delete static_cast<std::shared_ptr<SystemBus> *>(data); });
-  g_source_attach(source, mainRunLoop_->context());
-  g_source_unref(source);
+void MessageBus::tryAgainLater() {
+  nextAttempt_.schedule(betweenAttempts_, weakly(*this, &MessageBus::open));
 }
 
 }  // namespace kx
