@@ -27,7 +27,8 @@ Pod::Spec.new do |spec|
   spec.exclude_files = 'publisher/KXConstants.cpp', 'include/KXPublisher/KXConstants.h'
   spec.public_header_files = 'include/KXPublisher/*.h'
   spec.preserve_paths = 'include/**/*.{h,hpp}', 'packaging/about.json',
-                        '{bindings/objective-c,diagnostics,platform,platform/apple,providers,publisher,transport}/*.h'
+                        '{bindings/objective-c,diagnostics,platform,platform/apple,platform/foundation}/*.h',
+                        '{providers,publisher,transport}/*.h'
   spec.requires_arc = true
   # One folder for what hosts include, one for the rest; the module map in the former is Swift Package Manager's.
   spec.pod_target_xcconfig = {

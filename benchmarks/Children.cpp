@@ -28,7 +28,7 @@ int runParentOrChild(int argc, char **argv, const std::function<void(int count)>
     child();
     return 0;
   }
-  const int count = argc > 1 ? std::atoi(argv[1]) : defaultCount;
+  const int count = argc > 1 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : defaultCount;
   if (count <= 0) {
     std::fprintf(stderr, "usage: %s [number of process starts]\n", argv[0]);
     return 2;

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -55,8 +56,8 @@ void parent(int count) {
     double entry = 0;
     double later = 0;
     double thread = 0;
-    if (std::sscanf(outputOfChild().c_str(), "%lf %lf %lf", &entry, &later, &thread) != 3)
-      throw std::runtime_error("a child has measured nothing");
+    std::istringstream measured(outputOfChild());
+    if (!(measured >> entry >> later >> thread)) throw std::runtime_error("a child has measured nothing");
     entries.push_back(entry);
     laterCalls.push_back(later);
     ratios.push_back(entry / thread);

@@ -321,7 +321,7 @@ void compareSpaced(Service &service, int rounds) {
 int main(int argc, char **argv) {
   const std::vector<std::string> arguments(argv, argv + argc);
   if (argc == 6 && arguments[1] == "--child") return runChild(arguments);
-  const int rounds = argc > 1 ? std::atoi(argv[1]) : 5;
+  const int rounds = argc > 1 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : 5;
   if (rounds <= 0) {
     std::fprintf(stderr, "usage: %s [number of rounds]\n", argv[0]);
     return 2;

@@ -1,5 +1,7 @@
+#include <rapidjson/encodings.h>
 #include <rapidjson/writer.h>
 
+#include <cstddef>
 #include <utility>
 
 #include "KXPublisher/platform/foundation/JSONSerialization.h"
@@ -19,9 +21,31 @@ class TextStream {
   std::string text;
 };
 
+/// A text as a stream that RapidJSON reads characters from. It ends with zeros, as many as are asked for:
+/// RapidJSON's own, which its writer validates by, is read past its end where it is cut off in a character.
+class CheckedText {
+ public:
+  explicit CheckedText(const std::string &text) : text_(text) {}
+
+  bool isUTF8() {
+    while (at_ < text_.size()) {
+      if (!rapidjson::UTF8<>::Validate(*this, *this)) return false;
+    }
+    return true;
+  }
+
+  char Take() { return at_ < text_.size() ? text_[at_++] : '\0'; }
+  /// What has been validated goes nowhere.
+  void Put(char) {}
+
+ private:
+  const std::string &text_;
+  std::size_t at_ = 0;
+};
+
 /// Writes values. Brackets and commas are its own, for which RapidJSON would keep a stack; texts, their
-/// escapes and their validation, and numbers are RapidJSON's.
-template <unsigned flags>
+/// escapes, and numbers are RapidJSON's.
+template <unsigned flags, bool areTextsChecked>
 class ValueWriter : private rapidjson::Writer<TextStream, rapidjson::UTF8<>, rapidjson::UTF8<>,
                                               rapidjson::CrtAllocator, flags> {
  public:
@@ -38,6 +62,7 @@ class ValueWriter : private rapidjson::Writer<TextStream, rapidjson::UTF8<>, rap
 
  private:
   bool writeText(const std::string &text) {
+    if (areTextsChecked && !CheckedText(text).isUTF8()) return false;
     return this->WriteString(text.data(), static_cast<rapidjson::SizeType>(text.size()));
   }
 
@@ -75,13 +100,13 @@ class ValueWriter : private rapidjson::Writer<TextStream, rapidjson::UTF8<>, rap
 std::optional<std::string> JSONSerialization::dataWithJSONObject(const Value &object) {
   if (object.array() == nullptr && object.dictionary() == nullptr) return std::nullopt;
   TextStream stream;
-  if (!ValueWriter<rapidjson::kWriteValidateEncodingFlag>(stream).write(object)) return std::nullopt;
+  if (!ValueWriter<rapidjson::kWriteNoFlags, true>(stream).write(object)) return std::nullopt;
   return std::move(stream.text);
 }
 
 std::string JSONSerialization::descriptionOf(const Value &value) {
   TextStream stream;
-  ValueWriter<rapidjson::kWriteNanAndInfFlag>(stream).write(value);
+  ValueWriter<rapidjson::kWriteNanAndInfFlag, false>(stream).write(value);
   return std::move(stream.text);
 }
 

@@ -1,5 +1,10 @@
 #include "platform/linux/LinuxPlatform.h"
 
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
 #include "platform/linux/geocoding/LinuxGeocoder.h"
 #include "platform/linux/https/CurlURLSession.h"
 
@@ -7,12 +12,20 @@ namespace kx {
 
 namespace {
 
-std::shared_ptr<Application> makeApplication(NotificationCenter &center, Dispatch &dispatch,
-                                             BackgroundRefreshStatus status, SystemBus &bus,
-                                             const std::shared_ptr<LinuxRunLoop> &mainRunLoop) {
+std::shared_ptr<LinuxApplication> makeApplication(NotificationCenter &center, Dispatch &dispatch,
+                                                  BackgroundRefreshStatus status, SystemBus &bus,
+                                                  const std::shared_ptr<LinuxRunLoop> &mainRunLoop) {
   auto application = std::make_shared<LinuxApplication>(center, dispatch, status);
   application->followSleep(bus, mainRunLoop, LinuxBundle::hostIdentifier());
   return application;
+}
+
+CurlSettings sessionSettings(std::optional<std::string> certificateAuthorityFile,
+                             std::function<std::shared_ptr<void>()> heldByRequest) {
+  CurlSettings settings;
+  settings.certificateAuthorityFile = std::move(certificateAuthorityFile);
+  settings.heldByRequest = std::move(heldByRequest);
+  return settings;
 }
 
 }  // namespace
@@ -22,9 +35,11 @@ LinuxPlatform::LinuxPlatform(const LinuxHostOptions &options)
       dispatch_(runLoops_.linuxMainRunLoop()),
       mainOperationQueue_(std::make_shared<MainOperationQueue>(dispatch_)),
       notificationCenter_(dispatch_, mainOperationQueue_),
-      sharedApplication_(makeApplication(notificationCenter_, dispatch_, options.backgroundRefreshStatus,
-                                         *systemBus_, runLoops_.linuxMainRunLoop())),
-      urlSessions_(std::make_unique<CurlURLSessionService>(dispatch_, options.certificateAuthorityFile)),
+      application_(makeApplication(notificationCenter_, dispatch_, options.backgroundRefreshStatus,
+                                   *systemBus_, runLoops_.linuxMainRunLoop())),
+      urlSessions_(std::make_unique<CurlURLSessionService>(
+          dispatch_, sessionSettings(options.certificateAuthorityFile,
+                                     [application = application_] { return application->delaySleep(); }))),
       device_(std::make_shared<LinuxDevice>()),
       advertising_(std::make_shared<LinuxAdvertising>(options.advertisingIdentifier,
                                                       options.advertisingTrackingEnabled)),

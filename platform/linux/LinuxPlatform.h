@@ -60,7 +60,8 @@ class LinuxPlatform : public Platform {
   LinuxDispatch dispatch_;
   const std::shared_ptr<OperationQueue> mainOperationQueue_;
   LocalNotificationCenter notificationCenter_;
-  const std::shared_ptr<Application> sharedApplication_;
+  const std::shared_ptr<LinuxApplication> application_;
+  const std::shared_ptr<Application> sharedApplication_ = application_;
   LinuxClock clock_;
   LinuxConsole console_;
   const std::unique_ptr<URLSessionService> urlSessions_;

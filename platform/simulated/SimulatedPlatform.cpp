@@ -22,9 +22,11 @@ std::function<void(SimulatedPlatform &)> &preparation() {
 void keepFreedMemory() {
 #ifdef __GLIBC__
   constexpr int mebibyte = 1024 * 1024;
+  // NOLINTBEGIN(concurrency-mt-unsafe): a test's process has one thread when it makes a device
   mallopt(M_MMAP_THRESHOLD, mebibyte);
   mallopt(M_TRIM_THRESHOLD, 16 * mebibyte);
   mallopt(M_TOP_PAD, mebibyte);
+  // NOLINTEND(concurrency-mt-unsafe)
 #endif
 }
 

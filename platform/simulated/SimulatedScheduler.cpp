@@ -50,7 +50,7 @@ struct SimulatedScheduler::Worker : SimulatedScheduler::Thread {
 };
 
 SimulatedScheduler::SimulatedScheduler(std::uint64_t seed)
-    : random_(seed), seeded_(seed != 0), switchShare_(0), atOnceShare_(seeded_ ? 1.0 / 256 : 0) {
+    : random_(seed), seeded_(seed != 0), atOnceShare_(seeded_ ? 1.0 / 256 : 0) {
   if (seeded_) switchShare_ = 1.0 / static_cast<double>(2U << (random_() % 6));
   if (currentScheduler == nullptr) currentScheduler = this;
 }
@@ -212,13 +212,13 @@ void SimulatedScheduler::run(const Tasks::iterator &task) {
   Task running = std::move(*task);
   ready_.erase(task);
   if (running.queue == &main_) {
-    runOnMainThread(std::move(running));
+    runOnMainThread(running);
   } else {
     resume(begin(std::move(running)));
   }
 }
 
-void SimulatedScheduler::runOnMainThread(Task task) {
+void SimulatedScheduler::runOnMainThread(const Task &task) {
   struct Ended {
     SimulatedScheduler &scheduler;
     const std::uint64_t before;
@@ -331,7 +331,7 @@ void SimulatedScheduler::makeDueTasksReady() {
   }
   if (!seeded_) return;
   for (auto last = ready_.size(); last > first + 1; --last) {
-    std::swap(ready_[last - 1], ready_[first + random_() % (last - first)]);
+    std::swap(ready_[last - 1], ready_[first + static_cast<std::size_t>(random_() % (last - first))]);
   }
 }
 

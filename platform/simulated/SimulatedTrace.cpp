@@ -111,13 +111,11 @@ std::string SimulatedTrace::svg() const {
   for (const Event &event : events_) lanes = std::max(lanes, event.thread + 1);
   const int width = laneOf(lanes);
   const int height = rowOf(events_.size() + 1);
-  std::string svg =
-      "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(width) + "\" height=\"" +
-      std::to_string(height) +
-      "\">\n<style>text{font:11px sans-serif}.lane{font-weight:bold}.time{fill:#777}" +
-      "rect{fill:#4a7ab5}line{stroke:#c60}</style>\n<defs><marker id=\"head\" orient=\"auto\" refX=\"6\" "
-      "refY=\"3\" markerWidth=\"6\" markerHeight=\"6\"><path d=\"M0,0L6,3L0,6z\" "
-      "fill=\"#c60\"/></marker></defs>\n";
+  std::string svg = R"(<svg xmlns="http://www.w3.org/2000/svg" width=")" + std::to_string(width) +
+                    R"(" height=")" + std::to_string(height) + R"(">
+<style>text{font:11px sans-serif}.lane{font-weight:bold}.time{fill:#777}rect{fill:#4a7ab5}line{stroke:#c60}</style>
+<defs><marker id="head" orient="auto" refX="6" refY="3" markerWidth="6" markerHeight="6"><path d="M0,0L6,3L0,6z" fill="#c60"/></marker></defs>
+)";
   for (unsigned lane = 0; lane < lanes; ++lane) svg += textAt(laneOf(lane), rowHeight, nameOf(lane), "lane");
 
   std::map<std::uint64_t, std::pair<unsigned, std::size_t>> submitted;  // where each task came from

@@ -214,6 +214,29 @@ TEST_F(KXLocationTest, LetsALatePlaceReplaceANewerPosition) {
   EXPECT_EQ(facts(), berlinPositionAndPlace());
 }
 
+TEST_F(KXLocationTest, ALateAnswerWithoutAPlaceReplacesNothing) {
+  service.position = berlin;
+  service.geocodingLatency = 10;
+  facts();
+  device.advance(5);
+  service.geocodingLatency = 100;
+  service.moveTo(paris);
+  const auto before = facts();
+  EXPECT_EQ(*before.find("lat"), Value(48.8566));
+  device.advance(5);
+  EXPECT_EQ(facts(), before);
+}
+
+TEST_F(KXLocationTest, APlaceThatComesWhenThePermissionHasGoneIsReportedStill) {
+  service.position = berlin;
+  service.placemarks = {berlinPlace};
+  service.geocodingLatency = 10;
+  EXPECT_EQ(facts(), berlinPosition);
+  service.enabled = false;
+  device.advance(10);
+  EXPECT_EQ(facts(), berlinPositionAndPlace());
+}
+
 TEST_F(KXLocationTest, StopsUpdatesInTheBackgroundAndKeepsItsData) {
   service.position = berlin;
   facts();

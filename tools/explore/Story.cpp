@@ -17,7 +17,7 @@ std::uint64_t below(Random &random, std::uint64_t bound) {
 /// Mostly short, for what happens close together is what counts; sometimes through a night.
 double timeThatPasses(Random &random) {
   constexpr std::array<double, 12> times{0, 0.25, 0.5, 1, 5, 5, 60, 300, 300, 600, 3600, 40'000};
-  return times[below(random, times.size())];
+  return times.at(static_cast<std::size_t>(below(random, times.size())));
 }
 
 StoryEvent anyEvent(Random &random) {
@@ -126,7 +126,7 @@ Story Story::ofSeed(std::uint64_t seed) {
   story.seed = seed;
   story.identifier = below(random, 8) == 0 ? 1 + static_cast<int>(below(random, 3)) : 0;
   constexpr std::array<double, 4> latencies{0, 0.25, 0.25, 5};
-  story.latency = latencies[below(random, latencies.size())];
+  story.latency = latencies.at(static_cast<std::size_t>(below(random, latencies.size())));
   const std::uint64_t count = 5 + below(random, 36);
   for (std::uint64_t i = 0; i < count; ++i) story.events.push_back(anyEvent(random));
   return story;

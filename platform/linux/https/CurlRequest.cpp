@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "platform/linux/console/CallbackBoundary.h"
@@ -214,6 +215,14 @@ void CurlRequest::expire() noexcept {
 
 void CurlRequest::fail(const Error &error) noexcept {
   runAtBoundary([this, &error] { complete(error); });
+}
+
+void CurlRequest::fail(const char *reason) noexcept {
+  runAtBoundary([this, reason] { complete(errorOf(CURLE_FAILED_INIT, reason)); });
+}
+
+void CurlRequest::failWithErrorNumber(int number) noexcept {
+  runAtBoundary([this, number] { complete({"POSIX", number, std::generic_category().message(number)}); });
 }
 
 void CurlRequest::complete(const Error &otherwise) {

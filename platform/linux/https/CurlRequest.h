@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KXPublisher/platform/URLSession.h"
@@ -35,6 +36,9 @@ class CurlRequest {
   CurlRequest(const CurlRequest &) = delete;
   CurlRequest &operator=(const CurlRequest &) = delete;
 
+  /// Has something live as long as the request does.
+  void hold(std::shared_ptr<void> held) { held_ = std::move(held); }
+
   /// Makes the handle and starts the clock. An error when the request is one that must not be sent.
   std::optional<Error> prepare(const CurlSettings &settings, const CurlTrust &trust, CurlSockets &sockets,
                                CURLSH *shared);
@@ -51,7 +55,7 @@ class CurlRequest {
   /// Whether it has taken too long, or what it receives has grown too large.
   bool isOverdue(Clock::time_point now) const;
 
-  // Each of the next three calls the completion: with the answer if it is known, otherwise with an error. One
+  // Each of these calls the completion: with the answer if it is known, otherwise with an error. One
   // of them is called, once.
 
   /// curl is through with it.
@@ -60,6 +64,9 @@ class CurlRequest {
   void expire() noexcept;
   /// It could not be run.
   void fail(const Error &error) noexcept;
+  /// The same, with an error that is made only here, where the memory for it may be missing.
+  void fail(const char *reason) noexcept;
+  void failWithErrorNumber(int number) noexcept;
 
  private:
   struct Deleter {
@@ -87,6 +94,7 @@ class CurlRequest {
   const URLRequest request_;
   const Data body_;
   Completion completion_;
+  std::shared_ptr<void> held_;
   const bool followsRedirects_;
   const Clock::time_point made_ = Clock::now();
 

@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -18,6 +20,9 @@ struct CurlSettings {
   /// The system's certificate authorities in one PEM file; absent for the one that curl was built for.
   std::optional<std::string> certificateBundle;
   CurlProxy proxy = CurlProxy::ofProcess();
+  /// Asked when a request is begun, on the thread that does so, for something to hold until it has ended;
+  /// none where there is nothing to hold.
+  std::function<std::shared_ptr<void>()> heldByRequest;
 
   /// For so long nothing may arrive or leave, from the start of a request on.
   std::chrono::milliseconds timeoutWithoutProgress = std::chrono::seconds(60);

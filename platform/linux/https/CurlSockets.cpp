@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/linux/threads/ForkedChild.h"
+
 namespace kx {
 
 CURLcode CurlSockets::applyTo(CURL *easy) {
@@ -34,6 +36,7 @@ curl_socket_t CurlSockets::openCallback(void *sockets, curlsocktype, curl_sockad
     close(socket);
     return CURL_SOCKET_BAD;
   }
+  ForkedChild::keepFrom(socket);
   return socket;
 }
 
@@ -42,6 +45,7 @@ int CurlSockets::closeCallback(void *sockets, curl_socket_t socket) noexcept {
   open.erase(std::remove_if(open.begin(), open.end(),
                             [socket](const curl_waitfd &known) { return known.fd == socket; }),
              open.end());
+  ForkedChild::forget(socket);
   return close(socket);
 }
 

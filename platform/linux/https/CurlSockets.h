@@ -6,8 +6,8 @@
 
 namespace kx {
 
-/// The sockets of the connections that curl has open. They are not handed down to the programs that the host
-/// starts. Used on the transport's thread alone; outlives the connections.
+/// The sockets of the connections that curl has open. They are handed down neither to the programs that the
+/// host starts nor to children that it forks. Used on the transport's thread alone; outlives the connections.
 class CurlSockets {
  public:
   CurlSockets() = default;

@@ -3,17 +3,19 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <limits>
 #include <new>
-#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/https/CurlProcess.h"
 #include "platform/linux/https/CurlSockets.h"
+#include "platform/linux/https/CurlWakeUp.h"
+#include "platform/linux/threads/ForkedChild.h"
 #include "platform/linux/threads/LinuxWorkerPool.h"
 
 namespace kx {
@@ -23,11 +25,8 @@ namespace {
 constexpr const char *threadName = "kx-transport";
 constexpr const char *outOfResources = "curl has run out of memory or file descriptors";
 constexpr const char *processEnds = "The process is ending";
+constexpr const char *processIsForked = "The process was forked";
 constexpr const char *tooManyWait = "Too many requests are waiting";
-
-Error initialisationError(const char *reason) {
-  return {"libcurl", CURLE_FAILED_INIT, reason};
-}
 
 }  // namespace
 
@@ -50,15 +49,17 @@ class CurlTransport::Loop {
       transport_.setWakeable(nullptr);
       CurlProcess::unwatch(multi_);
     }
-    while (!requests_.empty()) take(requests_.size() - 1)->fail(initialisationError(outOfResources));
+    while (!requests_.empty()) take(requests_.size() - 1)->fail(outOfResources);
     curl_multi_cleanup(multi_);
   }
 
   /// Runs requests until there have been none for the time of the linger, or a connection is no good any
   /// more. False when it cannot go on before.
   bool run() {
+    if (multi_ == nullptr) return false;
+    closeWakeUpSocketsOnExec(multi_);
     // Without the sockets that wake it the thread would sleep through new requests.
-    if (multi_ == nullptr || curl_multi_wakeup(multi_) != CURLM_OK) return false;
+    if (curl_multi_wakeup(multi_) != CURLM_OK) return false;
     requests_.reserve(CurlSettings::maximumInFlight);
     lastProgress_ = Clock::now();
     stayUntil_ = lastProgress_ + transport_.settings_.linger;
@@ -87,12 +88,13 @@ class CurlTransport::Loop {
       auto request = transport_.takeWaiting();
       if (request == nullptr) return;
       requests_.push_back(std::move(request));  // first: one that is lost on the way is still to be failed
-      auto error = requests_.back()->prepare(transport_.settings_, *transport_.trust_, sockets_,
-                                             transport_.shared_.get());
-      if (!error && curl_multi_add_handle(multi_, requests_.back()->easy()) != CURLM_OK) {
-        error = initialisationError(outOfResources);
+      const auto error = requests_.back()->prepare(transport_.settings_, *transport_.trust_, sockets_,
+                                                   transport_.shared_.get());
+      if (error) {
+        take(requests_.size() - 1)->fail(*error);
+      } else if (curl_multi_add_handle(multi_, requests_.back()->easy()) != CURLM_OK) {
+        take(requests_.size() - 1)->fail(outOfResources);
       }
-      if (error) take(requests_.size() - 1)->fail(*error);
     }
   }
 
@@ -160,8 +162,15 @@ class CurlTransport::Loop {
   Clock::time_point stayUntil_;                         ///< when the thread ends if no request comes
 };
 
+template <class Fail>
+void CurlTransport::failWaiting(Fail fail) {
+  while (const auto request = takeWaiting()) fail(*request);
+}
+
 void CurlTransport::start(std::unique_ptr<CurlRequest> request) {
-  if (CurlProcess::isEnding()) return request->fail(initialisationError(processEnds));
+  if (ForkedChild::isThisProcess()) return request->fail(processIsForked);
+  if (CurlProcess::isEnding()) return request->fail(processEnds);
+  if (settings_.heldByRequest != nullptr) request->hold(settings_.heldByRequest());
   bool needsThread = false;
   std::unique_ptr<CurlRequest> refused;
   {
@@ -175,30 +184,27 @@ void CurlTransport::start(std::unique_ptr<CurlRequest> request) {
       needsThread = !std::exchange(threadRuns_, true);
     }
   }
-  if (refused != nullptr) return refused->fail(initialisationError(tooManyWait));
+  if (refused != nullptr) return refused->fail(tooManyWait);
   if (!needsThread) return;
-  const auto error = startThread();
-  if (!error) return;
-  std::deque<std::unique_ptr<CurlRequest>> lost;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    threadRuns_ = false;
-    lost.swap(waiting_);
-  }
-  for (const auto &one : lost) one->fail(*error);
+  // What goes wrong may be that there is no memory: nothing here takes any.
+  const int error = startThread();
+  if (error == 0) return;
+  do failWaiting([error](CurlRequest &one) { one.failWithErrorNumber(error); });
+  while (!mayEnd());
 }
 
-std::optional<Error> CurlTransport::startThread() {
+int CurlTransport::startThread() {
   std::unique_ptr<std::shared_ptr<CurlTransport>> self(
       new (std::nothrow) std::shared_ptr<CurlTransport>(shared_from_this()));
-  if (self == nullptr) return initialisationError("There is no memory left");
-  if (!CurlProcess::threadBegins()) return initialisationError(processEnds);
-  if (const int error = LinuxWorkerPool::startThread(settings_.threadStackSize, &threadMain, self.get())) {
+  if (self == nullptr) return ENOMEM;
+  if (!CurlProcess::threadBegins()) return ECANCELED;
+  const int error = LinuxWorkerPool::startThread(settings_.threadStackSize, &threadMain, self.get());
+  if (error == 0) {
+    static_cast<void>(self.release());
+  } else {
     CurlProcess::threadFailed();
-    return Error{"POSIX", error, std::generic_category().message(error)};
   }
-  static_cast<void>(self.release());
-  return std::nullopt;
+  return error;
 }
 
 void *CurlTransport::threadMain(void *transport) {
@@ -215,7 +221,7 @@ void CurlTransport::run() {
   do {
     bool served = false;
     if (initialised == CURLE_OK) runAtBoundary([&] { served = isPrepared() && Loop(*this).run(); });
-    if (!served) failWaiting(initialisationError(outOfResources));
+    if (!served) failWaiting([](CurlRequest &one) { one.fail(outOfResources); });
   } while (!mayEnd());
 }
 
@@ -256,10 +262,6 @@ std::optional<CurlRequest::Clock::time_point> CurlTransport::firstOverdue(
   const auto made = waiting_.front()->made();
   return std::min(std::max(made, lastProgress) + settings_.timeoutWithoutProgress,
                   made + settings_.timeoutForResource);
-}
-
-void CurlTransport::failWaiting(const Error &error) {
-  while (const auto request = takeWaiting()) request->fail(error);
 }
 
 void CurlTransport::setWakeable(CURLM *multi) {

@@ -39,7 +39,8 @@ class CurlTransport : public std::enable_shared_from_this<CurlTransport> {
  private:
   class Loop;
 
-  std::optional<Error> startThread();
+  /// Zero, or the number of the error.
+  int startThread();
   static void *threadMain(void *transport);
   void run();
   bool mayEnd();
@@ -49,7 +50,9 @@ class CurlTransport : public std::enable_shared_from_this<CurlTransport> {
   bool anyWaits();
   /// When that one fails, if there was no progress since then; absent when none waits.
   std::optional<CurlRequest::Clock::time_point> firstOverdue(CurlRequest::Clock::time_point lastProgress);
-  void failWaiting(const Error &error);
+  /// Has each of those that wait fail, by `fail`.
+  template <class Fail>
+  void failWaiting(Fail fail);
   void setWakeable(CURLM *multi);
 
   struct ShareDeleter {

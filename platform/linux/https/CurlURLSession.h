@@ -25,8 +25,7 @@ class CurlTransport;
 /// again on a new one, as browsers do.
 ///
 /// When the process ends, requests on their way are dropped without a call of their handlers; see
-/// `CurlProcess`. A child of `fork` that does not call `exec` has no such thread: what it sends while its
-/// parent's was running never ends.
+/// `CurlProcess`. A child of `fork` that does not call `exec` sends nothing; see `ForkedChild`.
 class CurlURLSessionService : public URLSessionService {
  public:
   /// `certificateAuthorityFile`: a PEM file of certificate authorities to trust beside the system's. When it

@@ -133,6 +133,34 @@ void LinuxApplication::endBackgroundTask(BackgroundTaskIdentifier identifier) {
   if (wasReason) updateSleepDelaySoon();
 }
 
+class LinuxApplication::SleepDelay {
+ public:
+  explicit SleepDelay(std::shared_ptr<LinuxApplication> application) : application_(std::move(application)) {
+    application_->changeSleepDelays(+1);
+  }
+  ~SleepDelay() { application_->changeSleepDelays(-1); }
+  SleepDelay(const SleepDelay &) = delete;
+  SleepDelay &operator=(const SleepDelay &) = delete;
+
+ private:
+  const std::shared_ptr<LinuxApplication> application_;
+};
+
+std::shared_ptr<void> LinuxApplication::delaySleep() {
+  return std::make_shared<SleepDelay>(strong(*this));
+}
+
+void LinuxApplication::changeSleepDelays(int by) noexcept {
+  bool changesReason = false;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const bool hadAny = sleepDelays_ > 0;
+    sleepDelays_ += by;
+    changesReason = isInBackground_ && hadAny != (sleepDelays_ > 0);
+  }
+  if (changesReason) runAtBoundary([this] { updateSleepDelaySoon(); });
+}
+
 void LinuxApplication::expireBackgroundTasks() {
   decltype(backgroundTasks_) expired;
   {
@@ -153,7 +181,8 @@ void LinuxApplication::updateSleepDelay() {
   bool delays = false;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    delays = !isInBackground_ || !transitions_.empty() || !backgroundTasks_.empty();
+    delays = !isInBackground_ || !transitions_.empty() || !backgroundTasks_.empty() ||
+             (canDelaySleep_ && sleepDelays_ > 0);
     if (systemSleeps_ && !delays) canDelaySleep_ = false;
   }
   sleepMonitor_->setDelaysSleep(delays);

@@ -52,7 +52,15 @@ class LinuxApplication : public Application {
                                                        std::function<void()> expirationHandler) override;
   void endBackgroundTask(BackgroundTaskIdentifier identifier) override;
 
+  /// Says that something is on its way, until the last copy of what is returned is gone: a background task
+  /// has ended when a report is handed over, and the report is to be out before the system sleeps. Delays
+  /// sleep as a task does, but expires silently. From any thread.
+  std::shared_ptr<void> delaySleep();
+
  private:
+  class SleepDelay;
+
+  void changeSleepDelays(int by) noexcept;
   void systemWillSleep();
   void systemDidWake();
   void expireBackgroundTasks();
@@ -80,6 +88,7 @@ class LinuxApplication : public Application {
   std::deque<const char *> transitions_;  ///< the notifications that have not been posted yet
   BackgroundTaskIdentifier lastBackgroundTask_ = invalidBackgroundTask;
   std::map<BackgroundTaskIdentifier, std::function<void()>> backgroundTasks_;  ///< their expiration handlers
+  int sleepDelays_ = 0;                                                        ///< how many there are
 };
 
 }  // namespace kx

@@ -5,7 +5,9 @@
 
 #include <utility>
 
+#include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/threads/ForkedChild.h"
 
 namespace kx {
 
@@ -32,6 +34,7 @@ LogindManager::LogindManager(GDBusConnection *connection, std::string owner, std
       applicationName_(std::move(applicationName)),
       announcement_(std::move(announcement)),
       longestDelay_(defaultLongestDelay) {
+  const MainContextScope scope(g_main_context_default());
   subscription_ = g_dbus_connection_signal_subscribe(connection, owner_.c_str(), managerInterface,
                                                      "PrepareForSleep", managerPath, nullptr,
                                                      G_DBUS_SIGNAL_FLAGS_NONE, &whenPreparing, this, nullptr);
@@ -57,6 +60,7 @@ void LogindManager::takeLock() {
   wantsLock_ = true;
   if (lock_ >= 0 || askedForLock_) return;
   askedForLock_ = true;
+  const MainContextScope scope(g_main_context_default());
   g_dbus_connection_call_with_unix_fd_list(
       connection_.get(), owner_.c_str(), managerPath, managerInterface, "Inhibit",
       g_variant_new("(ssss)", "sleep", applicationName_.c_str(), "Sending a last report", "delay"),
@@ -71,7 +75,9 @@ void LogindManager::takeLock() {
 
 void LogindManager::giveUpLock() {
   wantsLock_ = false;
-  if (lock_ >= 0) close(std::exchange(lock_, -1));
+  if (lock_ < 0) return;
+  ForkedChild::forget(lock_);
+  close(std::exchange(lock_, -1));
 }
 
 void LogindManager::whenLocked(GObject *connection, GAsyncResult *result, gpointer data) {
@@ -90,6 +96,7 @@ void LogindManager::keepLock(GVariant *answer, GUnixFDList *descriptors) {
   g_variant_get(answer, "(h)", &index);
   if (index < 0 || index >= g_unix_fd_list_get_length(descriptors)) return;
   lock_ = g_unix_fd_list_get(descriptors, index, nullptr);
+  if (lock_ >= 0) ForkedChild::keepFrom(lock_);
 }
 
 void LogindManager::whenTold(GObject *connection, GAsyncResult *result, gpointer data) {

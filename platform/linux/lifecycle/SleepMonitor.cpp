@@ -1,9 +1,11 @@
 #include "platform/linux/lifecycle/SleepMonitor.h"
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <utility>
 
+#include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/console/CallbackBoundary.h"
 
 namespace kx {
@@ -26,17 +28,18 @@ SleepMonitor::SleepMonitor(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::strin
                            Events events)
     : mainRunLoop_(std::move(mainRunLoop)),
       applicationName_(std::move(applicationName)),
-      events_(std::move(events)) {}
+      events_(std::move(events)),
+      timer_(mainRunLoop_->context()) {}
 
 SleepMonitor::~SleepMonitor() {
   if (nameWatch_ != 0) g_bus_unwatch_name(nameWatch_);
-  stopTimer();
 }
 
 void SleepMonitor::use(GDBusConnection *connection) {
   if (nameWatch_ != 0) g_bus_unwatch_name(std::exchange(nameWatch_, 0));
   leave();
   if (connection == nullptr) return;
+  const MainContextScope scope(mainRunLoop_->context());
   nameWatch_ = g_bus_watch_name_on_connection(
       connection, "org.freedesktop.login1", G_BUS_NAME_WATCHER_FLAGS_NONE, &whenAppeared, &whenVanished,
       new WeakMonitor(strong(*this)), [](gpointer data) { delete static_cast<WeakMonitor *>(data); });
@@ -62,7 +65,7 @@ void SleepMonitor::meet(GDBusConnection *connection, const char *owner) {
 
 void SleepMonitor::leave() {
   logind_.reset();
-  stopTimer();
+  timer_.cancel();
   if (std::exchange(isPreparing_, false)) events_.systemDidWake();
 }
 
@@ -73,7 +76,7 @@ void SleepMonitor::heed(bool sleepStarts) {
     events_.systemWillSleep();
     return;
   }
-  stopTimer();
+  timer_.cancel();
   if (std::exchange(isPreparing_, false)) events_.systemDidWake();
   // Also when the announcement itself was missed: a lock asked for since then was refused.
   setDelaysSleep(delaysSleep_);
@@ -81,7 +84,7 @@ void SleepMonitor::heed(bool sleepStarts) {
 
 void SleepMonitor::setDelaysSleep(bool delays) {
   delaysSleep_ = delays;
-  if (!delays) stopTimer();
+  if (!delays) timer_.cancel();
   if (logind_ == nullptr) return;
   if (delays) {
     logind_->takeLock();
@@ -100,23 +103,10 @@ unsigned int SleepMonitor::millisecondsUntilDelayRunsOut(std::uint64_t longestDe
 }
 
 void SleepMonitor::startTimer() {
-  timer_ = g_timeout_source_new(millisecondsUntilDelayRunsOut(logind_->longestDelay()));
-  g_source_set_callback(timer_, &whenTimerFires, this, nullptr);
-  g_source_attach(timer_, mainRunLoop_->context());
-}
-
-void SleepMonitor::stopTimer() {
-  if (timer_ == nullptr) return;
-  g_source_destroy(timer_);
-  g_source_unref(std::exchange(timer_, nullptr));
-}
-
-gboolean SleepMonitor::whenTimerFires(gpointer data) {
-  const auto monitor = strong(*static_cast<SleepMonitor *>(data));
-  if (monitor == nullptr) return G_SOURCE_REMOVE;
-  monitor->stopTimer();
-  runAtBoundary([&] { monitor->events_.delayRunsOut(); });
-  return G_SOURCE_REMOVE;
+  const std::chrono::milliseconds delay(millisecondsUntilDelayRunsOut(logind_->longestDelay()));
+  timer_.schedule(delay, [self = WeakMonitor(strong(*this))] {
+    if (const auto monitor = self.lock()) monitor->events_.delayRunsOut();
+  });
 }
 
 }  // namespace kx

@@ -10,6 +10,7 @@
 #include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/lifecycle/LogindManager.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
+#include "platform/linux/threads/OneShotTimer.h"
 
 namespace kx {
 
@@ -54,11 +55,9 @@ class SleepMonitor : public Object {
   void leave();
   void heed(bool sleepStarts);
   void startTimer();
-  void stopTimer();
 
   static void whenAppeared(GDBusConnection *connection, const gchar *name, const gchar *owner, gpointer data);
   static void whenVanished(GDBusConnection *connection, const gchar *name, gpointer data);
-  static gboolean whenTimerFires(gpointer data);
 
   const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
   const std::string applicationName_;
@@ -67,7 +66,7 @@ class SleepMonitor : public Object {
   std::shared_ptr<LogindManager> logind_;  ///< null while it is not there
   bool delaysSleep_ = true;
   bool isPreparing_ = false;  ///< for sleep: from the announcement until the system is awake
-  GSource *timer_ = nullptr;
+  OneShotTimer timer_;
 };
 
 }  // namespace kx

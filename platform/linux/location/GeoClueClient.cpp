@@ -3,7 +3,7 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/bus/Weakly.h"
 #include "platform/linux/location/GeoClueLocation.h"
 
 namespace kx {
@@ -14,7 +14,7 @@ constexpr const char *geoClueManagerPath = "/org/freedesktop/GeoClue2/Manager";
 constexpr const char *geoClueManagerInterface = "org.freedesktop.GeoClue2.Manager";
 constexpr const char *clientInterface = "org.freedesktop.GeoClue2.Client";
 constexpr const char *locationInterface = "org.freedesktop.GeoClue2.Location";
-constexpr const char *propertiesInterface = "org.freedesktop.DBus.Properties";
+constexpr BusProperties clientProperties{clientInterface, {"Active"}};
 
 constexpr guint32 exact = 8;           // GClueAccuracyLevel: as good as the device can
 constexpr int fetchTimeLimit = 25000;  // milliseconds; a location object answers at once, or is gone
@@ -27,37 +27,18 @@ GeoClueClient::Refusal refusalOf(const GError &error) {
 
 }  // namespace
 
-/// A call that is under way keeps its client.
-struct GeoClueClient::Call {
-  std::shared_ptr<GeoClueClient> client;
-  Reply reply;
-
-  static void finish(GObject *connection, GAsyncResult *result, gpointer data) {
-    const std::unique_ptr<Call> call(static_cast<Call *>(data));
-    GError *failure = nullptr;
-    const GLibPointer<GVariant> value(
-        g_dbus_connection_call_finish(G_DBUS_CONNECTION(connection), result, &failure));
-    const GLibPointer<GError> error(failure);
-    runAtBoundary([&] { ((*call->client).*call->reply)(value.get(), error.get()); });
-  }
-};
-
-GeoClueClient::GeoClueClient(GDBusConnection *connection, std::string owner, GMainContext *mainContext,
+GeoClueClient::GeoClueClient(GDBusConnection *connection, const std::string &owner, GMainContext *mainContext,
                              std::chrono::milliseconds betweenPositions, std::weak_ptr<Listener> listener)
-    : connection_(retained(connection)),
-      owner_(std::move(owner)),
+    : service_(connection, owner, mainContext),
       betweenPositions_(betweenPositions),
       listener_(std::move(listener)),
       nextFetch_(mainContext) {}
 
-void GeoClueClient::call(const std::string &path, const char *interface, const char *method,
-                         GVariant *parameters, const char *replyType, Reply reply, int millisecondsForReply) {
-  const std::unique_ptr<GVariantType, void (*)(GVariantType *)> type(g_variant_type_new(replyType),
-                                                                     &g_variant_type_free);
-  g_dbus_connection_call(connection_.get(), owner_.c_str(), path.c_str(), interface, method, parameters,
-                         type.get(), G_DBUS_CALL_FLAGS_NO_AUTO_START, millisecondsForReply, nullptr,
-                         reply == nullptr ? nullptr : &Call::finish,
-                         reply == nullptr ? nullptr : new Call{strong(*this), reply});
+// What has been created has to be deleted, even if nobody needs the client any more.
+BusPeer::Reply GeoClueClient::then(void (GeoClueClient::*work)(GVariant *value, const GError *error)) {
+  return [client = strong(*this), work](GVariant *value, const GError *error) {
+    ((*client).*work)(value, error);
+  };
 }
 
 // ---- From its creation to its deletion
@@ -65,8 +46,8 @@ void GeoClueClient::call(const std::string &path, const char *interface, const c
 void GeoClueClient::start(const std::string &desktopId, std::uint32_t distanceThreshold) {
   desktopId_ = desktopId;
   distanceThreshold_ = distanceThreshold;
-  call(geoClueManagerPath, geoClueManagerInterface, "CreateClient", nullptr, "(o)",
-       &GeoClueClient::whenCreated);
+  service_.call(geoClueManagerPath, geoClueManagerInterface, "CreateClient", nullptr, "(o)",
+                then(&GeoClueClient::whenCreated));
 }
 
 void GeoClueClient::whenCreated(GVariant *value, const GError * /*error*/) {
@@ -84,11 +65,14 @@ void GeoClueClient::whenCreated(GVariant *value, const GError * /*error*/) {
     if (const auto listener = listener_.lock()) listener->clientFailed();
     return;
   }
-  subscribe();
+  service_.subscribe(clientInterface, "LocationUpdated", path_.c_str(), nullptr,
+                     weakly(*this, &GeoClueClient::locationUpdated));
+  service_.followProperties(clientProperties, path_.c_str(),
+                            weakly(*this, &GeoClueClient::propertiesChanged));
   set("DesktopId", g_variant_new_string(desktopId_.c_str()));
   set("DistanceThreshold", g_variant_new_uint32(distanceThreshold_));
   set("RequestedAccuracyLevel", g_variant_new_uint32(exact));
-  call(path_, clientInterface, "Start", nullptr, "()", &GeoClueClient::whenStarted);
+  service_.call(path_, clientInterface, "Start", nullptr, "()", then(&GeoClueClient::whenStarted));
 }
 
 void GeoClueClient::whenStarted(GVariant * /*value*/, const GError *error) {
@@ -112,23 +96,21 @@ void GeoClueClient::whenStarted(GVariant * /*value*/, const GError *error) {
 void GeoClueClient::end() {
   if (std::exchange(ended_, true)) return;
   nextFetch_.cancel();
-  if (path_.empty()) return;  // it is deleted when it has been created
-  g_dbus_connection_signal_unsubscribe(connection_.get(), locationUpdates_);
-  g_dbus_connection_signal_unsubscribe(connection_.get(), propertyChanges_);
-  deleteAtService();
+  service_.unsubscribe();
+  deleteAtService();  // unless it has not been created yet: then it is deleted when it has been
 }
 
-void GeoClueClient::deleteAtService() {
+void GeoClueClient::deleteAtService() const {
   if (path_.empty()) return;
-  call(geoClueManagerPath, geoClueManagerInterface, "DeleteClient", g_variant_new("(o)", path_.c_str()), "()",
-       nullptr);
+  service_.call(geoClueManagerPath, geoClueManagerInterface, "DeleteClient",
+                g_variant_new("(o)", path_.c_str()), "()", nullptr);
 }
 
 // ---- Properties and signals
 
-void GeoClueClient::set(const char *property, GVariant *value) {
-  call(path_, propertiesInterface, "Set", g_variant_new("(ssv)", clientInterface, property, value), "()",
-       nullptr);
+void GeoClueClient::set(const char *property, GVariant *value) const {
+  service_.call(path_, BusPeer::propertiesInterface, "Set",
+                g_variant_new("(ssv)", clientInterface, property, value), "()", nullptr);
 }
 
 void GeoClueClient::setDistanceThreshold(std::uint32_t distanceThreshold) {
@@ -136,30 +118,8 @@ void GeoClueClient::setDistanceThreshold(std::uint32_t distanceThreshold) {
   if (!ended_ && !path_.empty()) set("DistanceThreshold", g_variant_new_uint32(distanceThreshold));
 }
 
-template <void (GeoClueClient::*handle)(GVariant *parameters)>
-guint GeoClueClient::subscribeTo(const char *interface, const char *signal, const char *firstArgument) {
-  using Weak = std::weak_ptr<GeoClueClient>;
-  return g_dbus_connection_signal_subscribe(
-      connection_.get(), owner_.c_str(), interface, signal, path_.c_str(), firstArgument,
-      G_DBUS_SIGNAL_FLAGS_NONE,
-      [](GDBusConnection *, const gchar *, const gchar *, const gchar *, const gchar *, GVariant *parameters,
-         gpointer data) {
-        const auto client = static_cast<Weak *>(data)->lock();
-        if (client == nullptr || client->ended_) return;
-        runAtBoundary([&] { ((*client).*handle)(parameters); });
-      },
-      new Weak(strong(*this)), [](gpointer data) { delete static_cast<Weak *>(data); });
-}
-
-void GeoClueClient::subscribe() {
-  locationUpdates_ =
-      subscribeTo<&GeoClueClient::locationUpdated>(clientInterface, "LocationUpdated", nullptr);
-  propertyChanges_ = subscribeTo<&GeoClueClient::propertiesChanged>(propertiesInterface, "PropertiesChanged",
-                                                                    clientInterface);
-}
-
 void GeoClueClient::propertiesChanged(GVariant *parameters) {
-  if (!started_ || g_variant_is_of_type(parameters, G_VARIANT_TYPE("(sa{sv}as)")) == FALSE) return;
+  if (!started_) return;
   const GLibPointer<GVariant> changes(g_variant_get_child_value(parameters, 1));
   gboolean active = FALSE;
   if (g_variant_lookup(changes.get(), "Active", "b", &active) == FALSE) return;
@@ -195,8 +155,9 @@ void GeoClueClient::fetchNewest() {
     return;
   }
   fetching_ = true;
-  call(std::exchange(newestLocation_, std::string()), propertiesInterface, "GetAll",
-       g_variant_new("(s)", locationInterface), "(a{sv})", &GeoClueClient::whenFetched, fetchTimeLimit);
+  service_.call(std::exchange(newestLocation_, std::string()), BusPeer::propertiesInterface, "GetAll",
+                g_variant_new("(s)", locationInterface), "(a{sv})", then(&GeoClueClient::whenFetched),
+                fetchTimeLimit);
 }
 
 void GeoClueClient::whenFetched(GVariant *value, const GError * /*error*/) {

@@ -2,7 +2,8 @@
 
 #include <utility>
 
-#include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/bus/Weakly.h"
+#include "platform/linux/location/GeoClueClient.h"
 #include "platform/linux/location/GeoClueLocation.h"
 #include "platform/linux/location/LinuxLocationManager.h"
 
@@ -48,7 +49,7 @@ void LocationTracking::update() {
   const auto manager = manager_.lock();
   if (manager == nullptr || !isNeeded(*manager)) {
     release();
-  } else if (watch_ == 0) {
+  } else if (!watch_) {
     watchService();
   } else if (!owner_.empty() && client_ == nullptr && !answered_) {
     startClient(*manager);
@@ -74,7 +75,7 @@ void LocationTracking::release() {
   nextAttempt_.cancel();
   owner_.clear();
   answered_ = false;
-  if (watch_ != 0) g_bus_unwatch_name(std::exchange(watch_, 0));
+  watch_.reset();
 }
 
 void LocationTracking::lookAgain() {
@@ -89,18 +90,9 @@ void LocationTracking::lookAgainLater() {
 // ---- The service
 
 void LocationTracking::watchService() {
-  using Weak = std::weak_ptr<LocationTracking>;
-  watch_ = g_bus_watch_name_on_connection(
-      connection_.get(), GeoClueClient::serviceName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START,
-      [](GDBusConnection *, const gchar *, const gchar *owner, gpointer data) {
-        const auto tracking = static_cast<Weak *>(data)->lock();
-        if (tracking != nullptr) runAtBoundary([&] { tracking->serviceAppeared(owner); });
-      },
-      [](GDBusConnection *, const gchar *, gpointer data) {
-        const auto tracking = static_cast<Weak *>(data)->lock();
-        if (tracking != nullptr) runAtBoundary([&] { tracking->serviceVanished(); });
-      },
-      new Weak(strong(*this)), [](gpointer data) { delete static_cast<Weak *>(data); });
+  watch_.emplace(connection_.get(), GeoClueClient::serviceName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START,
+                 mainRunLoop_->context(), weakly(*this, &LocationTracking::serviceAppeared),
+                 weakly(*this, &LocationTracking::serviceVanished));
 }
 
 void LocationTracking::serviceAppeared(const char *owner) {
@@ -148,10 +140,10 @@ void LocationTracking::clientStarted() {
   update();  // whether or not positions are wanted, now that the delegate knows
 }
 
-void LocationTracking::clientRefused(GeoClueClient::Refusal refusal) {
+void LocationTracking::clientRefused(LocationClient::Refusal refusal) {
   endClient();
   answered_ = true;
-  const bool disabled = refusal == GeoClueClient::Refusal::disabled;
+  const bool disabled = refusal == LocationClient::Refusal::disabled;
   if (disabled) lookAgainLater();
   settle(disabled ? State::disabled : State::denied);
 }

@@ -5,13 +5,15 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "platform/linux/bus/BusNameWatch.h"
 #include "platform/linux/bus/GLibPointers.h"
-#include "platform/linux/location/GeoClueClient.h"
 #include "platform/linux/location/LocationAuthorization.h"
-#include "platform/linux/location/OneShotTimer.h"
+#include "platform/linux/location/LocationClient.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
+#include "platform/linux/threads/OneShotTimer.h"
 
 namespace kx {
 
@@ -41,7 +43,7 @@ struct GeoClueTimes {
 ///
 /// A service that goes away from under a client leaves nothing determined. The bus starts it when it is
 /// needed; that it appears by itself is noticed.
-class LocationTracking : public Object, public GeoClueClient::Listener {
+class LocationTracking : public Object, public LocationClient::Listener {
  public:
   LocationTracking(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::string desktopId, GeoClueTimes times,
                    std::shared_ptr<LocationAuthorization> authorization,
@@ -70,7 +72,7 @@ class LocationTracking : public Object, public GeoClueClient::Listener {
   void settle(LocationAuthorization::State state);
 
   void clientStarted() override;
-  void clientRefused(GeoClueClient::Refusal refusal) override;
+  void clientRefused(LocationClient::Refusal refusal) override;
   void clientFailed() override;
   void clientPaused() override;
   void clientResumed() override;
@@ -83,9 +85,9 @@ class LocationTracking : public Object, public GeoClueClient::Listener {
   const std::weak_ptr<LinuxLocationManager> manager_;
 
   GLibPointer<GDBusConnection> connection_;
-  guint watch_ = 0;    ///< of the service's name; 0 for none
-  std::string owner_;  ///< of the service's name; empty for none
-  std::shared_ptr<GeoClueClient> client_;
+  std::optional<BusNameWatch> watch_;  ///< of the service's name
+  std::string owner_;                  ///< of the service's name; empty for none
+  std::shared_ptr<LocationClient> client_;
   bool answered_ = false;  ///< that owner has said all that it has to say for now
   /// As this manager has found it; another one may be ahead.
   LocationAuthorization::State state_ = LocationAuthorization::State::notDetermined;

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/linux/network/FileDescriptor.h"
+#include "platform/linux/bus/FileDescriptor.h"
 
 namespace kx {
 

@@ -5,19 +5,21 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/bus/Weakly.h"
 
 namespace kx {
 
 namespace {
 
-constexpr const char *name = "org.freedesktop.NetworkManager";
+constexpr const char *serviceName = "org.freedesktop.NetworkManager";
 constexpr const char *path = "/org/freedesktop/NetworkManager";
-constexpr const char *primaryConnectionType = "PrimaryConnectionType";
+constexpr BusProperties properties{serviceName, {"PrimaryConnectionType"}};  // also the interface's name
 
-/// By NetworkManager's names for the types of connections.
-NetworkManagerClient::Bearer bearerOf(std::string_view type) {
+/// By NetworkManager's names for the types of connections. Anything else than a text, null too, is unknown.
+NetworkManagerClient::Bearer bearerOf(GVariant *value) {
   using Bearer = NetworkManagerClient::Bearer;
+  const bool isText = value != nullptr && g_variant_is_of_type(value, G_VARIANT_TYPE_STRING) != FALSE;
+  const std::string_view type = isText ? g_variant_get_string(value, nullptr) : "";
   if (type == "gsm" || type == "cdma") return Bearer::cellular;
   // These lie on top of another one; without any text there is no connection.
   constexpr std::string_view unspecific[] = {"", "vpn", "wireguard", "tun", "ip-tunnel"};
@@ -31,10 +33,6 @@ NetworkManagerClient::Bearer bearerOf(std::string_view type) {
 NetworkManagerClient::NetworkManagerClient(std::shared_ptr<LinuxRunLoop> mainRunLoop,
                                            std::shared_ptr<SystemBus> bus)
     : mainRunLoop_(std::move(mainRunLoop)), bus_(std::move(bus)) {}
-
-NetworkManagerClient::~NetworkManagerClient() {
-  dropProxy();
-}
 
 void NetworkManagerClient::addWatch(const std::shared_ptr<NetworkWatch> &watch) {
   {
@@ -64,71 +62,49 @@ void NetworkManagerClient::followWatches() {
     isWatched = !watches_.empty();
   }
   if (!isWatched) {
-    dropProxy();
+    nameWatch_.reset();
+    leave();
   } else if (!observesBus_) {
     observesBus_ = true;
-    bus_->observe([weak = weak_from_this()](GDBusConnection *connection) {
-      const auto client = std::static_pointer_cast<NetworkManagerClient>(weak.lock());
-      if (client != nullptr) client->useConnection(connection);
-    });
-  } else if (making_ == nullptr) {
-    makeProxy();
+    bus_->observe(weakly(*this, &NetworkManagerClient::useConnection));
+  } else if (connection_ != nullptr && !nameWatch_) {
+    // It is followed as it comes and goes, and not started.
+    nameWatch_.emplace(connection_.get(), serviceName, G_BUS_NAME_WATCHER_FLAGS_NONE, mainRunLoop_->context(),
+                       weakly(*this, &NetworkManagerClient::meet),
+                       weakly(*this, &NetworkManagerClient::leave));
   }
 }
 
 void NetworkManagerClient::useConnection(GDBusConnection *connection) {
-  dropProxy();
+  nameWatch_.reset();
+  leave();
   connection_ = retained(connection);
   followWatches();
 }
 
-/// What is passed to `whenMade`.
-struct NetworkManagerClient::Making {
-  std::shared_ptr<NetworkManagerClient> client;
-  GLibPointer<GCancellable> cancellable;
-};
-
-void NetworkManagerClient::makeProxy() {
-  if (connection_ == nullptr) return;
-  making_.reset(g_cancellable_new());
-  // The proxy follows the service as it comes and goes, and starts none.
-  g_dbus_proxy_new(connection_.get(),
-                   static_cast<GDBusProxyFlags>(G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START |
-                                                G_DBUS_PROXY_FLAGS_DO_NOT_CONNECT_SIGNALS |
-                                                G_DBUS_PROXY_FLAGS_GET_INVALIDATED_PROPERTIES),
-                   nullptr, name, path, name, making_.get(), &whenMade,
-                   new Making{strong(*this), retained(making_.get())});
+void NetworkManagerClient::meet(const char *owner) {
+  leave();
+  service_.emplace(connection_.get(), owner, mainRunLoop_->context());
+  service_->followProperties(properties, path, weakly(*this, &NetworkManagerClient::noteChange));
+  service_->call(path, BusPeer::propertiesInterface, "Get",
+                 g_variant_new("(ss)", properties.interface, properties.names[0]), "(v)",
+                 weakly(*this, [](NetworkManagerClient &client, GVariant *answer, const GError *) {
+                   GVariant *type = nullptr;
+                   if (answer != nullptr) g_variant_get(answer, "(v)", &type);
+                   client.setBearer(bearerOf(GLibPointer<GVariant>(type).get()));
+                 }));
 }
 
-void NetworkManagerClient::whenMade(GObject * /*source*/, GAsyncResult *result, gpointer data) {
-  const std::unique_ptr<Making> making(static_cast<Making *>(data));
-  GLibPointer<GDBusProxy> proxy(g_dbus_proxy_new_finish(result, nullptr));
-  NetworkManagerClient &client = *making->client;
-  if (proxy == nullptr || client.making_ != making->cancellable) return;  // given up in the meantime
-  client.proxy_ = std::move(proxy);
-  g_signal_connect_swapped(client.proxy_.get(), "g-properties-changed", G_CALLBACK(&whenChanged), &client);
-  runAtBoundary([&client] { client.readBearer(); });
-}
-
-void NetworkManagerClient::whenChanged(NetworkManagerClient *client) {
-  const auto keptAlive = strong(*client);
-  if (keptAlive == nullptr) return;
-  runAtBoundary([client] { client->readBearer(); });
-}
-
-void NetworkManagerClient::dropProxy() {
-  if (making_ != nullptr) g_cancellable_cancel(making_.get());
-  making_.reset();
-  if (proxy_ != nullptr) g_signal_handlers_disconnect_by_data(proxy_.get(), this);
-  proxy_.reset();
+void NetworkManagerClient::leave() {
+  service_.reset();
   setBearer(Bearer::unknown);
 }
 
-void NetworkManagerClient::readBearer() {
-  // It is cached as long as the service is on the bus.
-  const GLibPointer<GVariant> type(g_dbus_proxy_get_cached_property(proxy_.get(), primaryConnectionType));
-  const bool isText = type != nullptr && g_variant_is_of_type(type.get(), G_VARIANT_TYPE_STRING) != FALSE;
-  setBearer(isText ? bearerOf(g_variant_get_string(type.get(), nullptr)) : Bearer::unknown);
+void NetworkManagerClient::noteChange(GVariant *parameters) {
+  const GLibPointer<GVariant> changes(g_variant_get_child_value(parameters, 1));
+  // NetworkManager says the new value. If it did not, nothing would be known.
+  const GLibPointer<GVariant> type(g_variant_lookup_value(changes.get(), properties.names[0], nullptr));
+  setBearer(bearerOf(type.get()));
 }
 
 void NetworkManagerClient::setBearer(Bearer bearer) {

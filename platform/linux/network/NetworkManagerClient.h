@@ -5,9 +5,12 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "KXPublisher/platform/foundation/Object.h"
+#include "platform/linux/bus/BusNameWatch.h"
+#include "platform/linux/bus/BusPeer.h"
 #include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/network/NetworkWatch.h"
@@ -26,7 +29,6 @@ class NetworkManagerClient : public Object {
   };
 
   NetworkManagerClient(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::shared_ptr<SystemBus> bus);
-  ~NetworkManagerClient() override;
 
   /// By what it is now. Waits for nothing.
   Bearer bearer() const { return bearer_; }
@@ -39,14 +41,10 @@ class NetworkManagerClient : public Object {
  private:
   void followWatches();
   void useConnection(GDBusConnection *connection);
-  void makeProxy();
-  void dropProxy();
-  void readBearer();
+  void meet(const char *owner);
+  void leave();
+  void noteChange(GVariant *parameters);
   void setBearer(Bearer bearer);
-
-  struct Making;
-  static void whenMade(GObject *source, GAsyncResult *result, gpointer data);
-  static void whenChanged(NetworkManagerClient *client);
 
   const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
   const std::shared_ptr<SystemBus> bus_;
@@ -58,8 +56,8 @@ class NetworkManagerClient : public Object {
   // The rest is used on the main thread only.
   bool observesBus_ = false;
   GLibPointer<GDBusConnection> connection_;  ///< empty while there is no bus
-  GLibPointer<GCancellable> making_;         ///< set as long as the proxy is wanted
-  GLibPointer<GDBusProxy> proxy_;
+  std::optional<BusNameWatch> nameWatch_;    ///< while somebody watches
+  std::optional<BusPeer> service_;           ///< absent while it is not there
 };
 
 }  // namespace kx

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "platform/linux/network/FileDescriptor.h"
+#include "platform/linux/bus/FileDescriptor.h"
 
 namespace kx {
 

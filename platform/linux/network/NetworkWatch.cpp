@@ -10,8 +10,8 @@
 #include <new>
 #include <utility>
 
+#include "platform/linux/bus/FileDescriptor.h"
 #include "platform/linux/console/CallbackBoundary.h"
-#include "platform/linux/network/FileDescriptor.h"
 
 namespace kx {
 

@@ -4,12 +4,16 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "KXPublisher/platform/foundation/Object.h"
+#include "platform/linux/bus/BusNameWatch.h"
+#include "platform/linux/bus/BusPeer.h"
 #include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/telephony/ModemReading.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
+#include "platform/linux/threads/OneShotTimer.h"
 
 namespace kx {
 
@@ -17,9 +21,10 @@ namespace kx {
 ///
 /// Everything happens on the main thread, and nothing waits. There is one truth, what the service answers: a
 /// signal that something has changed only has all of it read afresh, a moment later, so that any number of
-/// signals ends in one reading. While it runs, the values of the last reading stay. A service that does not
-/// answer, or answers with something else, leaves the subscription empty; it is asked again when it signals a
-/// change, and else once a minute. Nobody starts a service that does not run.
+/// signals ends in one reading; and no other properties than those that are read wake the main thread, not
+/// even the strength of the signal, which never rests. While it runs, the values of the last reading stay. A
+/// service that does not answer, or answers with something else, leaves the subscription empty; it is asked
+/// again when it signals a change, and else once a minute. Nobody starts a service that does not run.
 class ModemManagerClient : public Object {
  public:
   /// Told what has been read, on the main thread; an empty one when the service goes.
@@ -33,53 +38,32 @@ class ModemManagerClient : public Object {
   };
 
   ModemManagerClient(std::shared_ptr<LinuxRunLoop> mainRunLoop, Observer observer, Intervals intervals);
-  ~ModemManagerClient() override;
 
   /// The bus to find the service on; null when there is none any more. On the main thread.
   void use(GDBusConnection *connection);
 
  private:
-  struct Question;
-
   void meet(const char *owner);
   void leave();
-  void disconnect();
-  void subscribe(const char *interface, const char *member, const char *path, const char *firstArgument,
-                 GDBusSignalCallback callback);
 
   void noteChange();
   void readLater(unsigned int milliseconds);
   void read();
-  void ask(const char *path, const char *interface, const char *method, GVariant *parameters,
-           const char *answerType, std::function<void(GVariant *answer)> then);
   void readSim(const Modem &modem, Subscription subscription);
   void finishReading(const Subscription &subscription, bool answered);
-
-  // What GLib calls gets a weak reference on the heap, as `data`.
-  gpointer newReference();
-  static void releaseReference(gpointer data);
-  template <class Work>
-  static void withReferred(gpointer data, Work work);
-  static void whenAppeared(GDBusConnection *connection, const gchar *name, const gchar *owner, gpointer data);
-  static void whenVanished(GDBusConnection *connection, const gchar *name, gpointer data);
-  static void whenPropertiesChanged(GDBusConnection *connection, const gchar *sender, const gchar *path,
-                                    const gchar *interface, const gchar *signal, GVariant *parameters,
-                                    gpointer data);
-  static void whenObjectsChanged(GDBusConnection *connection, const gchar *sender, const gchar *path,
-                                 const gchar *interface, const gchar *signal, GVariant *parameters,
-                                 gpointer data);
-  static void whenAnswered(GObject *connection, GAsyncResult *result, gpointer data);
+  /// Asks the service. `then` gets null when no answer of the right type came.
+  void ask(const std::string &path, const char *interface, const char *method, GVariant *parameters,
+           const char *answerType, std::function<void(ModemManagerClient &client, GVariant *answer)> then);
 
   const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
   const Observer observer_;
   const Intervals intervals_;
   GLibPointer<GDBusConnection> connection_;
-  guint nameWatch_ = 0;
-  std::string owner_;  ///< the service's unique name; empty while it is not there
-  std::vector<guint> subscriptions_;
-  GLibPointer<GCancellable> reading_;  ///< of the reading under way
-  bool changed_ = false;               ///< since the reading under way began, or the next is due soon
-  GSource *timer_ = nullptr;           ///< for the next reading
+  std::optional<BusNameWatch> nameWatch_;
+  std::optional<BusPeer> service_;  ///< absent while it is not there
+  bool isReading_ = false;
+  bool changed_ = false;  ///< since the reading under way began, or the next is due soon
+  OneShotTimer nextReading_;
 };
 
 }  // namespace kx

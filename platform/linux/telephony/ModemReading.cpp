@@ -14,12 +14,6 @@ constexpr const char *modemInterface = "org.freedesktop.ModemManager1.Modem";
 constexpr std::int32_t registered = 8;  // MM_MODEM_STATE_REGISTERED; the states beyond it are of a connection
 constexpr std::string_view noObject = "/";
 
-/// Whether a modem's or a SIM's property is one of those that make up the subscription.
-bool isRead(std::string_view property) {
-  return property == "AccessTechnologies" || property == "OperatorIdentifier" || property == "Sim" ||
-         property == "State";
-}
-
 bool isDigit(char character) {
   return character >= '0' && character <= '9';
 }
@@ -56,6 +50,14 @@ std::optional<HomeOperator> homeOperatorOf(std::string_view operatorIdentifier) 
                       std::string(operatorIdentifier.substr(countryDigits))};
 }
 
+std::optional<HomeOperator> homeOperatorIn(GVariant *operatorIdentifier) {
+  GVariant *boxed = nullptr;
+  g_variant_get(operatorIdentifier, "(v)", &boxed);
+  const GLibPointer<GVariant> text(boxed);
+  const bool isText = g_variant_is_of_type(boxed, G_VARIANT_TYPE_STRING) != FALSE;
+  return isText ? homeOperatorOf(g_variant_get_string(boxed, nullptr)) : std::nullopt;
+}
+
 std::optional<Modem> modemOf(GVariant *managedObjects) {
   std::optional<Modem> chosen;
   GVariantIter *objects = nullptr;
@@ -75,23 +77,6 @@ std::optional<Modem> modemOf(GVariant *managedObjects) {
 
 std::optional<std::string> radioAccessTechnologyOf(const Modem &modem) {
   return modem.isRegistered ? radioAccessTechnologyOf(modem.accessTechnologies) : std::nullopt;
-}
-
-bool concernsSubscription(GVariant *propertiesChanged) {
-  if (g_variant_is_of_type(propertiesChanged, G_VARIANT_TYPE("(sa{sv}as)")) == FALSE) return false;
-  const GLibPointer<GVariant> changed(g_variant_get_child_value(propertiesChanged, 1));
-  const GLibPointer<GVariant> invalidated(g_variant_get_child_value(propertiesChanged, 2));
-  GVariantIter names;
-  const char *name = nullptr;
-  g_variant_iter_init(&names, changed.get());
-  while (g_variant_iter_next(&names, "{&sv}", &name, nullptr) != FALSE) {
-    if (isRead(name)) return true;
-  }
-  g_variant_iter_init(&names, invalidated.get());
-  while (g_variant_iter_next(&names, "&s", &name) != FALSE) {
-    if (isRead(name)) return true;
-  }
-  return false;
 }
 
 }  // namespace kx

@@ -33,11 +33,14 @@ struct Modem {
   std::uint32_t accessTechnologies = 0;  ///< MMModemAccessTechnology
 };
 
-// Both take what a service has sent: of each value any type is possible, and one of a wrong type counts as
+// These take what a service has sent: of each value any type is possible, and one of a wrong type counts as
 // absent.
 
 /// The operator in a SIM's `OperatorIdentifier`; absent for anything else than five or six digits.
 std::optional<HomeOperator> homeOperatorOf(std::string_view operatorIdentifier);
+
+/// The same from the answer to `Get`, of type (v).
+std::optional<HomeOperator> homeOperatorIn(GVariant *operatorIdentifier);
 
 /// The modem that stands for the device, from the answer to `GetManagedObjects`; absent when there is none.
 ///
@@ -48,8 +51,5 @@ std::optional<Modem> modemOf(GVariant *managedObjects);
 
 /// What `modem` tells by itself: its technology, which it has only while it is registered.
 std::optional<std::string> radioAccessTechnologyOf(const Modem &modem);
-
-/// Whether a signal `PropertiesChanged` with these parameters tells of anything that is read here.
-bool concernsSubscription(GVariant *propertiesChanged);
 
 }  // namespace kx

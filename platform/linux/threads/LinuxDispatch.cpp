@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/linux/threads/ForkedChild.h"
+
 namespace kx {
 
 namespace {
@@ -56,7 +58,7 @@ void LinuxDispatch::MainQueue::async(WorkItem task) {
 }
 
 void LinuxDispatch::MainQueue::sync(WorkItem task) {
-  if (loop_.runsOnCurrentThread()) {
+  if (loop_.runsOnCurrentThread() || ForkedChild::isThisProcess()) {
     task();
   } else {
     submitAndWait(std::move(task), [this](WorkItem waitedFor) { loop_.perform(std::move(waitedFor)); });
@@ -75,7 +77,7 @@ void LinuxDispatch::GlobalQueue::async(WorkItem task) {
 }
 
 void LinuxDispatch::GlobalQueue::sync(WorkItem task) {
-  if (LinuxWorkerPool::isWorker(priority_)) {
+  if (LinuxWorkerPool::isWorker(priority_) || ForkedChild::isThisProcess()) {
     task();
   } else {
     submitAndWait(std::move(task),

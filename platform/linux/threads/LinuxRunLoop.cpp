@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/threads/ForkedChild.h"
 
 namespace kx {
 
@@ -99,6 +100,7 @@ std::shared_ptr<LinuxRunLoop> LinuxRunLoop::of(GMainContext *context) {
 }
 
 LinuxRunLoop::LinuxRunLoop(GMainContext *context) : context_(g_main_context_ref(context)) {
+  ForkedChild::expect();
   static GSourceFuncs functions{&prepare, &check, &dispatch, nullptr, nullptr, nullptr};
   GSource *const source = g_source_new(&functions, sizeof(Source));
   (new (&reinterpret_cast<Source *>(source)->loop) std::atomic<LinuxRunLoop *>(nullptr))->store(this);
@@ -117,6 +119,7 @@ bool LinuxRunLoop::runsOnAnotherThread() const {
 }
 
 void LinuxRunLoop::perform(WorkItem block) {
+  if (ForkedChild::isThisProcess()) return;
   {
     const std::lock_guard<std::mutex> lock(mutex);
     tasks_.push_back(std::move(block));
@@ -126,7 +129,7 @@ void LinuxRunLoop::perform(WorkItem block) {
 
 void LinuxRunLoop::addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode /*mode*/) {
   const auto linuxTimer = std::dynamic_pointer_cast<LinuxTimer>(timer);
-  if (linuxTimer == nullptr) return;
+  if (linuxTimer == nullptr || ForkedChild::isThisProcess()) return;
   {
     const std::lock_guard<std::mutex> lock(mutex);
     if (linuxTimer->target_ == nullptr || linuxTimer->loop_ != nullptr) return;
@@ -137,6 +140,8 @@ void LinuxRunLoop::addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopM
 }
 
 gboolean LinuxRunLoop::prepare(GSource *source, gint *timeout) {
+  *timeout = -1;
+  if (ForkedChild::isThisProcess()) return FALSE;
   LinuxRunLoop &loop = Source::loopOf(source);
   loop.thread_ = std::this_thread::get_id();
   *timeout = loop.untilNextDue();
@@ -144,7 +149,7 @@ gboolean LinuxRunLoop::prepare(GSource *source, gint *timeout) {
 }
 
 gboolean LinuxRunLoop::check(GSource *source) {
-  return Source::loopOf(source).untilNextDue() == 0;
+  return !ForkedChild::isThisProcess() && Source::loopOf(source).untilNextDue() == 0;
 }
 
 gboolean LinuxRunLoop::dispatch(GSource *source, GSourceFunc /*callback*/, gpointer /*data*/) {
@@ -171,15 +176,16 @@ int LinuxRunLoop::untilNextDue() {
 }
 
 void LinuxRunLoop::runTasks() {
-  // Those that are there now: tasks that submit tasks must not keep the loop from its other sources.
-  std::deque<WorkItem> tasks;
+  // Those that are there now: tasks that submit tasks must not keep the loop from its other sources. GLib
+  // does not call this again while one of them runs a loop of its own.
   {
     const std::lock_guard<std::mutex> lock(mutex);
-    tasks.swap(tasks_);
+    runningTasks_.swap(tasks_);
   }
-  for (WorkItem &task : tasks) {
+  for (WorkItem &task : runningTasks_) {
     runAtBoundary([&task] { std::exchange(task, nullptr)(); });
   }
+  runningTasks_.clear();
 }
 
 bool LinuxRunLoop::fireTimer(std::int64_t now) {

@@ -65,6 +65,7 @@ class LinuxRunLoop : public RunLoop {
   GMainContext *const context_;
   std::atomic<std::thread::id> thread_{};  ///< that has run the loop last; none before it first runs
   std::deque<WorkItem> tasks_;
+  std::deque<WorkItem> runningTasks_;  ///< not made where they are run: that would need memory
   Timers timers_;
 };
 

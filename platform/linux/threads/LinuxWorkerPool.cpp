@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/threads/ForkedChild.h"
 #include "platform/linux/threads/LinuxThread.h"
 
 namespace kx {
@@ -33,6 +34,7 @@ bool LinuxWorkerPool::needsThread(const Lane &lane) {
 }
 
 void LinuxWorkerPool::submit(DispatchQueuePriority priority, WorkItem task) {
+  if (ForkedChild::isThisProcess()) return;
   bool needsThread = false;
   bool needsLauncher = false;
   {

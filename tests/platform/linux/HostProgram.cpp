@@ -1,4 +1,6 @@
 #include <gio/gio.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <clocale>
@@ -19,6 +21,8 @@
 namespace {
 
 using namespace kx;
+
+pid_t processOfTheCall = 0;
 
 int printALine() {
   std::setlocale(LC_ALL, "");  // in whose encoding GLib prints
@@ -90,6 +94,51 @@ int startTheLibrary() {
   return 0;
 }
 
+std::atomic<bool> hasWorked{false};
+
+/// Does what hosts do, and runs the main loop until the library has done some work; in a forked child for a
+/// while.
+void runForAWhile(const std::shared_ptr<KXPublisher> &publisher) {
+  static GMainLoop *const loop = g_main_loop_new(nullptr, FALSE);
+  g_timeout_add(
+      300,
+      [](gpointer) -> gboolean {
+        if (getpid() == processOfTheCall && !hasWorked) return G_SOURCE_CONTINUE;
+        g_main_loop_quit(loop);
+        return G_SOURCE_REMOVE;
+      },
+      nullptr);
+  LinuxHost::didEnterBackground();
+  LinuxHost::willEnterForeground();
+  publisher->logData(nullptr);
+  for (const auto &provider : publisher->dataProviders()) provider->updateData();
+  Platform::current().dispatch().globalQueue(DispatchQueuePriority::standard).sync([] {});
+  Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([] {
+    std::printf("work in process %s\n", getpid() == processOfTheCall ? "of the call" : "that was forked");
+    hasWorked = true;
+  });
+  g_main_loop_run(loop);
+}
+
+/// Forks after the library's first call; the parent goes on, too, or it ends, as a daemon's does.
+int fork(bool endsParent) {
+  const auto publisher = KXPublisher::sharedInstanceWithApiToken("the API token", "collect.invalid");
+  processOfTheCall = getpid();
+  while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+  }
+  const pid_t child = ::fork();
+  if (child == 0) {
+    runForAWhile(publisher);
+    std::fflush(stdout);
+    _exit(3);
+  }
+  if (endsParent) _exit(0);
+  int status = 0;
+  if (waitpid(child, &status, 0) != child || WEXITSTATUS(status) != 3) return 1;
+  runForAWhile(publisher);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argumentsCount, char **arguments) {
@@ -97,5 +146,7 @@ int main(int argumentsCount, char **arguments) {
   if (command == "console") return printALine();
   if (command == "exit") return exitWithWork();
   if (command == "start") return startTheLibrary();
+  if (command == "fork") return fork(false);
+  if (command == "daemon") return fork(true);
   return 2;
 }

@@ -28,6 +28,12 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
+MATCHER_P(ContainsOnce, part, "") {
+  const std::string &text = arg;
+  const std::size_t first = text.find(part);
+  return first != std::string::npos && text.find(part, first + 1) == std::string::npos;
+}
+
 constexpr const char *identifier = "6d92078a-8246-4ba4-ae5b-76104861e7dc";
 
 TEST(LinuxHost, GivesThePlatformItsOptions) {
@@ -172,6 +178,22 @@ TEST(LinuxHostProgram, EndsInTheMiddleOfWork) {
     EXPECT_EQ(child.exitCode(), 0);
     EXPECT_EQ(child.errors(), "");
   }
+}
+
+TEST(LinuxHostProgram, DoesNothingInAForkedChildButSaySoOnce) {
+  const std::string line =
+      "[KX Error] The process was forked after the first call. Nothing is done in this one.";
+  const TemporaryDirectory directory;
+  const std::string noBus = "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + directory.path() + "/none";
+  ChildProcess forking({HOST_PROGRAM, "fork"}, {noBus});
+  EXPECT_EQ(forking.exitCode(), 0) << forking.errors();
+  EXPECT_EQ(forking.output(), "work in process of the call\n");
+  EXPECT_THAT(forking.errors(), ContainsOnce(line));
+
+  ChildProcess daemon({HOST_PROGRAM, "daemon"}, {noBus});
+  EXPECT_EQ(daemon.exitCode(), 0) << daemon.errors();  // and the child has ended, which printed there, too
+  EXPECT_EQ(daemon.output(), "");
+  EXPECT_THAT(daemon.errors(), ContainsOnce(line));
 }
 
 TEST(LinuxHostProgram, GathersTheFactsOfDeviceAndHost) {

@@ -36,4 +36,19 @@ class MainThread {
   }
 };
 
+/// A context that the host has made the calling thread's default, and never runs.
+class ForeignContext {
+ public:
+  ForeignContext() : context_(g_main_context_new()) { g_main_context_push_thread_default(context_); }
+  ~ForeignContext() {
+    g_main_context_pop_thread_default(context_);
+    g_main_context_unref(context_);
+  }
+  ForeignContext(const ForeignContext &) = delete;
+  ForeignContext &operator=(const ForeignContext &) = delete;
+
+ private:
+  GMainContext *const context_;
+};
+
 }  // namespace kx

@@ -34,6 +34,11 @@ struct LinuxHostOptions {
 /// identifier of the host's GApplication, by which the application is known: a host that has one makes it
 /// before that call.
 ///
+/// A host that becomes a daemon does so before its first call. The library stays with the process that has
+/// made it: a child that is forked later, and does not call `exec`, holds none of the library's connections
+/// and locks, and there nothing is done; one line in the log says so when the child uses the library or runs
+/// a main loop. The host's own files and handlers of signals are left as they are.
+///
 /// Everything may be called from any thread, returns at once and throws nothing.
 class KX_EXPORT LinuxHost {
  public:

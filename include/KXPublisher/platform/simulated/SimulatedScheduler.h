@@ -167,7 +167,7 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
   /// Runs one piece of what may run, of the main queue as well if that is its turn; false when there is none.
   bool runOne(bool mainQueueToo);
   void run(const Tasks::iterator &task);
-  void runOnMainThread(Task task);
+  void runOnMainThread(const Task &task);
   Worker &begin(Task task);
   void resume(Worker &worker);
   /// Runs a worker up to where it ends or waits, whatever the schedule says.
@@ -181,7 +181,7 @@ class KX_EXPORT SimulatedScheduler : public Dispatch {
 
   std::mt19937_64 random_;
   const bool seeded_;
-  double switchShare_;
+  double switchShare_ = 0;
   double atOnceShare_;
   bool suspended_ = false;
   bool finished_ = false;

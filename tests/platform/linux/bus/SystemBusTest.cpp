@@ -1,12 +1,20 @@
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
+#include "platform/linux/bus/SessionBus.h"
 #include "platform/linux/bus/SystemBus.h"
+#include "tests/platform/linux/MainLoop.h"
 #include "tests/support/PrivateBus.h"
 
 namespace kx {
@@ -39,6 +47,46 @@ TEST_F(SystemBusTest, TellsItsObserversOfOneConnection) {
   EXPECT_EQ(first, nullptr) << "told from within the call";
   ASSERT_TRUE(loopUntil([&] { return second != nullptr; }));
   EXPECT_EQ(first, second);
+}
+
+/// How many connections there are to the bus, the bus itself not counted.
+std::size_t connectionsTo(const PrivateBus &bus) {
+  const auto own = bus.connect();
+  GVariant *const answer = g_dbus_connection_call_sync(
+      own.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "ListNames",
+      nullptr, G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+  if (answer == nullptr) throw std::runtime_error("the bus does not answer");
+  GVariant *const names = g_variant_get_child_value(answer, 0);
+  const std::size_t count = g_variant_n_children(names);
+  g_variant_unref(names);
+  g_variant_unref(answer);
+  return count - 2;  // without the bus's own name, and the connection that asks
+}
+
+TEST_F(SystemBusTest, HasOneConnectionHoweverManyObserve) {
+  ASSERT_EQ(connectionsTo(bus_), 0U);
+  const auto bus = makeBus();
+  int told = 0;
+  for (int i = 0; i < 5; ++i) bus->observe([&](GDBusConnection *) { ++told; });
+  ASSERT_TRUE(loopUntil([&] { return told >= 5; }));
+  for (int i = 0; i < 5; ++i) bus->observe([&](GDBusConnection *) { ++told; });
+  ASSERT_TRUE(loopUntil([&] { return told >= 10; }));
+  EXPECT_EQ(told, 10);
+  EXPECT_EQ(connectionsTo(bus_), 1U);
+}
+
+TEST_F(SystemBusTest, IsReachedThoughTheHostHasMadeAnotherContextItsThreadsDefault) {
+  const MainThread thread;
+  const ForeignContext context;
+  const auto bus = makeBus();
+  std::vector<bool> told;
+  bus->observe([&](GDBusConnection *connection) { told.push_back(connection != nullptr); });
+  ASSERT_TRUE(thread.runUntil([&] { return told.size() == 1; }));
+  bus_.stop();
+  ASSERT_TRUE(thread.runUntil([&] { return told.size() == 2; }));
+  bus_.start();
+  ASSERT_TRUE(thread.runUntil([&] { return told.size() == 3; }));
+  EXPECT_EQ(told, (std::vector<bool>{true, false, true}));
 }
 
 TEST_F(SystemBusTest, TellsALateObserverOfTheConnectionThatIsOpen) {
@@ -108,6 +156,60 @@ TEST_F(SystemBusTest, LetsGoOfItsConnectionWhenItIsReleased) {
       &finalized);
   bus.reset();
   EXPECT_TRUE(loopUntil([&] { return finalized.load(); }));
+}
+
+TEST_F(SystemBusTest, WaitsWhereNoFileCanBeOpened) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlim_t before = limit.rlim_cur;
+  const int last = eventfd(0, EFD_CLOEXEC);
+  // Also one, three and six free ones are too few: GLib would end the process over the last of those it
+  // needs.
+  for (const rlim_t free : {rlim_t{0}, rlim_t{1}, rlim_t{3}, rlim_t{6}}) {
+    limit.rlim_cur = static_cast<rlim_t>(last) + 1 + free;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const auto bus = makeBus();
+    bool told = false;
+    bus->observe([&](GDBusConnection *connection) { told = connection != nullptr; });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(150);
+    loopUntil([&] { return std::chrono::steady_clock::now() > end; });
+    EXPECT_FALSE(told);
+    limit.rlim_cur = before;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_TRUE(loopUntil([&] { return told; }));
+  }
+  close(last);
+}
+
+// ---- The session's
+
+TEST_F(SystemBusTest, TheSessionsIsTheOneThatTheEnvironmentNames) {
+  bus_.stop();  // the system's
+  const PrivateBus session;
+  setenv("DBUS_SESSION_BUS_ADDRESS", session.address().c_str(), 1);
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", bus_.address().c_str(), 1);
+  const auto bus = std::make_shared<SessionBus>(LinuxRunLoop::of(g_main_context_default()), 1U);
+  bool told = false;
+  bus->observe([&](GDBusConnection *connection) { told = connection != nullptr; });
+  EXPECT_TRUE(loopUntil([&] { return told; }));
+}
+
+TEST_F(SystemBusTest, NoBusIsStartedForASessionThatHasNone) {
+  unsetenv("DBUS_SESSION_BUS_ADDRESS");
+  setenv("XDG_RUNTIME_DIR", "/nonexistent", 1);
+  const TemporaryDirectory directory;
+  std::ofstream(directory.path() + "/dbus-launch") << "#!/bin/sh\ntouch " << directory.path() << "/started\n";
+  std::filesystem::permissions(directory.path() + "/dbus-launch", std::filesystem::perms::all);
+  setenv("PATH", directory.path().c_str(), 1);
+  const auto bus = std::make_shared<SessionBus>(LinuxRunLoop::of(g_main_context_default()), 1U);
+  bus->observe([](GDBusConnection *) {});
+  for (int i = 0; i < 20; ++i) g_main_context_iteration(nullptr, FALSE);
+  EXPECT_FALSE(std::filesystem::exists(directory.path() + "/started"));
+  const PrivateBus session;
+  setenv("DBUS_SESSION_BUS_ADDRESS", session.address().c_str(), 1);
+  bool told = false;
+  bus->observe([&](GDBusConnection *connection) { told = connection != nullptr; });
+  EXPECT_TRUE(loopUntil([&] { return told; })) << "it is not looked for again";
 }
 
 TEST(SystemBusOpening, LeavesToTheHostWhatBecomesOfSIGPIPE) {

@@ -174,6 +174,24 @@ TEST_F(CurlBurstTest, LetsThemWaitWhileOthersGoForward) {
   EXPECT_THAT(all.back().duration, Ge(seconds(4)));
 }
 
+TEST_F(CurlBurstTest, LetsThemWaitAnewWhenOneHasEnded) {
+  settings.timeoutWithoutProgress = seconds(3);
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    std::this_thread::sleep_for(seconds(2));
+    connection.answer(200);
+  });
+  for (std::size_t i = 0; i < connectionsOfAHost; ++i) task(request(path(i)))->resume();
+  // Of these four run then, without any progress, and one waits on.
+  for (std::size_t i = 0; i <= connectionsOfAHost; ++i) task(request("https://stalled.invalid/"))->resume();
+  const auto all = waitForOutcomes(2 * connectionsOfAHost + 1);
+  for (std::size_t i = connectionsOfAHost; i < all.size(); ++i) {
+    EXPECT_EQ(all[i].errorCode(), timedOut);
+    EXPECT_THAT(all[i].duration, Ge(milliseconds(4900)));
+  }
+}
+
 TEST_F(CurlBurstTest, EndsWaitingToo) {
   settings.timeoutForResource = seconds(3);
   answerEachAfter(seconds(2));

@@ -1,11 +1,13 @@
 #include <array>
 #include <condition_variable>
+#include <csignal>
 #include <fstream>
 #include <functional>
 #include <iomanip>
 #include <memory>
 #include <mutex>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "tests/platform/linux/https/HTTPSTest.h"
@@ -168,6 +170,30 @@ TEST_F(CurlExitTest, FailsRequestsThatComeDuringTheExit) {
     expectEnd(start(server.url(), usualLinger, when, "send"));
     expectEnd(start(server.url(), "0", when, "send"));
   }
+}
+
+TEST_F(CurlExitTest, IsOrderlyAtAnyMomentOfTheWholeLibrarysLife) {
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    while (true) {
+      connection.readRequest();
+      connection.answer(200, "Set-Authorization: a token\r\n");
+    }
+  });
+  const std::string hostname = "localhost:" + std::to_string(server.port());
+  const auto endAfter = [&](int microseconds, const char *how) {
+    ChildProcess host(
+        {KX_EXITING_LIBRARY, hostname, *settings.certificateAuthorityFile, std::to_string(microseconds), how},
+        {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent"});
+    const int expected = std::string_view(how) == "signal" ? -SIGTERM : 7;
+    EXPECT_EQ(host.exitCode(), expected) << how << " after " << microseconds << ": " << host.errors();
+  };
+  for (const char *how : {"return", "exit", "exit-elsewhere", "_exit", "signal", "without-loop"}) {
+    for (int microseconds = 0; microseconds < 100'000; microseconds += 100 + microseconds) {
+      endAfter(microseconds, how);
+    }
+  }
+  EXPECT_GT(server.requests().size(), 6U) << "no host has come to its login and its messages";
 }
 
 }  // namespace

@@ -2,12 +2,17 @@
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 
+#include <array>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
+#include "platform/linux/threads/ForkedChild.h"
 #include "platform/linux/threads/LinuxWorkerPool.h"
 #include "tests/platform/linux/https/HTTPSTest.h"
 #include "tests/platform/linux/https/InterposedCalls.h"
@@ -222,6 +227,76 @@ TEST_F(CurlTransportTest, HandsNoSocketDownToProgramsThatTheHostStarts) {
     EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
   }
   EXPECT_EQ(sockets, 1);
+}
+
+TEST_F(CurlTransportTest, HandsNothingDownOfWhatWakesIt) {
+  const auto inheritedSockets = [] {
+    std::set<int> found;
+    for (const auto &entry : fs::directory_iterator("/proc/self/fd")) {
+      const int descriptor = std::stoi(entry.path().filename());
+      int domain = 0;
+      socklen_t size = sizeof domain;
+      if (getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0 || domain != AF_UNIX) continue;
+      if ((fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0) found.insert(descriptor);
+    }
+    return found;
+  };
+  // Of the host's own, whatever goes on in them, nothing is changed.
+  std::array<int, 2> idle{};
+  std::array<int, 2> busy{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, idle.data()), 0);
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, busy.data()), 0);
+  ASSERT_EQ(write(busy[0], "x", 1), 1);
+  const auto before = inheritedSockets();
+  EXPECT_EQ(post(server.url()).status(), 200);
+  EXPECT_EQ(threadsNamed("kx-transport"), 1);
+  EXPECT_EQ(inheritedSockets(), before);
+  for (const int socket : {idle[0], idle[1], busy[0], busy[1]}) close(socket);
+}
+
+TEST_F(CurlTransportTest, LeavesItsConnectionsToTheProcessThatMadeThem) {
+  ForkedChild::expect();
+  settings.linger = seconds(60);
+  EXPECT_EQ(post(server.url()).status(), 200);
+  const pid_t child = fork();
+  if (child == 0) {
+    int connections = 0;
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+      sockaddr_in peer{};
+      socklen_t size = sizeof peer;
+      const bool isConnected = getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &size) == 0;
+      if (isConnected && peer.sin_family == AF_INET && ntohs(peer.sin_port) == server.port()) ++connections;
+    }
+    _exit(connections);
+  }
+  ASSERT_GT(child, 0);
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(post(server.url()).status(), 200);
+  EXPECT_EQ(server.connections(), 1);
+}
+
+TEST_F(CurlTransportTest, HoldsWhatARequestIsGivenUntilItHasEnded) {
+  std::atomic<bool> go{false};
+  server.setScript([&go](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    while (!go) std::this_thread::sleep_for(milliseconds(1));
+    connection.answer(200);
+  });
+  const auto held = std::make_shared<int>();
+  settings.heldByRequest = [&held] { return held; };
+  const auto holders = [&held] { return held.use_count() - 1; };
+  for (int i = 0; i < 6; ++i) task(request(server.url()))->resume();  // of which two wait
+  EXPECT_EQ(holders(), 6);
+  EXPECT_TRUE(eventually([this] { return server.requests().size() == 4; }));
+  EXPECT_EQ(holders(), 6);
+  go = true;
+  waitForOutcomes(6);
+  EXPECT_TRUE(eventually([&] { return holders() == 0; }));
+  post("https://nobody.invalid/");
+  EXPECT_TRUE(eventually([&] { return holders() == 0; }));
 }
 
 }  // namespace

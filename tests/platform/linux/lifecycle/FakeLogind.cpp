@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/linux/bus/MainContextScope.h"
+
 namespace kx {
 
 namespace {
@@ -41,6 +43,7 @@ void answer(GDBusMethodInvocation *invocation, GVariant *value, GUnixFDList *des
 }  // namespace
 
 FakeLogind::FakeLogind(const PrivateBus &bus) : connection_(bus.connect()) {
+  const MainContextScope scope(g_main_context_default());
   GDBusNodeInfo *const node = g_dbus_node_info_new_for_xml(introspection, nullptr);
   static const GDBusInterfaceVTable methods{&whenCalled, nullptr, nullptr, {}};
   for (GDBusInterfaceInfo **interface = node->interfaces; *interface != nullptr; ++interface) {

@@ -76,6 +76,17 @@ TEST_F(LogindTroubleTest, ALogindThatIsStartedLaterIsFollowed) {
   sleepAndWake();
 }
 
+TEST_F(LogindTroubleTest, AContextThatTheHostHasMadeItsThreadsDefaultIsNoObstacle) {
+  const ForeignContext context;
+  ASSERT_TRUE(loopUntil([&] { return isConnected; }));
+  start();
+  EXPECT_TRUE(comesToHold(1));
+  sleepAndWake();
+  logind.reset();
+  start();
+  EXPECT_TRUE(comesToHold(1));
+}
+
 TEST_F(LogindTroubleTest, ALogindThatIsStartedWhileTheHostIsHiddenIsNotAskedForALock) {
   application->didEnterBackground();
   start();

@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "platform/linux/bus/MainContextScope.h"
+
 namespace kx {
 
 namespace {
@@ -55,6 +57,7 @@ void FakeGeoClue::vanish() {
 guint FakeGeoClue::exportAt(const std::string &path, const char *interface) {
   static const GDBusInterfaceVTable table{&whenCalled, nullptr, nullptr, {}};
   GDBusInterfaceInfo *const info = g_dbus_node_info_lookup_interface(interfaces_.get(), interface);
+  const MainContextScope scope(g_main_context_default());
   const guint object = g_dbus_connection_register_object(connection_.get(), path.c_str(), info, &table, this,
                                                          nullptr, nullptr);
   if (object == 0) throw std::runtime_error("cannot export " + path);

@@ -146,6 +146,17 @@ TEST_F(LocationAuthorizationTest, WithoutAnAgentItStaysUndeterminedUntilThereIsO
   }
 }
 
+TEST_F(LocationAuthorizationTest, OnceItIsDeterminedNobodyIsOutOfPatience) {
+  times.forAnswer = std::chrono::milliseconds(100);
+  makeUpdatingManager();
+  bool later = false;  // than the other timer, which began earlier
+  OneShotTimer timer(g_main_context_default());
+  timer.schedule(2 * times.forAnswer, [&later] { later = true; });
+  ASSERT_TRUE(until([&later] { return later; }));
+  EXPECT_EQ(delegate->events, Events{authorized});
+  EXPECT_TRUE(permitted());
+}
+
 TEST_F(LocationAuthorizationTest, IsNoLongerDeterminedWhenTheAgentHasGone) {
   times.forAnswer = std::chrono::milliseconds(20);
   makeUpdatingManager();

@@ -25,6 +25,15 @@ TEST_F(LocationUpdatesTest, AsksForWhatTheHostNeeds) {
   EXPECT_EQ(geoclue.client().accuracyLevel, 8U);
 }
 
+TEST_F(LocationUpdatesTest, AContextThatTheHostHasMadeItsThreadsDefaultIsNoObstacle) {
+  const ForeignContext context;
+  makeUpdatingManager();
+  geoclue.moveTo(52.52, 13.405);
+  ASSERT_TRUE(until([this] { return delegate->events == Events{authorized, "position"}; }));
+  geoclue.setActive(false);
+  ASSERT_TRUE(until([this] { return delegate->events.back() == "pause"; }));
+}
+
 TEST_F(LocationUpdatesTest, AChangedDistanceFilterReachesTheService) {
   makeUpdatingManager();
   manager->setDistanceFilter(250);

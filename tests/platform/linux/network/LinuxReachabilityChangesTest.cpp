@@ -1,4 +1,5 @@
 #include <atomic>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 
@@ -64,6 +65,30 @@ TEST_F(LinuxReachabilityChangesTest, ARuleThatChoosesAnotherTableIsReported) {
   const auto reports = report(anywhere);
   ip("rule add pref 100 table 51");
   EXPECT_TRUE(becomes(reports, flagsOfCellular));
+}
+
+TEST_F(LinuxReachabilityChangesTest, ARuleByIPv6ThatChoosesAnotherTableIsReported) {
+  addLink("wlan0");
+  addLink("rmnet0");
+  ip("route add ::/0 dev wlan0\nroute add ::/0 dev rmnet0 table 51");
+  const auto reports = report(anywhere);
+  EXPECT_THAT(flags(), Optional(flagsOfWifi));
+  NetworkNamespace::ip6("rule add pref 100 table 51");
+  EXPECT_TRUE(becomes(reports, flagsOfCellular));
+}
+
+TEST_F(LinuxReachabilityChangesTest, ANextHopThatIsReplacedOrRemovedIsReported) {
+  // As a kernel tells it whose administrator has every program know next hops.
+  std::ofstream("/proc/sys/net/ipv4/nexthop_compat_mode") << 0;
+  addLink("wlan0");
+  addLink("rmnet0");
+  ip("nexthop add id 1 dev wlan0\nroute add default nhid 1");
+  const auto reports = report(anywhere);
+  EXPECT_THAT(flags(), Optional(flagsOfWifi));
+  ip("nexthop replace id 1 dev rmnet0");
+  EXPECT_TRUE(becomes(reports, flagsOfCellular));
+  ip("nexthop del id 1");
+  EXPECT_TRUE(becomes(reports, flagsOfNone));
 }
 
 TEST_F(LinuxReachabilityChangesTest, OfTwoRoutesTheLossOfOneIsNoChange) {

@@ -65,6 +65,15 @@ TEST_F(LinuxReachabilityTunnelTest, NetworkManagerTellsWhatIsBeneath) {
   EXPECT_THAT(reports->flags, ElementsAre(flagsOfCellular, flagsOfWifi, flagsOfCellular));
 }
 
+TEST_F(LinuxReachabilityTunnelTest, AContextThatTheHostHasMadeItsThreadsDefaultIsNoObstacle) {
+  const ForeignContext context;
+  StandInNetworkManager networkManager(*bus, "gsm");
+  const auto reports = report(anywhere);
+  EXPECT_TRUE(becomes(reports, flagsOfCellular));
+  networkManager.changeType(g_variant_new_string("802-11-wireless"));
+  EXPECT_TRUE(becomes(reports, flagsOfWifi));
+}
+
 TEST_F(LinuxReachabilityTunnelTest, OfAFloodOfChangesTheLastOneWinsAndTheOthersAreNotLookedAt) {
   GLibPointer<GDBusConnection> connection;
   systemBus->observe([&connection](GDBusConnection *opened) { connection = retained(opened); });
@@ -143,9 +152,9 @@ TEST_F(LinuxReachabilityTunnelTest, AnswersThatMakeNoSenseAreAsGoodAsNone) {
   const auto answers = {
       g_variant_new("(s)", "gsm"),
       g_variant_new("()"),
-      StandInNetworkManager::properties(g_variant_new_uint32(2)),
-      StandInNetworkManager::properties(g_variant_new_object_path("/gsm")),
-      StandInNetworkManager::properties(g_variant_new_strv(nullptr, 0)),
+      g_variant_new("(v)", g_variant_new_uint32(2)),
+      g_variant_new("(v)", g_variant_new_object_path("/gsm")),
+      g_variant_new("(v)", g_variant_new_strv(nullptr, 0)),
   };
   const auto reports = report(anywhere);
   for (GVariant *const answer : answers) {

@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "platform/linux/network/FileDescriptor.h"
+#include "platform/linux/bus/FileDescriptor.h"
 
 namespace kx {
 
@@ -82,7 +82,15 @@ std::optional<std::string> NetworkNamespace::enter() {
 }
 
 void NetworkNamespace::ip(const std::string &commands) {
-  ChildProcess child({program, "-batch", "-"});
+  run({program, "-batch", "-"}, commands);
+}
+
+void NetworkNamespace::ip6(const std::string &commands) {
+  run({program, "-6", "-batch", "-"}, commands);
+}
+
+void NetworkNamespace::run(const std::vector<std::string> &commandLine, const std::string &commands) {
+  ChildProcess child(commandLine);
   child.write(commands + "\n");
   child.closeInput();
   if (child.exitCode() != 0) throw std::runtime_error("ip: " + child.errors());

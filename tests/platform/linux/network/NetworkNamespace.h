@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tests/support/ChildProcess.h"
 
@@ -16,6 +17,8 @@ class NetworkNamespace {
 
   /// Runs commands of `ip`, one a line; they have taken effect at the return. Throws when one fails.
   static void ip(const std::string &commands);
+  /// The same of `ip -6`, for commands that do not show that they are about IPv6.
+  static void ip6(const std::string &commands);
 
   /// Adds an interface with a cable to another one, `name` followed by "-far", both up.
   static void addLink(const std::string &name);
@@ -27,6 +30,9 @@ class NetworkNamespace {
   static int droppedNews();
   /// How many sockets listen to the network's news.
   static int listeners();
+
+ private:
+  static void run(const std::vector<std::string> &commandLine, const std::string &commands);
 };
 
 /// A tunnel's interface, which is there and has a carrier as long as this object exists.

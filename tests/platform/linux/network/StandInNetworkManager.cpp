@@ -17,16 +17,8 @@ std::shared_ptr<GVariant> owned(GVariant *floating) {
 
 }  // namespace
 
-GVariant *StandInNetworkManager::properties(GVariant *type) {
-  GVariantBuilder map;
-  g_variant_builder_init(&map, G_VARIANT_TYPE("a{sv}"));
-  g_variant_builder_add(&map, "{sv}", "NetworkingEnabled", g_variant_new_boolean(TRUE));
-  g_variant_builder_add(&map, "{sv}", "PrimaryConnectionType", type);
-  return g_variant_new("(a{sv})", &map);
-}
-
 StandInNetworkManager::StandInNetworkManager(const PrivateBus &bus, const std::string &type)
-    : StandInNetworkManager(bus, properties(g_variant_new_string(type.c_str()))) {}
+    : StandInNetworkManager(bus, g_variant_new("(v)", g_variant_new_string(type.c_str()))) {}
 
 StandInNetworkManager::StandInNetworkManager(const PrivateBus &bus, GVariant *answer)
     : connection_(bus.connect()), answer_(owned(answer)) {

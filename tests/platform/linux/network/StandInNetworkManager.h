@@ -11,22 +11,19 @@
 
 namespace kx {
 
-/// Stands in for NetworkManager on a bus, from its making to its end: it answers who asks for all of its
-/// properties, on a thread of its own.
+/// Stands in for NetworkManager on a bus, from its making to its end: it answers who asks for its
+/// primary connection's type, on a thread of its own.
 class StandInNetworkManager {
  public:
   /// `type`: the primary connection's.
   StandInNetworkManager(const PrivateBus &bus, const std::string &type);
-  /// `answer`: what it answers with, which is a map of properties if it is to make sense. Takes a floating
-  /// reference; null for one that never answers.
+  /// `answer`: what it answers with, a tuple of the type in a variant if it is to make sense. Takes a
+  /// floating reference; null for one that never answers.
   StandInNetworkManager(const PrivateBus &bus, GVariant *answer);
   /// It leaves the bus.
   ~StandInNetworkManager();
   StandInNetworkManager(const StandInNetworkManager &) = delete;
   StandInNetworkManager &operator=(const StandInNetworkManager &) = delete;
-
-  /// The properties of a NetworkManager whose primary connection is of that type; floating.
-  static GVariant *properties(GVariant *type);
 
   /// Tells everybody that the type has changed to `type`, of which it takes a floating reference.
   void changeType(GVariant *type);

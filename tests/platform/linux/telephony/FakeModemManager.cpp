@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "platform/linux/bus/MainContextScope.h"
+
 namespace kx {
 
 namespace {
@@ -30,6 +32,7 @@ GVariant *parsed(const std::string &text) {
 }  // namespace
 
 void FakeModemManager::start() {
+  const MainContextScope scope(g_main_context_default());
   connection_ = bus_.connect();
   filter_ = g_dbus_connection_add_filter(connection_.get(), &whenMessage, this, nullptr);
   g_dbus_object_manager_server_set_connection(objects_.get(), connection_.get());

@@ -45,6 +45,9 @@ class FakeModemManager {
   /// How often `method` was called.
   int calls(const std::string &method) const;
 
+  /// Its connection to the bus; null while it has none.
+  GDBusConnection *connection() const { return connection_.get(); }
+
   /// Emits a signal of the object at `path`.
   void emit(const std::string &path, const char *interface, const char *signal,
             const std::string &parameters);

@@ -45,6 +45,18 @@ TEST_F(LinuxTelephonyFailureTest, FindsAServiceThatAppearsLater) {
   EXPECT_THAT(reported, ElementsAre("262-01"));
 }
 
+TEST_F(LinuxTelephonyFailureTest, AContextThatTheHostHasMadeItsThreadsDefaultIsNoObstacle) {
+  const ForeignContext context;
+  begin();
+  ASSERT_TRUE(connects());
+  service.start();
+  ASSERT_TRUE(codeBecomes("262-01"));
+  service.setState(0, MM_MODEM_STATE_SEARCHING);
+  ASSERT_TRUE(technologyBecomes("none"));
+  service.stop();
+  ASSERT_TRUE(codeBecomes("none"));
+}
+
 TEST_F(LinuxTelephonyFailureTest, KnowsNothingWhileTheServiceIsAway) {
   service.start();
   begin();

@@ -261,6 +261,38 @@ TEST_F(LinuxTelephonyTest, ReadsNothingWhenTheSignalsStrengthChanges) {
   EXPECT_EQ(service.calls("GetManagedObjects"), readBefore);
 }
 
+TEST_F(LinuxTelephonyTest, TheSignalsStrengthDoesNotWakeTheMainThread) {
+  GLibPointer<GDBusConnection> connection;
+  systemBus->observe([&connection](GDBusConnection *opened) { connection = retained(opened); });
+  beginAndRead();
+  ASSERT_TRUE(thread.runUntil([&connection] { return connection != nullptr; }));
+  // What a connection was sent has come to it when the bus has answered it.
+  const auto letItArrive = [](GDBusConnection *to) {
+    GVariant *const answer = g_dbus_connection_call_sync(to, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                         "org.freedesktop.DBus", "GetId", nullptr, nullptr,
+                                                         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    ASSERT_NE(answer, nullptr);
+    g_variant_unref(answer);
+  };
+  const auto runUntilIdle = [] {
+    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+    }
+  };
+  runUntilIdle();
+  int wakeUps = 0;
+  for (std::uint32_t i = 0; i < 100; ++i) {
+    service.setSignalQuality(0, i % 2);
+    runUntilIdle();  // the service's own, which is in this process
+    letItArrive(service.connection());
+    letItArrive(connection.get());
+    if (g_main_context_pending(nullptr) != FALSE) ++wakeUps;
+    runUntilIdle();
+  }
+  EXPECT_EQ(wakeUps, 0);
+  service.setAccessTechnologies(0, umts);
+  EXPECT_TRUE(technologyBecomes("WCDMA"));
+}
+
 TEST_F(LinuxTelephonyTest, OfAThousandChangesTheLastOneCounts) {
   beginAndRead();
   const int readBefore = service.calls("GetManagedObjects");

@@ -130,27 +130,5 @@ TEST(ModemReadingTest, AValueOfAWrongTypeCountsAsAbsent) {
   }
 }
 
-// ---- What changes it
-
-bool concerns(const std::string &parameters) {
-  return concernsSubscription(parsed(parameters).get());
-}
-
-TEST(ModemReadingTest, AChangeOfWhatIsReadConcernsTheSubscription) {
-  EXPECT_TRUE(concerns("('i', {'AccessTechnologies': <uint32 1>}, @as [])"));
-  EXPECT_TRUE(concerns("('i', {'State': <8>}, @as [])"));
-  EXPECT_TRUE(concerns("('i', {'SignalQuality': <(uint32 1, true)>, 'Sim': <objectpath '/'>}, @as [])"));
-  EXPECT_TRUE(concerns("('i', {'OperatorIdentifier': <''>}, @as [])"));
-  EXPECT_TRUE(concerns("('i', @a{sv} {}, ['Bearers', 'Sim'])"));
-}
-
-TEST(ModemReadingTest, OtherChangesDoNotConcernIt) {
-  EXPECT_FALSE(concerns("('i', {'SignalQuality': <(uint32 1, true)>}, @as [])"));
-  EXPECT_FALSE(concerns("('i', @a{sv} {}, ['Bearers'])"));
-  EXPECT_FALSE(concerns("('i', @a{sv} {}, @as [])"));
-  EXPECT_FALSE(concerns("('AccessTechnologies',)"));
-  EXPECT_FALSE(concerns("('i', {'Sim': 'a'}, @as [])"));
-}
-
 }  // namespace
 }  // namespace kx

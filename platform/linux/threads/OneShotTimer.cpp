@@ -1,4 +1,4 @@
-#include "platform/linux/location/OneShotTimer.h"
+#include "platform/linux/threads/OneShotTimer.h"
 
 #include <utility>
 

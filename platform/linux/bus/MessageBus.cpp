@@ -1,0 +1,130 @@
+#include "platform/linux/bus/MessageBus.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstddef>
+#include <mutex>
+#include <utility>
+
+#include "platform/linux/bus/MainContextScope.h"
+#include "platform/linux/bus/Weakly.h"
+#include "platform/linux/console/CallbackBoundary.h"
+
+namespace kx {
+
+namespace {
+
+/// Has GLib prepare its sockets. It has the whole process ignore SIGPIPE then, once, which it can do without
+/// on Linux; what becomes of that signal stays the host's choice.
+void prepareSockets() {
+  struct sigaction chosen {};
+  sigaction(SIGPIPE, nullptr, &chosen);
+  g_type_class_ref(G_TYPE_SOCKET);
+  sigaction(SIGPIPE, &chosen, nullptr);
+}
+
+/// Whether as many files can be opened as GLib opens for a connection: it ends the process where one of them
+/// cannot be. More than it takes, since other threads open some meanwhile.
+bool hasFreeDescriptors() {
+  std::array<int, 16> opened{};
+  std::size_t count = 0;
+  while (count < opened.size() && (opened[count] = eventfd(0, EFD_CLOEXEC)) >= 0) ++count;
+  const bool enough = count == opened.size();
+  while (count > 0) close(opened[--count]);
+  return enough;
+}
+
+/// Null when there is no such bus: GLib itself would start one for a session that has none, and wait for it.
+GLibPointer<gchar> addressOf(GBusType type) {
+  if (type == G_BUS_TYPE_SESSION) return GLibPointer<gchar>(g_strdup(g_getenv("DBUS_SESSION_BUS_ADDRESS")));
+  return GLibPointer<gchar>(g_dbus_address_get_for_bus_sync(type, nullptr, nullptr));
+}
+
+}  // namespace
+
+MessageBus::MessageBus(GBusType type, std::shared_ptr<LinuxRunLoop> mainRunLoop,
+                       unsigned int secondsBetweenAttempts)
+    : type_(type),
+      mainRunLoop_(std::move(mainRunLoop)),
+      betweenAttempts_(secondsBetweenAttempts),
+      nextAttempt_(mainRunLoop_->context()) {}
+
+MessageBus::~MessageBus() {
+  if (connection_ != nullptr) g_signal_handler_disconnect(connection_.get(), closedHandler_);
+}
+
+void MessageBus::observe(Observer observer) {
+  mainRunLoop_->perform([bus = strong(*this), observer = std::move(observer)] {
+    bus->observers_.push_back(observer);
+    if (bus->connection_ != nullptr) {
+      observer(bus->connection_.get());
+    } else if (bus->observers_.size() == 1) {
+      bus->open();
+    }
+  });
+}
+
+void MessageBus::open() {
+  if (!hasFreeDescriptors()) return tryAgainLater();
+  static std::once_flag prepared;
+  std::call_once(prepared, &prepareSockets);
+  const GLibPointer<gchar> address = addressOf(type_);
+  if (address == nullptr) {
+    tryAgainLater();
+    return;
+  }
+  const MainContextScope scope(mainRunLoop_->context());
+  g_dbus_connection_new_for_address(
+      address.get(),
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, &whenOpened,
+      // What is under way keeps the bus.
+      new std::shared_ptr<MessageBus>(strong(*this)));
+}
+
+void MessageBus::whenOpened(GObject * /*source*/, GAsyncResult *result, gpointer data) {
+  const std::unique_ptr<std::shared_ptr<MessageBus>> bus(static_cast<std::shared_ptr<MessageBus> *>(data));
+  GLibPointer<GDBusConnection> connection(g_dbus_connection_new_for_address_finish(result, nullptr));
+  runAtBoundary([&] {
+    if (connection == nullptr || g_dbus_connection_is_closed(connection.get())) {
+      (*bus)->tryAgainLater();
+    } else {
+      (*bus)->use(std::move(connection));
+    }
+  });
+}
+
+void MessageBus::use(GLibPointer<GDBusConnection> connection) {
+  connection_ = std::move(connection);
+  closedHandler_ = g_signal_connect(connection_.get(), "closed", G_CALLBACK(&whenClosed), this);
+  tellObservers();
+}
+
+void MessageBus::whenClosed(GDBusConnection *connection, gboolean /*byPeer*/, GError * /*error*/,
+                            gpointer data) {
+  const auto bus = strong(*static_cast<MessageBus *>(data));
+  if (bus == nullptr) return;
+  runAtBoundary([&] {
+    g_signal_handler_disconnect(connection, bus->closedHandler_);
+    bus->connection_.reset();
+    bus->tellObservers();
+    bus->tryAgainLater();
+  });
+}
+
+void MessageBus::tellObservers() {
+  const auto observers = observers_;  // one of them may bring another
+  for (const Observer &observer : observers) {
+    runAtBoundary([&] { observer(connection_.get()); });
+  }
+}
+
+void MessageBus::tryAgainLater() {
+  nextAttempt_.schedule(betweenAttempts_, weakly(*this, &MessageBus::open));
+}
+
+}  // namespace kx
