@@ -15,6 +15,7 @@ struct _KxOptions {
   gboolean advertising_tracking_enabled;
   char *certificate_authority_file;
   KxBackgroundRefreshStatus background_refresh_status;
+  char *application_identifier;
 };
 
 G_DEFINE_ENUM_TYPE(KxBackgroundRefreshStatus, kx_background_refresh_status,
@@ -31,6 +32,7 @@ enum Property : guint {
   advertisingTrackingEnabled,
   certificateAuthorityFile,
   backgroundRefreshStatus,
+  applicationIdentifier,
   propertyCount
 };
 
@@ -66,6 +68,9 @@ void getProperty(GObject *object, guint property, GValue *value, GParamSpec *spe
     case backgroundRefreshStatus:
       g_value_set_enum(value, self->background_refresh_status);
       break;
+    case applicationIdentifier:
+      g_value_set_string(value, self->application_identifier);
+      break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, specification);
   }
@@ -87,6 +92,9 @@ void setProperty(GObject *object, guint property, const GValue *value, GParamSpe
       kx_options_set_background_refresh_status(
           self, static_cast<KxBackgroundRefreshStatus>(g_value_get_enum(value)));
       break;
+    case applicationIdentifier:
+      kx_options_set_application_identifier(self, g_value_get_string(value));
+      break;
     default:
       G_OBJECT_WARN_INVALID_PROPERTY_ID(object, property, specification);
   }
@@ -96,6 +104,7 @@ void finalize(GObject *object) {
   KxOptions *const self = KX_OPTIONS(object);
   g_free(self->advertising_identifier);
   g_free(self->certificate_authority_file);
+  g_free(self->application_identifier);
   G_OBJECT_CLASS(kx_options_parent_class)->finalize(object);
 }
 
@@ -139,6 +148,14 @@ static void kx_options_class_init(KxOptionsClass *klass) {
   properties[backgroundRefreshStatus] =
       g_param_spec_enum("background-refresh-status", nullptr, nullptr, KX_TYPE_BACKGROUND_REFRESH_STATUS,
                         KX_BACKGROUND_REFRESH_STATUS_AVAILABLE, flags);
+  /**
+   * KxOptions:application-identifier:
+   *
+   * The application's identifier, "org.example.Host", for a host that has no `GApplication` with one. A
+   * `GApplication`'s goes before it, and it goes before the one that a Flatpak sandbox knows.
+   */
+  properties[applicationIdentifier] =
+      g_param_spec_string("application-identifier", nullptr, nullptr, nullptr, flags);
   g_object_class_install_properties(objects, propertyCount, properties);
 }
 
@@ -257,4 +274,29 @@ KxBackgroundRefreshStatus kx_options_get_background_refresh_status(KxOptions *se
 void kx_options_set_background_refresh_status(KxOptions *self, KxBackgroundRefreshStatus status) {
   g_return_if_fail(KX_IS_OPTIONS(self));
   setPlain(self, &KxOptions::background_refresh_status, status, backgroundRefreshStatus);
+}
+
+/**
+ * kx_options_get_application_identifier: (get-property application-identifier)
+ * @self: the options
+ *
+ * The application's identifier, for a host that has no `GApplication` with one.
+ *
+ * Returns: (nullable): "org.example.Host", or %NULL for none
+ */
+const char *kx_options_get_application_identifier(KxOptions *self) {
+  g_return_val_if_fail(KX_IS_OPTIONS(self), nullptr);
+  return self->application_identifier;
+}
+
+/**
+ * kx_options_set_application_identifier: (set-property application-identifier)
+ * @self: the options
+ * @identifier: (nullable): "org.example.Host", or %NULL for none
+ *
+ * Sets the application's identifier, for a host that has no `GApplication` with one.
+ */
+void kx_options_set_application_identifier(KxOptions *self, const char *identifier) {
+  g_return_if_fail(KX_IS_OPTIONS(self));
+  setText(self, &KxOptions::application_identifier, identifier, applicationIdentifier);
 }

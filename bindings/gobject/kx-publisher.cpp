@@ -25,7 +25,8 @@
  * and all but [method@KxPublisher.Publisher.dup_message] returns at once.
  *
  * The host runs GLib's default main context; the thread that runs it is the main thread. The application is
- * known by the identifier of its `GApplication`, which it makes before that call.
+ * known by the identifier of its `GApplication`, which it makes before that call, or by
+ * [property@KxPublisher.Options:application-identifier].
  */
 struct _KxPublisher {
   GObject parent_instance;
@@ -98,6 +99,7 @@ gboolean kx_publisher_set_options(KxOptions *options) {
     values.certificateAuthorityFile = optionalText(kx_options_get_certificate_authority_file(options));
     values.backgroundRefreshStatus =
         static_cast<kx::BackgroundRefreshStatus>(kx_options_get_background_refresh_status(options));
+    values.applicationIdentifier = optionalText(kx_options_get_application_identifier(options));
     return kx::LinuxHost::setOptions(std::move(values)) ? TRUE : FALSE;
   } catch (...) {
     return FALSE;

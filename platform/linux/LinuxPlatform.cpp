@@ -14,9 +14,10 @@ namespace {
 
 std::shared_ptr<LinuxApplication> makeApplication(NotificationCenter &center, Dispatch &dispatch,
                                                   BackgroundRefreshStatus status, SystemBus &bus,
-                                                  const std::shared_ptr<LinuxRunLoop> &mainRunLoop) {
+                                                  const std::shared_ptr<LinuxRunLoop> &mainRunLoop,
+                                                  const std::optional<std::string> &identifier) {
   auto application = std::make_shared<LinuxApplication>(center, dispatch, status);
-  application->followSleep(bus, mainRunLoop, LinuxBundle::hostIdentifier());
+  application->followSleep(bus, mainRunLoop, identifier);
   return application;
 }
 
@@ -31,22 +32,33 @@ CurlSettings sessionSettings(std::optional<std::string> certificateAuthorityFile
 }  // namespace
 
 LinuxPlatform::LinuxPlatform(const LinuxHostOptions &options)
-    : systemBus_(std::make_shared<SystemBus>(runLoops_.linuxMainRunLoop())),
+    : sandbox_(FlatpakSandbox::ofProcess()),
+      identifier_(LinuxBundle::hostIdentifier(options.applicationIdentifier, sandbox_)),
+      systemBus_(std::make_shared<SystemBus>(runLoops_.linuxMainRunLoop())),
+      sessionBus_(sandbox_ ? std::make_shared<SessionBus>(runLoops_.linuxMainRunLoop()) : nullptr),
       dispatch_(runLoops_.linuxMainRunLoop()),
       mainOperationQueue_(std::make_shared<MainOperationQueue>(dispatch_)),
       notificationCenter_(dispatch_, mainOperationQueue_),
       application_(makeApplication(notificationCenter_, dispatch_, options.backgroundRefreshStatus,
-                                   *systemBus_, runLoops_.linuxMainRunLoop())),
+                                   *systemBus_, runLoops_.linuxMainRunLoop(), identifier_)),
       urlSessions_(std::make_unique<CurlURLSessionService>(
           dispatch_, sessionSettings(options.certificateAuthorityFile,
                                      [application = application_] { return application->delaySleep(); }))),
       device_(std::make_shared<LinuxDevice>()),
       advertising_(std::make_shared<LinuxAdvertising>(options.advertisingIdentifier,
                                                       options.advertisingTrackingEnabled)),
-      bundle_(std::make_shared<LinuxBundle>(LinuxBundle::hostIdentifier())),
-      location_(runLoops_.linuxMainRunLoop(), systemBus_, LinuxBundle::hostIdentifier(),
-                options.geocoder != nullptr ? options.geocoder
-                                            : std::make_shared<LinuxGeocoder>(dispatch_, clock_)) {}
+      bundle_(std::make_shared<LinuxBundle>(identifier_)),
+      location_(makeLocation(options.geocoder != nullptr
+                                 ? options.geocoder
+                                 : std::make_shared<LinuxGeocoder>(dispatch_, clock_))) {}
+
+LinuxLocationService LinuxPlatform::makeLocation(std::shared_ptr<Geocoder> geocoder) const {
+  const auto &loop = runLoops_.linuxMainRunLoop();
+  if (sandbox_ && !sandbox_->reachesSystemService(LocationBackend::geoClue.serviceName)) {
+    return {loop, sessionBus_, identifier_, std::move(geocoder), {}, LocationBackend::portal};
+  }
+  return {loop, systemBus_, identifier_, std::move(geocoder)};
+}
 
 LinuxPlatform::~LinuxPlatform() = default;
 

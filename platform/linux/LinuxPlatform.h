@@ -1,13 +1,17 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "KXPublisher/platform/LocalNotificationCenter.h"
 #include "KXPublisher/platform/MainOperationQueue.h"
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/platform/linux/LinuxHost.h"
+#include "platform/linux/bus/SessionBus.h"
 #include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/console/LinuxConsole.h"
+#include "platform/linux/facts/FlatpakSandbox.h"
 #include "platform/linux/facts/LinuxAdvertising.h"
 #include "platform/linux/facts/LinuxBundle.h"
 #include "platform/linux/facts/LinuxDevice.h"
@@ -25,9 +29,9 @@ namespace kx {
 
 /// The Linux device: GLib's main loop, the kernel, the system's files, and what the host tells.
 ///
-/// Making it happens on the host's thread, inside its first call: it takes a few microseconds, reads no file,
-/// starts no thread and waits for no bus. What can only be read there in safety, the environment and the
-/// GApplication's identifier, is read then.
+/// Making it happens on the host's thread, inside its first call: it takes a few microseconds, reads no file
+/// but the one that a Flatpak sandbox has, starts no thread and waits for no bus. What can only be read there
+/// in safety, the environment and the GApplication's identifier, is read then.
 class LinuxPlatform : public Platform {
  public:
   explicit LinuxPlatform(const LinuxHostOptions &options);
@@ -55,8 +59,13 @@ class LinuxPlatform : public Platform {
   bool hostOptionsCameTooLate() override;  // in LinuxHost.cpp, where they arrive
 
  private:
+  LinuxLocationService makeLocation(std::shared_ptr<Geocoder> geocoder) const;
+
   LinuxRunLoopService runLoops_;
+  const std::optional<FlatpakSandbox> sandbox_;  ///< absent outside of one
+  const std::optional<std::string> identifier_;  ///< the application's
   const std::shared_ptr<SystemBus> systemBus_;
+  const std::shared_ptr<SessionBus> sessionBus_;  ///< null outside of a sandbox
   LinuxDispatch dispatch_;
   const std::shared_ptr<OperationQueue> mainOperationQueue_;
   LocalNotificationCenter notificationCenter_;
@@ -65,7 +74,7 @@ class LinuxPlatform : public Platform {
   LinuxClock clock_;
   LinuxConsole console_;
   const std::unique_ptr<URLSessionService> urlSessions_;
-  LinuxReachability reachability_{runLoops_.linuxMainRunLoop(), systemBus_};
+  LinuxReachability reachability_{runLoops_.linuxMainRunLoop(), systemBus_, sessionBus_};
   LinuxInterfaceList interfaces_;
   const std::shared_ptr<LinuxDevice> device_;
   LinuxSystemName systemName_;

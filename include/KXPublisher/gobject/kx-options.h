@@ -43,4 +43,7 @@ KX_PUBLIC void kx_options_set_certificate_authority_file(KxOptions *self, const 
 KX_PUBLIC KxBackgroundRefreshStatus kx_options_get_background_refresh_status(KxOptions *self);
 KX_PUBLIC void kx_options_set_background_refresh_status(KxOptions *self, KxBackgroundRefreshStatus status);
 
+KX_PUBLIC const char *kx_options_get_application_identifier(KxOptions *self);
+KX_PUBLIC void kx_options_set_application_identifier(KxOptions *self, const char *identifier);
+
 G_END_DECLS

@@ -25,11 +25,15 @@ std::optional<std::string> executableName(const char *commandLine) {
 LinuxBundle::LinuxBundle(const std::optional<std::string> &identifier, Environment environment)
     : identifier_(identifier ? validText(*identifier) : std::nullopt), environment_(std::move(environment)) {}
 
-std::optional<std::string> LinuxBundle::hostIdentifier() {
+std::optional<std::string> LinuxBundle::hostIdentifier(const std::optional<std::string> &given,
+                                                       const std::optional<FlatpakSandbox> &sandbox) {
   GApplication *const application = g_application_get_default();
   const gchar *const identifier =
       application == nullptr ? nullptr : g_application_get_application_id(application);
-  return identifier == nullptr ? std::nullopt : std::optional<std::string>(identifier);
+  if (identifier != nullptr) return identifier;
+  const auto ofHost = given ? validText(*given) : std::nullopt;
+  if (ofHost) return ofHost;
+  return sandbox ? sandbox->applicationIdentifier() : std::nullopt;
 }
 
 std::shared_ptr<Bundle> LinuxBundle::mainBundle() {

@@ -7,21 +7,25 @@
 
 #include "KXPublisher/platform/Bundle.h"
 #include "platform/linux/facts/Environment.h"
+#include "platform/linux/facts/FlatpakSandbox.h"
 
 namespace kx {
 
-/// The host application as it is installed: its GApplication's identifier names it, and the desktop entry of
-/// that name says what its executable is. A host without an identifier has no bundle.
+/// The host application as it is installed: its identifier names it, and the desktop entry of that name says
+/// what its executable is. A host without an identifier has no bundle.
 class LinuxBundle : public Bundle, public BundleService {
  public:
   explicit LinuxBundle(const std::optional<std::string> &identifier,
                        Environment environment = Environment::ofProcess({"XDG_DATA_HOME", "HOME",
                                                                          "XDG_DATA_DIRS"}));
 
-  /// The identifier of the process's default GApplication; absent when it has none, or no such application.
-  /// To be called on the main thread, or before any other thread uses GApplication: GLib guards it by
-  /// nothing.
-  static std::optional<std::string> hostIdentifier();
+  /// The identifier of the process's default GApplication; where it has none, or no such application, the one
+  /// that the host has `given` for itself; and where that is no text, or none was given, the one by which the
+  /// `sandbox` knows the application. To be called on the main thread, or before any other thread uses
+  /// GApplication: GLib guards it by nothing.
+  static std::optional<std::string> hostIdentifier(
+      const std::optional<std::string> &given = std::nullopt,
+      const std::optional<FlatpakSandbox> &sandbox = std::nullopt);
 
   std::shared_ptr<Bundle> mainBundle() override;
   /// Knows no other bundle than the host's.

@@ -4,6 +4,7 @@
 
 #include <sstream>
 
+#include "platform/linux/facts/FlatpakSandbox.h"
 #include "platform/linux/facts/SystemText.h"
 
 namespace kx {
@@ -59,7 +60,9 @@ std::optional<std::string> LinuxDevice::model() {
 }
 
 std::optional<std::string> LinuxDevice::systemRelease(const char *key) const {
-  auto file = read("/etc/os-release");
+  // In a Flatpak sandbox the usual files are those of the runtime that the application was built for.
+  auto file = read(FlatpakSandbox::file) ? read("/run/host/os-release") : std::nullopt;
+  if (!file) file = read("/etc/os-release");
   if (!file) file = read("/usr/lib/os-release");
   return file ? assignedValue(*file, key) : std::nullopt;
 }

@@ -20,7 +20,8 @@ class LinuxDevice : public Device, public DeviceService {
 
   /// The firmware's product name: DMI's "product_name", or the device tree's "model".
   std::optional<std::string> model() override;
-  /// NAME of the os-release file, "Debian GNU/Linux".
+  /// NAME of the os-release file, "Debian GNU/Linux". In a Flatpak sandbox it is the system's own that
+  /// counts, not that of the runtime, wherever the sandbox shows it.
   std::optional<std::string> systemName() override;
   /// VERSION_ID of the os-release file, "12"; rolling distributions have none.
   std::optional<std::string> systemVersion() override;

@@ -5,14 +5,15 @@
 #include <string>
 
 #include "KXPublisher/platform/LocationService.h"
-#include "platform/linux/bus/SystemBus.h"
+#include "platform/linux/bus/MessageBus.h"
 #include "platform/linux/location/LocationAuthorization.h"
 #include "platform/linux/location/LocationTracking.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
 
-/// The location services of GeoClue, on the system bus.
+/// The location services of GeoClue, on the system bus; or in a sandbox that hides it, those of the location
+/// portal on the session's.
 ///
 /// Whether the host is authorized, and whether location services are switched on, becomes known only when a
 /// location manager has asked the service; until then, and while there is no service, the status is not
@@ -23,11 +24,11 @@ namespace kx {
 class LinuxLocationService : public LocationService {
  public:
   /// `desktopId`: the host's application identifier, by which GeoClue and the user know it; a host without
-  /// one gets no location managers. `geocoder` is the one that is given out; may be null. Talks to no bus
-  /// before a location manager is made.
-  LinuxLocationService(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::shared_ptr<SystemBus> bus,
+  /// one gets no location managers. `backend`: on that `bus`. `geocoder` is the one that is given out; may be
+  /// null. Talks to no bus before a location manager is made.
+  LinuxLocationService(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::shared_ptr<MessageBus> bus,
                        const std::optional<std::string> &desktopId, std::shared_ptr<Geocoder> geocoder,
-                       GeoClueTimes times = {});
+                       GeoClueTimes times = {}, const LocationBackend &backend = LocationBackend::geoClue);
 
   std::shared_ptr<LocationManager> makeLocationManager() override;
   bool locationServicesEnabled() override { return authorization_->servicesEnabled(); }
@@ -37,10 +38,11 @@ class LinuxLocationService : public LocationService {
 
  private:
   const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
-  const std::shared_ptr<SystemBus> bus_;
+  const std::shared_ptr<MessageBus> bus_;
   const std::optional<std::string> desktopId_;
   const std::shared_ptr<Geocoder> geocoder_;
   const GeoClueTimes times_;
+  const LocationBackend &backend_;
   const std::shared_ptr<LocationAuthorization> authorization_ = std::make_shared<LocationAuthorization>();
 };
 

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "platform/linux/bus/Weakly.h"
-#include "platform/linux/location/GeoClueClient.h"
 #include "platform/linux/location/GeoClueLocation.h"
 #include "platform/linux/location/LinuxLocationManager.h"
 
@@ -11,10 +10,12 @@ namespace kx {
 
 using State = LocationAuthorization::State;
 
-LocationTracking::LocationTracking(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::string desktopId,
-                                   GeoClueTimes times, std::shared_ptr<LocationAuthorization> authorization,
+LocationTracking::LocationTracking(const LocationBackend &backend, std::shared_ptr<LinuxRunLoop> mainRunLoop,
+                                   std::string desktopId, GeoClueTimes times,
+                                   std::shared_ptr<LocationAuthorization> authorization,
                                    std::weak_ptr<LinuxLocationManager> manager)
-    : mainRunLoop_(std::move(mainRunLoop)),
+    : backend_(backend),
+      mainRunLoop_(std::move(mainRunLoop)),
       desktopId_(std::move(desktopId)),
       times_(times),
       authorization_(std::move(authorization)),
@@ -90,7 +91,7 @@ void LocationTracking::lookAgainLater() {
 // ---- The service
 
 void LocationTracking::watchService() {
-  watch_.emplace(connection_.get(), GeoClueClient::serviceName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START,
+  watch_.emplace(connection_.get(), backend_.serviceName, G_BUS_NAME_WATCHER_FLAGS_AUTO_START,
                  mainRunLoop_->context(), weakly(*this, &LocationTracking::serviceAppeared),
                  weakly(*this, &LocationTracking::serviceVanished));
 }
@@ -104,7 +105,7 @@ void LocationTracking::serviceAppeared(const char *owner) {
 }
 
 void LocationTracking::serviceVanished() {
-  // GeoClue leaves when nobody needs it: what it has said before then still holds.
+  // A service leaves when nobody needs it: what it has said before then still holds.
   const bool wasNeeded = client_ != nullptr;
   endClient();
   owner_.clear();
@@ -113,8 +114,8 @@ void LocationTracking::serviceVanished() {
 }
 
 void LocationTracking::startClient(LinuxLocationManager &manager) {
-  client_ = std::make_shared<GeoClueClient>(connection_.get(), owner_, mainRunLoop_->context(),
-                                            times_.betweenPositions, strong(*this));
+  client_ = backend_.makeClient(connection_.get(), owner_, mainRunLoop_->context(), times_.betweenPositions,
+                                strong(*this));
   answerOverdue_.schedule(times_.forAnswer, [this] { settle(State::notDetermined); });
   client_->start(desktopId_, distanceThreshold(manager.request().distanceFilter));
 }

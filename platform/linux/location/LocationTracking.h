@@ -11,7 +11,7 @@
 #include "platform/linux/bus/BusNameWatch.h"
 #include "platform/linux/bus/GLibPointers.h"
 #include "platform/linux/location/LocationAuthorization.h"
-#include "platform/linux/location/LocationClient.h"
+#include "platform/linux/location/LocationBackend.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
 #include "platform/linux/threads/OneShotTimer.h"
 
@@ -31,12 +31,12 @@ struct GeoClueTimes {
   std::chrono::milliseconds betweenPositions = std::chrono::seconds(1);
 };
 
-/// Sees to it that a location manager has a client at GeoClue while it needs one. Used on the main thread
-/// only; the manager keeps it.
+/// Sees to it that a location manager has a client at the location service while it needs one. Used on the
+/// main thread only; the manager keeps it.
 ///
-/// A manager needs a client while positions are wanted. GeoClue tells whether the host is authorized only by
-/// the answer to a client's start; so a manager whose delegate waits for the authorization needs one too,
-/// which is deleted again as soon as the answer has come. When the answer is no, GeoClue is asked again
+/// A manager needs a client while positions are wanted. The service tells whether the host is authorized only
+/// by the answer to a client's start; so a manager whose delegate waits for the authorization needs one too,
+/// which is deleted again as soon as the answer has come. When the answer is no, it is asked again
 /// - when it appears anew, or updates are to be started;
 /// - after a while too when location services were switched off. Not when the host was denied: the user's
 ///   agent would ask the user again.
@@ -45,12 +45,13 @@ struct GeoClueTimes {
 /// needed; that it appears by itself is noticed.
 class LocationTracking : public Object, public LocationClient::Listener {
  public:
-  LocationTracking(std::shared_ptr<LinuxRunLoop> mainRunLoop, std::string desktopId, GeoClueTimes times,
+  LocationTracking(const LocationBackend &backend, std::shared_ptr<LinuxRunLoop> mainRunLoop,
+                   std::string desktopId, GeoClueTimes times,
                    std::shared_ptr<LocationAuthorization> authorization,
                    std::weak_ptr<LinuxLocationManager> manager);
   ~LocationTracking() override;
 
-  /// There is a connection to the system bus, or, when null, none any more.
+  /// There is a connection to the backend's bus, or, when null, none any more.
   void setConnection(GDBusConnection *connection);
   /// What the manager needs may have changed.
   void update();
@@ -78,6 +79,7 @@ class LocationTracking : public Object, public LocationClient::Listener {
   void clientResumed() override;
   void clientFound(const Location &location) override;
 
+  const LocationBackend &backend_;
   const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
   const std::string desktopId_;
   const GeoClueTimes times_;

@@ -7,9 +7,12 @@
 #include <map>
 #include <utility>
 
+#include "platform/linux/bus/SessionBus.h"
+#include "platform/linux/bus/SystemBus.h"
 #include "platform/linux/network/NetworkManagerClient.h"
 #include "platform/linux/network/NetworkRoute.h"
 #include "platform/linux/network/NetworkWatch.h"
+#include "platform/linux/network/PortalNetworkMonitor.h"
 
 namespace kx {
 
@@ -59,13 +62,28 @@ class LinuxReachability::Target : public NetworkReachabilityTarget {
 };
 
 LinuxReachability::LinuxReachability(const std::shared_ptr<LinuxRunLoop> &mainRunLoop,
-                                     const std::shared_ptr<SystemBus> &bus)
-    : networkManager_(std::make_shared<NetworkManagerClient>(mainRunLoop, bus)) {}
+                                     const std::shared_ptr<SystemBus> &bus,
+                                     const std::shared_ptr<SessionBus> &sessionBus)
+    : networkManager_(std::make_shared<NetworkManagerClient>(mainRunLoop, bus)),
+      portal_(sessionBus == nullptr ? nullptr
+                                    : std::make_shared<PortalNetworkMonitor>(mainRunLoop, sessionBus)) {}
 
 LinuxReachability::~LinuxReachability() {
   for (const auto &target : targets_) {
-    for (const auto &[runLoop, schedule] : target->schedules) networkManager_->removeWatch(schedule->watch);
+    for (const auto &[runLoop, schedule] : target->schedules) removeWatch(schedule->watch);
   }
+}
+
+void LinuxReachability::removeWatch(const std::shared_ptr<NetworkWatch> &watch) {
+  networkManager_->removeWatch(watch);
+  if (portal_ != nullptr) portal_->removeWatch(watch);
+}
+
+std::optional<NetworkReachabilityFlags> LinuxReachability::flagsOfPortal() const {
+  using Availability = PortalNetworkMonitor::Availability;
+  const auto availability = portal_ == nullptr ? Availability::unknown : portal_->availability();
+  if (availability == Availability::unknown) return std::nullopt;
+  return availability == Availability::available ? networkReachabilityFlagsReachable : 0;
 }
 
 NetworkReachabilityRef LinuxReachability::createWithAddress(const SocketAddress &address) {
@@ -80,7 +98,7 @@ NetworkReachabilityRef LinuxReachability::createWithAddress(const SocketAddress 
 std::optional<NetworkReachabilityFlags> LinuxReachability::getFlags(NetworkReachabilityRef target) {
   if (target == nullptr) return std::nullopt;
   const auto interface = Target::of(target)->interface();
-  if (!interface) return std::nullopt;
+  if (!interface) return flagsOfPortal();
   return flagsOf(*interface, networkManager_->bearer());
 }
 
@@ -102,9 +120,12 @@ bool LinuxReachability::scheduleWithRunLoop(NetworkReachabilityRef target,
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (scheduled.schedules.count(runLoop) != 0) return true;
-    schedule->watch = NetworkWatch::open([this, &scheduled, weak = std::weak_ptr<Schedule>(schedule)] {
+    const auto mayHaveChanged = [this, &scheduled, weak = std::weak_ptr<Schedule>(schedule)] {
       if (const auto held = weak.lock()) check(scheduled, held);
-    });
+    };
+    schedule->watch = NetworkWatch::open(mayHaveChanged);
+    if (schedule->watch == nullptr && portal_ != nullptr)
+      schedule->watch = NetworkWatch::deaf(mayHaveChanged);
     if (schedule->watch == nullptr) return false;
     scheduled.schedules.emplace(runLoop, schedule);
   }
@@ -127,24 +148,25 @@ bool LinuxReachability::unscheduleFromRunLoop(NetworkReachabilityRef target,
     schedule = std::move(found->second);
     scheduled.schedules.erase(found);
   }
-  networkManager_->removeWatch(schedule->watch);
+  removeWatch(schedule->watch);
   return true;
 }
 
 NetworkReachabilityFlags LinuxReachability::flagsFor(const Target &target,
                                                      const std::shared_ptr<Schedule> &schedule) {
   const auto interface = target.interface();
-  if (!interface) return 0;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (!target.has(schedule)) return 0;  // no longer, and nothing must keep its watch alive
-    if (interface->isTunnel) {
+    if (!interface) {
+      if (portal_ != nullptr) portal_->addWatch(schedule->watch);
+    } else if (interface->isTunnel) {
       networkManager_->addWatch(schedule->watch);
     } else {
       networkManager_->removeWatch(schedule->watch);
     }
   }
-  return flagsOf(*interface, networkManager_->bearer());
+  return interface ? flagsOf(*interface, networkManager_->bearer()) : flagsOfPortal().value_or(0);
 }
 
 void LinuxReachability::check(Target &target, const std::shared_ptr<Schedule> &schedule) {

@@ -31,73 +31,18 @@ NetworkManagerClient::Bearer bearerOf(GVariant *value) {
 }  // namespace
 
 NetworkManagerClient::NetworkManagerClient(std::shared_ptr<LinuxRunLoop> mainRunLoop,
-                                           std::shared_ptr<SystemBus> bus)
-    : mainRunLoop_(std::move(mainRunLoop)), bus_(std::move(bus)) {}
+                                           std::shared_ptr<MessageBus> bus)
+    : WatchedService(std::move(mainRunLoop), std::move(bus), serviceName) {}
 
-void NetworkManagerClient::addWatch(const std::shared_ptr<NetworkWatch> &watch) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (std::find(watches_.begin(), watches_.end(), watch) != watches_.end()) return;
-    watches_.push_back(watch);
-  }
-  mainRunLoop_->perform([client = strong(*this)] { client->followWatches(); });
-}
-
-void NetworkManagerClient::removeWatch(const std::shared_ptr<NetworkWatch> &watch) {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = std::find(watches_.begin(), watches_.end(), watch);
-    if (found == watches_.end()) return;
-    watches_.erase(found);
-  }
-  mainRunLoop_->perform([client = strong(*this)] { client->followWatches(); });
-}
-
-// ---- On the main thread
-
-void NetworkManagerClient::followWatches() {
-  bool isWatched = false;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    isWatched = !watches_.empty();
-  }
-  if (!isWatched) {
-    nameWatch_.reset();
-    leave();
-  } else if (!observesBus_) {
-    observesBus_ = true;
-    bus_->observe(weakly(*this, &NetworkManagerClient::useConnection));
-  } else if (connection_ != nullptr && !nameWatch_) {
-    // It is followed as it comes and goes, and not started.
-    nameWatch_.emplace(connection_.get(), serviceName, G_BUS_NAME_WATCHER_FLAGS_NONE, mainRunLoop_->context(),
-                       weakly(*this, &NetworkManagerClient::meet),
-                       weakly(*this, &NetworkManagerClient::leave));
-  }
-}
-
-void NetworkManagerClient::useConnection(GDBusConnection *connection) {
-  nameWatch_.reset();
-  leave();
-  connection_ = retained(connection);
-  followWatches();
-}
-
-void NetworkManagerClient::meet(const char *owner) {
-  leave();
-  service_.emplace(connection_.get(), owner, mainRunLoop_->context());
-  service_->followProperties(properties, path, weakly(*this, &NetworkManagerClient::noteChange));
-  service_->call(path, BusPeer::propertiesInterface, "Get",
-                 g_variant_new("(ss)", properties.interface, properties.names[0]), "(v)",
-                 weakly(*this, [](NetworkManagerClient &client, GVariant *answer, const GError *) {
-                   GVariant *type = nullptr;
-                   if (answer != nullptr) g_variant_get(answer, "(v)", &type);
-                   client.setBearer(bearerOf(GLibPointer<GVariant>(type).get()));
-                 }));
-}
-
-void NetworkManagerClient::leave() {
-  service_.reset();
-  setBearer(Bearer::unknown);
+void NetworkManagerClient::meet(BusPeer &service) {
+  service.followProperties(properties, path, weakly(*this, &NetworkManagerClient::noteChange));
+  service.call(path, BusPeer::propertiesInterface, "Get",
+               g_variant_new("(ss)", properties.interface, properties.names[0]), "(v)",
+               weakly(*this, [](NetworkManagerClient &client, GVariant *answer, const GError *) {
+                 GVariant *type = nullptr;
+                 if (answer != nullptr) g_variant_get(answer, "(v)", &type);
+                 client.setBearer(bearerOf(GLibPointer<GVariant>(type).get()));
+               }));
 }
 
 void NetworkManagerClient::noteChange(GVariant *parameters) {
@@ -108,13 +53,7 @@ void NetworkManagerClient::noteChange(GVariant *parameters) {
 }
 
 void NetworkManagerClient::setBearer(Bearer bearer) {
-  if (bearer_.exchange(bearer) == bearer) return;
-  std::vector<std::shared_ptr<NetworkWatch>> watches;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    watches = watches_;
-  }
-  for (const auto &watch : watches) watch->checkSoon();
+  if (bearer_.exchange(bearer) != bearer) tellWatches();
 }
 
 }  // namespace kx

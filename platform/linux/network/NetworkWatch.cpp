@@ -31,7 +31,9 @@ constexpr std::uint32_t groups() {
   return mask;
 }
 
-struct Watched {
+}  // namespace
+
+struct NetworkWatch::Watched {
   Watched(int socketNumber, NetworkWatch::Observer observer)
       : socket(socketNumber), mayHaveChanged(std::move(observer)) {}
 
@@ -46,11 +48,9 @@ struct Watched {
     return true;
   }
 
-  const FileDescriptor socket;
+  const FileDescriptor socket;  ///< none for a deaf watch
   const NetworkWatch::Observer mayHaveChanged;
 };
-
-}  // namespace
 
 struct NetworkWatch::Source {
   GSource base;
@@ -71,12 +71,23 @@ std::shared_ptr<NetworkWatch> NetworkWatch::open(Observer mayHaveChanged) {
       bind(number, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
     return nullptr;
   }
+  return make(std::move(watched));
+}
+
+std::shared_ptr<NetworkWatch> NetworkWatch::deaf(Observer mayHaveChanged) {
+  return make(std::make_unique<Watched>(-1, std::move(mayHaveChanged)));
+}
+
+std::shared_ptr<NetworkWatch> NetworkWatch::make(std::unique_ptr<Watched> watched) {
   static GSourceFuncs functions{nullptr, nullptr, &dispatch, &finalize, nullptr, nullptr};
   GSource *const source = g_source_new(&functions, sizeof(Source));
+  const FileDescriptor &socket = watched->socket;
+  if (socket.isOpen()) {
+    g_source_add_unix_fd(source, socket.number(), static_cast<GIOCondition>(G_IO_IN | G_IO_ERR));
+  }
   (new (&reinterpret_cast<Source *>(source)->watched) std::atomic<Watched *>(nullptr))
       ->store(watched.release());
   g_source_set_name(source, "KXPublisher: network");
-  g_source_add_unix_fd(source, number, static_cast<GIOCondition>(G_IO_IN | G_IO_ERR));
   return std::shared_ptr<NetworkWatch>(new NetworkWatch(source));
 }
 

@@ -17,6 +17,8 @@ class NetworkWatch {
 
   /// Changes count from now on; they are told once it is attached. Null when the kernel refuses.
   static std::shared_ptr<NetworkWatch> open(Observer mayHaveChanged);
+  /// One that hears nothing of the kernel: its observer is called for `checkSoon` alone.
+  static std::shared_ptr<NetworkWatch> deaf(Observer mayHaveChanged);
   /// No call begins any more, except one that another thread is about to make.
   ~NetworkWatch();
   NetworkWatch(const NetworkWatch &) = delete;
@@ -30,6 +32,8 @@ class NetworkWatch {
 
  private:
   struct Source;
+  struct Watched;
+  static std::shared_ptr<NetworkWatch> make(std::unique_ptr<Watched> watched);
   explicit NetworkWatch(GSource *source) : source_(source) {}
 
   static gboolean dispatch(GSource *source, GSourceFunc, gpointer);

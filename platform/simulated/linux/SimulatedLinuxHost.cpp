@@ -15,6 +15,7 @@ void give(SimulatedPlatform &device, const LinuxHostOptions &options) {
   device.advertisingService->trackingEnabled = options.advertisingTrackingEnabled;
   device.application->refreshStatus = options.backgroundRefreshStatus;
   device.locationService.ownGeocoder = options.geocoder;
+  if (options.applicationIdentifier) device.bundle->identifier = options.applicationIdentifier;
 }
 
 /// Announces it on the main thread, soon; from any thread, and nothing when it is so already.

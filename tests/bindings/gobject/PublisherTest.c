@@ -21,22 +21,27 @@ static void options_are_those_of_a_host_that_sets_none(void) {
   g_assert_null(kx_options_get_certificate_authority_file(options));
   g_assert_cmpint(kx_options_get_background_refresh_status(options), ==,
                   KX_BACKGROUND_REFRESH_STATUS_AVAILABLE);
+  g_assert_null(kx_options_get_application_identifier(options));
 }
 
 static void options_are_properties(void) {
   g_autoptr(KxOptions) options =
       g_object_new(KX_TYPE_OPTIONS, "advertising-identifier", "an identifier", "advertising-tracking-enabled",
                    FALSE, "certificate-authority-file", "a file", "background-refresh-status",
-                   KX_BACKGROUND_REFRESH_STATUS_DENIED, NULL);
+                   KX_BACKGROUND_REFRESH_STATUS_DENIED, "application-identifier", "org.example.Host", NULL);
   g_autofree char *identifier = NULL;
   g_autofree char *file = NULL;
+  g_autofree char *application = NULL;
   gboolean enabled = TRUE;
   KxBackgroundRefreshStatus status = KX_BACKGROUND_REFRESH_STATUS_AVAILABLE;
   g_object_get(options, "advertising-identifier", &identifier, "advertising-tracking-enabled", &enabled,
-               "certificate-authority-file", &file, "background-refresh-status", &status, NULL);
+               "certificate-authority-file", &file, "background-refresh-status", &status,
+               "application-identifier", &application, NULL);
   g_assert_cmpstr(identifier, ==, "an identifier");
   g_assert_false(enabled);
   g_assert_cmpstr(file, ==, "a file");
+  g_assert_cmpstr(application, ==, "org.example.Host");
+  g_assert_cmpstr(kx_options_get_application_identifier(options), ==, "org.example.Host");
   g_assert_cmpint(status, ==, KX_BACKGROUND_REFRESH_STATUS_DENIED);
   g_assert_cmpstr(kx_options_get_advertising_identifier(options), ==, "an identifier");
   g_assert_false(kx_options_get_advertising_tracking_enabled(options));
@@ -60,6 +65,7 @@ static void set_all(KxOptions *options) {
   kx_options_set_advertising_tracking_enabled(options, FALSE);
   kx_options_set_certificate_authority_file(options, "a file");
   kx_options_set_background_refresh_status(options, KX_BACKGROUND_REFRESH_STATUS_RESTRICTED);
+  kx_options_set_application_identifier(options, "org.example.Host");
   g_assert_cmpstr(kx_options_get_advertising_identifier(options), ==, "identifier");
 }
 
@@ -73,7 +79,7 @@ static void options_notify_of_changes_only(void) {
   kx_options_set_background_refresh_status(options, KX_BACKGROUND_REFRESH_STATUS_RESTRICTED);
   g_assert_cmpstr(notes->str, ==,
                   "advertising-identifier advertising-identifier advertising-tracking-enabled "
-                  "certificate-authority-file background-refresh-status ");
+                  "certificate-authority-file background-refresh-status application-identifier ");
   kx_options_set_advertising_tracking_enabled(options, 2); /* as true as TRUE */
   g_assert_cmpint(kx_options_get_advertising_tracking_enabled(options), ==, TRUE);
 }
@@ -99,13 +105,16 @@ static gboolean message_has(const char *part) {
 static void publisher_takes_options_before_its_start_only(void) {
   g_autoptr(KxOptions) options =
       g_object_new(KX_TYPE_OPTIONS, "advertising-identifier", "first", "advertising-tracking-enabled", FALSE,
-                   "background-refresh-status", KX_BACKGROUND_REFRESH_STATUS_DENIED, NULL);
+                   "background-refresh-status", KX_BACKGROUND_REFRESH_STATUS_DENIED, "application-identifier",
+                   "org.example.PlainHost", NULL);
   g_assert_true(kx_publisher_set_options(options));
   kx_options_set_advertising_identifier(options, "second"); /* of which the library hears nothing */
   start();
   while (!message_has("\"ifa\"")) g_main_context_iteration(NULL, FALSE);
   g_assert_true(message_has("\"ifa\":\"first\""));
   g_assert_true(message_has("\"dnt\":1"));
+  while (!message_has("\"bundleId\"")) g_main_context_iteration(NULL, FALSE);
+  g_assert_true(message_has("\"bundleId\":\"org.example.PlainHost\""));
   g_assert_cmpint(background_refresh_status_as_cpp_sees_it(), ==, KX_BACKGROUND_REFRESH_STATUS_DENIED);
   g_assert_false(kx_publisher_set_options(options));
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "KXPublisher/platform/AdvertisingIdentifierManager.h"
+#include "KXPublisher/platform/Bundle.h"
 #include "KXPublisher/platform/LocationService.h"
 #include "KXPublisher/platform/NetworkReachability.h"
 #include "KXPublisher/platform/NotificationCenter.h"
@@ -140,6 +141,16 @@ TEST(LinuxPlatform, HasItsServicesAlsoWhereNoBusIs) {
 
 TEST(LinuxPlatform, HasNoLocationManagerForAHostWithoutAnIdentifier) {
   EXPECT_EQ(Platform::current().location().makeLocationManager(), nullptr);
+}
+
+TEST(LinuxPlatform, KnowsAHostWithoutAGApplicationByWhatItSays) {
+  LinuxHostOptions options;
+  options.applicationIdentifier = "org.example.QtHost";
+  EXPECT_TRUE(LinuxHost::setOptions(options));
+  const auto bundle = Platform::current().bundles().mainBundle();
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_EQ(bundle->bundleIdentifier(), "org.example.QtHost");
+  EXPECT_NE(Platform::current().location().makeLocationManager(), nullptr);
 }
 
 TEST(LinuxPlatform, GivesOutTheHostsGeocoder) {

@@ -25,6 +25,11 @@ struct LinuxHostOptions {
   /// keep `Geocoder`'s promises: any thread, returns at once, its handler at most once and never from within
   /// the call.
   std::shared_ptr<Geocoder> geocoder;
+  /// The application's identifier, "org.example.Host", for a host that has no GApplication with one: of Qt,
+  /// SDL or plain GLib. It is the name of its desktop entry, without ".desktop". A GApplication's goes before
+  /// it, and it goes before the one that a Flatpak sandbox knows. A host without any of these has no
+  /// `bundleId`, no `asn` and no location.
+  std::optional<std::string> applicationIdentifier;
 };
 
 /// The host application's side of the Linux platform. The host runs GLib's default main context; the thread
@@ -32,7 +37,7 @@ struct LinuxHostOptions {
 ///
 /// The library's first call, made on that thread, reads the environment (languages, data directories) and the
 /// identifier of the host's GApplication, by which the application is known: a host that has one makes it
-/// before that call.
+/// before that call. One that has none gives its identifier in the options.
 ///
 /// A host that becomes a daemon does so before its first call. The library stays with the process that has
 /// made it: a child that is forked later, and does not call `exec`, holds none of the library's connections

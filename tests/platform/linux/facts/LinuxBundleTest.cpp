@@ -131,9 +131,24 @@ TEST(LinuxBundle, TakesTheIdentifierOfTheDefaultApplication) {
   GApplication *const named = g_application_new(identifier, G_APPLICATION_NON_UNIQUE);
   g_application_set_default(named);
   EXPECT_EQ(LinuxBundle::hostIdentifier(), identifier);
+  EXPECT_EQ(LinuxBundle::hostIdentifier("org.example.Given"), identifier);
+  g_application_set_default(anonymous);
+  EXPECT_EQ(LinuxBundle::hostIdentifier("org.example.Given"), "org.example.Given");
   g_application_set_default(nullptr);
   g_object_unref(named);
   g_object_unref(anonymous);
+}
+
+TEST(LinuxBundle, TakesTheIdentifierThatTheHostHasGivenAndThenTheSandboxs) {
+  const TemporaryDirectory root;
+  std::ofstream(root.path() + "/.flatpak-info") << "[Application]\nname=org.example.Sandboxed\n";
+  const auto sandbox = FlatpakSandbox::ofProcess(root.path());
+  EXPECT_EQ(LinuxBundle::hostIdentifier("org.example.Given"), "org.example.Given");
+  EXPECT_EQ(LinuxBundle::hostIdentifier("org.example.Given", sandbox), "org.example.Given");
+  EXPECT_EQ(LinuxBundle::hostIdentifier(std::nullopt, sandbox), "org.example.Sandboxed");
+  EXPECT_EQ(LinuxBundle::hostIdentifier("", sandbox), "org.example.Sandboxed");
+  EXPECT_EQ(LinuxBundle::hostIdentifier("\xff", sandbox), "org.example.Sandboxed");
+  EXPECT_EQ(LinuxBundle::hostIdentifier("", std::nullopt), std::nullopt);
 }
 
 }  // namespace

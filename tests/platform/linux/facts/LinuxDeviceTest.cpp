@@ -112,6 +112,17 @@ TEST_F(LinuxDeviceTest, TheVendorsReleaseFileStandsInForTheAdministrators) {
   EXPECT_EQ(device->systemVersion(), std::nullopt);  // the files are not mixed
 }
 
+TEST_F(LinuxDeviceTest, InAFlatpakSandboxTheSystemCountsAndNotTheRuntime) {
+  write("/etc/os-release", "NAME=Runtime\nVERSION_ID=23.08\n");
+  write("/run/host/os-release", "NAME=Mobian\nVERSION_ID=13\n");
+  EXPECT_EQ(device->systemName(), "Runtime") << "what another kind of container shows is not asked for";
+  write("/.flatpak-info", "[Application]\nname=org.example.Host\n");
+  EXPECT_EQ(device->systemName(), "Mobian");
+  EXPECT_EQ(device->systemVersion(), "13");
+  std::filesystem::remove(root.path() + "/run/host/os-release");
+  EXPECT_EQ(device->systemName(), "Runtime");
+}
+
 TEST_F(LinuxDeviceTest, ReadsQuotesLikeAShell) {
   const auto nameOf = [this](const std::string &file) {
     write("/etc/os-release", file);

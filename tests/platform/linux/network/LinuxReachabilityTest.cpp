@@ -1,17 +1,13 @@
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <net/if.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 
 #include <array>
 #include <cerrno>
-#include <cstddef>
 #include <thread>
 
 #include "platform/linux/network/LinuxReachability.h"
 #include "tests/platform/linux/network/ReachabilityTest.h"
+#include "tests/platform/linux/network/RefusedSockets.h"
 
 namespace kx {
 namespace {
@@ -161,21 +157,6 @@ TEST_F(LinuxReachabilityTest, EveryOperationRefusesANullHandle) {
 }
 
 // ---- A kernel that refuses
-
-/// From now on the calling thread gets no socket of that family.
-bool refuseSockets(unsigned int family, unsigned int error) {
-  std::array<sock_filter, 6> program{{
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_socket, 0, 3),
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, family, 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  }};
-  const sock_fprog filter{program.size(), program.data()};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
 
 TEST_F(LinuxReachabilityTest, TheFlagsAreAbsentWhereNetlinkIsRefused) {
   addLink("eth0");

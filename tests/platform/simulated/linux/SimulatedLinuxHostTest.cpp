@@ -23,12 +23,14 @@ TEST(SimulatedLinuxHost, GivesItsOptionsToTheDevice) {
   LinuxHostOptions given = options();
   given.advertisingTrackingEnabled = false;
   given.backgroundRefreshStatus = BackgroundRefreshStatus::denied;
+  given.applicationIdentifier = "org.example.QtHost";
   EXPECT_TRUE(LinuxHost::setOptions(given));
   KXPublisher::sharedInstanceWithApiToken("token", "collect.example.com");
   scope.device.advance(5);
   const auto text = scope.device.service.messages().at(0).text().value_or("");
   EXPECT_NE(text.find(identifier), std::string::npos);
   EXPECT_NE(text.find("\"dnt\":1"), std::string::npos);
+  EXPECT_NE(text.find("\"bundleId\":\"org.example.QtHost\""), std::string::npos);
   LinuxHost::didEnterBackground();
   scope.device.advance(1);
   EXPECT_EQ(scope.device.service.messages().size(), 2u);
