@@ -10,7 +10,7 @@ namespace kx {
 
 namespace {
 
-constexpr const char *locationInterface = "org.freedesktop.portal.Location";
+constexpr const char *portalInterface = "org.freedesktop.portal.Location";
 constexpr const char *sessionInterface = "org.freedesktop.portal.Session";
 constexpr const char *requestInterface = "org.freedesktop.portal.Request";
 
@@ -50,7 +50,7 @@ void PortalLocationClient::start(const std::string & /*desktopId*/, std::uint32_
   g_variant_builder_add(&options, "{sv}", "distance-threshold", g_variant_new_uint32(distanceThreshold));
   g_variant_builder_add(&options, "{sv}", "accuracy", g_variant_new_uint32(exact));
   // What has been created has to be closed, even if nobody needs it any more: the call keeps the client.
-  service_.call(portal::path, locationInterface, "CreateSession", g_variant_new("(a{sv})", &options), "(o)",
+  service_.call(portal::path, portalInterface, "CreateSession", g_variant_new("(a{sv})", &options), "(o)",
                 [client = strong(*this)](GVariant *value, const GError *) { client->whenCreated(value); });
 }
 
@@ -70,7 +70,7 @@ void PortalLocationClient::whenCreated(GVariant *value) {
   }
   const std::string token = nextToken();
   request_ = requestPath(uniqueName_, token);
-  service_.subscribe(locationInterface, "LocationUpdated", portal::path, nullptr,
+  service_.subscribe(portalInterface, "LocationUpdated", portal::path, nullptr,
                      weakly(*this, &PortalLocationClient::whenUpdated));
   service_.subscribe(sessionInterface, "Closed", session_.c_str(), nullptr,
                      weakly(*this, [](PortalLocationClient &client, GVariant *) { client.fail(); }));
@@ -79,7 +79,7 @@ void PortalLocationClient::whenCreated(GVariant *value) {
   GVariantBuilder options;
   g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
   g_variant_builder_add(&options, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
-  service_.call(portal::path, locationInterface, "Start",
+  service_.call(portal::path, portalInterface, "Start",
                 g_variant_new("(osa{sv})", session_.c_str(), "", &options), "(o)",
                 weakly(*this, [](PortalLocationClient &client, GVariant *, const GError *error) {
                   client.whenAsked(error);

@@ -19,9 +19,10 @@ class AtomicNumber {
     yieldPoint();
     return value_;
   }
-  T operator=(T value) {  // NOLINT(misc-unconventional-assign-operator): as for std::atomic
+  AtomicNumber &operator=(T value) {
     yieldPoint();
-    return value_ = value;
+    value_ = value;
+    return *this;
   }
 
  private:

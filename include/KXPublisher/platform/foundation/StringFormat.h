@@ -32,6 +32,11 @@ class KX_EXPORT FormatArgument {
   FormatArgument(const Dictionary &dictionary) : text_(dictionary.description()) {}
   /// The object is asked for its `description` when the text is made.
   FormatArgument(const Object *object) : kind_(Kind::object), object_(object) {}
+  FormatArgument(const FormatArgument &) = default;
+  FormatArgument(FormatArgument &&) = default;
+  FormatArgument &operator=(const FormatArgument &) = default;
+  FormatArgument &operator=(FormatArgument &&) = default;
+  ~FormatArgument() = default;
 
  private:
   friend std::string stringWithFormat(std::string_view, std::initializer_list<FormatArgument>);

@@ -19,9 +19,9 @@
 //
 //     https-exiting-library <host name> <certificate authority file> <when> <how>
 //
-// When: so many microseconds after the first call. How: "return" from main, "exit", "exit-elsewhere" (on
-// another thread),
-// "_exit", "signal", or "without-loop": return from main without ever having run the main loop.
+// When: so many microseconds after the first call, or "token+<number>": after the login. How: "return" from
+// main, "exit", "exit-elsewhere" (on another thread), "_exit", "signal", or "without-loop": return from main
+// without ever having run the main loop.
 //
 // The exit status is 7; 8 when the exit has taken more than its time.
 
@@ -56,15 +56,22 @@ int main(int argc, char **argv) {
   options.certificateAuthorityFile = argv[2];
   if (!kx::LinuxHost::setOptions(options)) return 1;
 
-  end = Clock::now() + std::chrono::microseconds(std::stol(argv[3]));
+  const std::string when = argv[3];
+  const bool isAfterLogin = when.compare(0, 6, "token+") == 0;
+  const std::chrono::microseconds delay(std::stol(isAfterLogin ? when.substr(6) : when));
+  if (!isAfterLogin) end = Clock::now() + delay;
   const auto publisher = kx::KXPublisher::sharedInstanceWithApiToken("the API token", argv[1]);
   const auto networking = kx::KXNetworking::sharedInstanceWithApiToken(std::nullopt, std::nullopt);
   while (Clock::now() < end) {
     if (how != "without-loop") g_main_context_iteration(nullptr, FALSE);
     lookUpAPlace();
-    if (networking->accessToken()) publisher->logData(nullptr);
+    if (networking->accessToken()) {
+      if (end == Clock::time_point::max()) end = Clock::now() + delay;
+      publisher->logData(nullptr);
+    }
     std::this_thread::sleep_for(std::chrono::microseconds(100));
   }
+  end = Clock::now();  // a busy machine may be late
   if (how == "exit") std::exit(status);
   if (how == "_exit") _exit(status);
   if (how == "signal") std::raise(SIGTERM);
