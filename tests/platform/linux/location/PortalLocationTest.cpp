@@ -159,10 +159,10 @@ TEST_F(PortalLocationTest, OfPositionsThatComeTooFastTheLastOneWins) {
   ASSERT_TRUE(isTold(2));
   const gint64 first = g_get_monotonic_time();
   for (int i = 1; i <= 20; ++i) moveTo(50 + i);
-  ASSERT_TRUE(isTold(3));
-  EXPECT_EQ(delegate->position.coordinate.latitude, 70);
-  EXPECT_GE(g_get_monotonic_time() - first, 290'000);
-  EXPECT_EQ(delegate->events, (Events{authorized, "position", "position"}));
+  ASSERT_TRUE(until([this] { return delegate->position.coordinate.latitude == 70; }));
+  const gint64 since = g_get_monotonic_time() - first;
+  EXPECT_GE(since, 290'000);
+  EXPECT_LE(delegate->events.size(), 2 + static_cast<std::size_t>(since / 290'000));
 }
 
 TEST_F(PortalLocationTest, OtherSessionsAndNonsenseAreNoPositions) {

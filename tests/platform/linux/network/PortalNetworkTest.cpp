@@ -115,7 +115,8 @@ TEST_F(PortalNetworkTest, IsAskedOneQuestionAtATime) {
     portal.answer("GetStatus", "");  // from now on it hangs
     for (int i = 0; i < 100; ++i) portal.emit(portal::path, interface, "changed", "()");
     portal.flush();
-    bool over = false;
+    EXPECT_TRUE(thread.runUntil([this] { return portal.calls("GetStatus") == 2; }));
+    bool over = false;  // what would be asked beside
     OneShotTimer timer(g_main_context_default());
     timer.schedule(std::chrono::milliseconds(100), [&over] { over = true; });
     EXPECT_TRUE(thread.runUntil([&over] { return over; }));
