@@ -43,12 +43,12 @@ PortalLocationClient::PortalLocationClient(GDBusConnection *connection, const st
 // ---- From its creation to its end
 
 void PortalLocationClient::start(const std::string & /*desktopId*/, std::uint32_t distanceThreshold) {
-  constexpr guint32 exact = 5;
+  constexpr guint32 bestAccuracy = 5;
   GVariantBuilder options;
   g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
   g_variant_builder_add(&options, "{sv}", "session_handle_token", g_variant_new_string(nextToken().c_str()));
   g_variant_builder_add(&options, "{sv}", "distance-threshold", g_variant_new_uint32(distanceThreshold));
-  g_variant_builder_add(&options, "{sv}", "accuracy", g_variant_new_uint32(exact));
+  g_variant_builder_add(&options, "{sv}", "accuracy", g_variant_new_uint32(bestAccuracy));
   // What has been created has to be closed, even if nobody needs it any more: the call keeps the client.
   service_.call(portal::path, portalInterface, "CreateSession", g_variant_new("(a{sv})", &options), "(o)",
                 [client = strong(*this)](GVariant *value, const GError *) { client->whenCreated(value); });

@@ -13,7 +13,8 @@ namespace {
 
 constexpr const char *serviceName = "org.freedesktop.NetworkManager";
 constexpr const char *path = "/org/freedesktop/NetworkManager";
-constexpr BusProperties properties{serviceName, {"PrimaryConnectionType"}};  // also the interface's name
+/// Of the interface that has the name of the service.
+constexpr BusProperties primaryConnection{serviceName, {"PrimaryConnectionType"}};
 
 /// By NetworkManager's names for the types of connections. Anything else than a text, null too, is unknown.
 NetworkManagerClient::Bearer bearerOf(GVariant *value) {
@@ -35,9 +36,9 @@ NetworkManagerClient::NetworkManagerClient(std::shared_ptr<LinuxRunLoop> mainRun
     : WatchedService(std::move(mainRunLoop), std::move(bus), serviceName) {}
 
 void NetworkManagerClient::meet(BusPeer &service) {
-  service.followProperties(properties, path, weakly(*this, &NetworkManagerClient::noteChange));
+  service.followProperties(primaryConnection, path, weakly(*this, &NetworkManagerClient::noteChange));
   service.call(path, BusPeer::propertiesInterface, "Get",
-               g_variant_new("(ss)", properties.interface, properties.names[0]), "(v)",
+               g_variant_new("(ss)", primaryConnection.interface, primaryConnection.names[0]), "(v)",
                weakly(*this, [](NetworkManagerClient &client, GVariant *answer, const GError *) {
                  GVariant *type = nullptr;
                  if (answer != nullptr) g_variant_get(answer, "(v)", &type);
@@ -48,7 +49,8 @@ void NetworkManagerClient::meet(BusPeer &service) {
 void NetworkManagerClient::noteChange(GVariant *parameters) {
   const GLibPointer<GVariant> changes(g_variant_get_child_value(parameters, 1));
   // NetworkManager says the new value. If it did not, nothing would be known.
-  const GLibPointer<GVariant> type(g_variant_lookup_value(changes.get(), properties.names[0], nullptr));
+  const GLibPointer<GVariant> type(
+      g_variant_lookup_value(changes.get(), primaryConnection.names[0], nullptr));
   setBearer(bearerOf(type.get()));
 }
 

@@ -9,7 +9,7 @@ namespace kx {
 
 namespace {
 
-constexpr const char *interface = "org.freedesktop.portal.NetworkMonitor";
+constexpr const char *networkMonitorInterface = "org.freedesktop.portal.NetworkMonitor";
 
 }  // namespace
 
@@ -20,7 +20,7 @@ PortalNetworkMonitor::PortalNetworkMonitor(std::shared_ptr<LinuxRunLoop> mainRun
 void PortalNetworkMonitor::meet(BusPeer &service) {
   service_ = &service;
   // It tells only that something has changed, not what.
-  service.subscribe(interface, "changed", portal::path, nullptr,
+  service.subscribe(networkMonitorInterface, "changed", portal::path, nullptr,
                     weakly(*this, [](PortalNetworkMonitor &monitor, GVariant *) { monitor.ask(); }));
   ask();
 }
@@ -37,7 +37,7 @@ void PortalNetworkMonitor::ask() {
     changed_ = true;  // one question at a time, however often it changes
     return;
   }
-  service_->call(portal::path, interface, "GetStatus", nullptr, "(a{sv})",
+  service_->call(portal::path, networkMonitorInterface, "GetStatus", nullptr, "(a{sv})",
                  weakly(*this, [](PortalNetworkMonitor &monitor, GVariant *answer, const GError *) {
                    monitor.read(answer);
                  }));
