@@ -50,6 +50,9 @@ function(kx_compile_options target)
   else()
     target_compile_options(${target} PRIVATE -w)  # what a host wants to be warned of is in its own code
   endif()
+  if(CMAKE_SYSTEM_NAME STREQUAL Linux AND CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)  # or large files could not be opened
+  endif()
   set_target_properties(${target} PROPERTIES
     COMPILE_WARNING_AS_ERROR ${KX_WARNINGS_AS_ERRORS}
     C_VISIBILITY_PRESET hidden CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)

@@ -23,7 +23,7 @@ std::shared_ptr<MutableDictionary> KXAsn::computeData() {
     const auto executable =
         bundle == nullptr ? std::nullopt : bundle->objectForInfoDictionaryKey("CFBundleExecutable");
     setFact(facts, dataKeyAsnBundleId, identifier);
-    if (executable) facts.set(dataKeyAsnName, *executable);
+    if (executable && *executable != Value("")) facts.set(dataKeyAsnName, *executable);
   }
   return std::make_shared<MutableDictionary>(std::move(facts));
 }

@@ -32,6 +32,11 @@ TEST_F(KXAsnTest, LeavesOutAnExecutableThatTheBundleDoesNotName) {
   EXPECT_EQ(facts(), (Dictionary{{"bundleId", "com.example.Host"}}));
 }
 
+TEST_F(KXAsnTest, LeavesOutAnExecutableWithAnEmptyName) {
+  device.bundle->information.insert_or_assign("CFBundleExecutable", "");
+  EXPECT_EQ(facts(), (Dictionary{{"bundleId", "com.example.Host"}}));
+}
+
 TEST_F(KXAsnTest, IsComputedOnceInAProcess) {
   const Dictionary before = facts();
   device.bundle->information = {{"CFBundleExecutable", "Other"}};

@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "KXPublisher/providers/KXCarrier.h"
 #include "tests/support/SimulatedTest.h"
 
@@ -49,6 +51,33 @@ TEST_F(KXCarrierTest, IsEmptyWithoutTelephony) {
   EXPECT_TRUE(facts().empty());
   device.application->enterForeground();
   EXPECT_TRUE(facts().empty());
+}
+
+TEST_F(KXCarrierTest, IgnoresNotificationsOfAnotherSender) {
+  facts();
+  const auto other = std::make_shared<SimulatedApplication>(device.notificationCenter, device.scheduler);
+  other->enterForeground();
+  EXPECT_EQ(device.telephonyService.made, 1);
+}
+
+TEST_F(KXCarrierTest, GoesOnFollowingTheTelephonyObjectBeforeWhereTheNextOneCannotBeFollowed) {
+  class NotFollowed : public TelephonyNetworkInfo, public TelephonyService {
+    std::shared_ptr<Carrier> subscriberCellularProvider() override { return nullptr; }
+    void setSubscriberCellularProviderDidUpdateNotifier(
+        SubscriberCellularProviderDidUpdateNotifier) override {
+      throw std::runtime_error("no notifier");
+    }
+    std::optional<std::string> currentRadioAccessTechnology() override { return std::nullopt; }
+    std::shared_ptr<TelephonyNetworkInfo> makeTelephonyNetworkInfo() override {
+      return {std::shared_ptr<void>(), this};
+    }
+  };
+  const auto provider = KXCarrier::sharedInstance();
+  device.runReadyTasks();
+  const auto before = provider->networkInfo();
+  device.replaced.telephony = std::make_shared<NotFollowed>();
+  EXPECT_THROW(provider->initCarrierInfo(), std::runtime_error);
+  EXPECT_EQ(provider->networkInfo(), before);
 }
 
 TEST_F(KXCarrierTest, NeverReportsTheCarriersName) {

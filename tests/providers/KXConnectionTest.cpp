@@ -111,6 +111,23 @@ TEST_F(KXConnectionTest, ReportsChangesOnlyAfterAReturnToTheForegroundWhenItsCre
   EXPECT_TRUE(facts().empty());
 }
 
+TEST_F(KXConnectionTest, HearsOfChangesWhenTheUserHasScrolled) {
+  facts();
+  device.runLoopService.setTracking(true);
+  device.reachability.changeFlags(wwan);
+  EXPECT_EQ(facts(), wifi);
+  device.runLoopService.setTracking(false);
+  EXPECT_EQ(facts(), cellular);
+}
+
+TEST_F(KXConnectionTest, FollowsWhoeverSaysThatReachabilityChanged) {
+  facts();
+  device.reachability.flags = wwan;
+  device.notificationCenter.postNotificationName(constants::kReachabilityDidChangeNotification,
+                                                 device.application);
+  EXPECT_EQ(facts(), cellular);
+}
+
 TEST_F(KXConnectionTest, StaysSilentForEverWhenTheHandleCannotBeMade) {
   device.reachability.creationSucceeds = false;
   EXPECT_TRUE(facts().empty());

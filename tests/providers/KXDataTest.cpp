@@ -1,7 +1,9 @@
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "KXPublisher/platform/LocalNotificationCenter.h"
 #include "KXPublisher/platform/foundation/Exceptions.h"
 #include "KXPublisher/providers/KXAsn.h"
 #include "KXPublisher/providers/KXCarrier.h"
@@ -12,6 +14,7 @@
 #include "tests/providers/TestProvider.h"
 #include "tests/support/FailingDispatch.h"
 #include "tests/support/SimulatedTest.h"
+#include "tests/support/Submissions.h"
 
 namespace kx {
 namespace {
@@ -262,6 +265,40 @@ TEST_F(KXDataTest, DoesNotCatchWhatComputeDataThrowsAndGoesOnAfterIt) {
   provider->updateData();
   device.runReadyTasks();
   EXPECT_EQ(provider->facts(), (Dictionary{{"computed", 3}}));
+}
+
+TEST_F(KXDataTest, UsesTheQueuesThatItSaysItUses) {
+  device.scheduler.trace.recording = true;
+  TestProvider::make();
+  EXPECT_EQ(submissions(device, "background"), 1u);
+  EXPECT_EQ(submissions(device, "default"), 0u);
+  device.runReadyTasks();
+  EXPECT_EQ(submissions(device, "background"), 1u);
+  EXPECT_EQ(submissions(device, "default"), 1u);
+}
+
+TEST_F(KXDataTest, LeavesNothingBehindThatFollowsTheApplicationWhenItCannotBeMade) {
+  class SecondFails : public LocalNotificationCenter {
+   public:
+    using LocalNotificationCenter::LocalNotificationCenter;
+    void addObserverForName(const std::string &name, const std::shared_ptr<Object> &object,
+                            const std::shared_ptr<OperationQueue> &queue, Handler block) override {
+      if (++asked == 2) throw std::runtime_error("no memory");
+      LocalNotificationCenter::addObserverForName(name, object, queue, std::move(block));
+    }
+    int asked = 0;
+  };
+  static int alive = 0;
+  class Counted : public TestProvider {
+   public:
+    Counted() { ++alive; }
+    ~Counted() override { --alive; }
+    static std::shared_ptr<Counted> make() { return KXData::make<Counted>(); }
+  };
+  device.replaced.notificationCenter = std::make_shared<SecondFails>(device.scheduler, device.mainOperations);
+  EXPECT_THROW(Counted::make(), std::runtime_error);
+  device.runReadyTasks();
+  EXPECT_EQ(alive, 0);
 }
 
 TEST_F(KXDataTest, RepeatsARequestThatWasLostToThePlatformWhenItIsAsked) {

@@ -70,6 +70,24 @@ TEST_F(KXSchedulerTest, CallsOnTheMainThreadWhoeverScheduled) {
   EXPECT_EQ(target->ticks, 1);
 }
 
+TEST_F(KXSchedulerTest, CallsTheTargetWhileTheUserScrolls) {
+  device.runLoopService.setTracking(true);
+  scheduler->scheduleTimerForTarget(target, tick, 10);
+  device.advance(10);
+  EXPECT_EQ(target->ticks, 1);
+}
+
+TEST_F(KXSchedulerTest, ComparesPeriodsBitForBit) {
+  scheduler->scheduleTimerForTarget(target, tick, 0.0);
+  const auto first = timer();
+  scheduler->scheduleTimerForTarget(target, tick, -0.0);
+  EXPECT_NE(timer(), first);
+  scheduler->scheduleTimerForTarget(target, tick, std::nan(""));
+  const auto last = timer();
+  scheduler->scheduleTimerForTarget(target, tick, std::nan(""));
+  EXPECT_EQ(timer(), last);
+}
+
 TEST_F(KXSchedulerTest, LeavesATimerOfTheSamePeriodUntouched) {
   scheduler->scheduleTimerForTarget(target, tick, 10);
   const auto first = timer();

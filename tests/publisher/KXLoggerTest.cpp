@@ -1,5 +1,6 @@
 #include "KXPublisher/publisher/KXLogger.h"
 #include "tests/support/SimulatedTest.h"
+#include "tests/support/Submissions.h"
 
 namespace kx {
 namespace {
@@ -35,6 +36,14 @@ TEST_F(KXLoggerTest, ReturnsBeforeItSendsWhenAsynchronous) {
 }
 
 TEST_F(KXLoggerTest, SendsAsynchronousMessagesFromTheBackgroundQueue) {
+  device.scheduler.trace.recording = true;
+  logger->logData(message, true);
+  EXPECT_EQ(submissions(device, "background"), 1u);
+  device.runReadyTasks();
+  EXPECT_EQ(sent(), 1u);
+}
+
+TEST_F(KXLoggerTest, HasSentWhenItReturnsWhereThatQueueIsQuicker) {
   device.scheduler.setBackgroundTasksRunAtOnce(true);
   logger->logData(message, true);
   EXPECT_EQ(sent(), 1u);

@@ -155,6 +155,9 @@ TEST_F(KXPublisherMessageTest, GivesEveryMessageAnIdentifierOfItsOwn) {
 TEST_F(KXPublisherMessageTest, HasAnEmptyListOfAddressesWithoutANetwork) {
   device.interfaces.entries.clear();
   EXPECT_EQ(*publisher->data().find("ips"), Value(Array()));
+  device.advance(6);
+  ASSERT_FALSE(device.service.messages().empty());
+  EXPECT_THAT(device.service.messages().back().text().value_or(""), ::testing::HasSubstr("\"ips\":[],"));
 }
 
 TEST_F(KXPublisherMessageTest, ReadsProvidersAndAddressesAnewForEachMessage) {

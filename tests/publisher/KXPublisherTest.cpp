@@ -10,6 +10,7 @@
 #include "tests/providers/TestProvider.h"
 #include "tests/support/FailingDispatch.h"
 #include "tests/support/SimulatedTest.h"
+#include "tests/support/Submissions.h"
 
 namespace kx {
 namespace {
@@ -219,6 +220,65 @@ TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenTheReportFails) {
   EXPECT_EQ(application.endedIdentifiers, (std::vector<BackgroundTaskIdentifier>{1}));
   EXPECT_EQ(device.consoleService.lines,
             (std::vector<std::string>{"[KX Error] An exception ended a task: no session"}));
+}
+
+TEST_F(KXPublisherTest, HandsItsReportOverBeforeItsBackgroundTaskEnds) {
+  start();
+  device.advance(10);
+  service.respond = [this](const SimulatedRequest &request) {
+    EXPECT_FALSE(application.backgroundTasks.back().ended);
+    return service.defaultReply(request);
+  };
+  application.enterBackground();
+  device.runReadyTasks();
+  EXPECT_EQ(sent(), 2u);
+}
+
+TEST_F(KXPublisherTest, UsesTheQueuesThatItSaysItUses) {
+  start();
+  device.advance(10);
+  device.scheduler.trace.recording = true;
+  application.enterBackground();
+  EXPECT_EQ(submissions(device, "default"), 1u);
+  EXPECT_EQ(submissions(device, "background"), 0u);
+}
+
+TEST_F(KXPublisherTest, IgnoresNotificationsOfAnotherSender) {
+  const auto publisher = start();
+  device.advance(10);
+  const auto other = std::make_shared<SimulatedApplication>(device.notificationCenter, device.scheduler);
+  const auto timer = publisher->logTimer();
+  other->enterBackground();
+  other->enterForeground();
+  device.advance(10);
+  EXPECT_EQ(sent(), 1u);
+  EXPECT_EQ(publisher->logTimer(), timer);
+  EXPECT_TRUE(timer->isValid());
+}
+
+TEST_F(KXPublisherTest, ReportsWhileTheUserScrolls) {
+  device.runLoopService.setTracking(true);
+  start();
+  device.advance(700);
+  EXPECT_EQ(sent(), 2u);
+}
+
+TEST_F(KXPublisherTest, ReportsOnTheMainLoopWhoeverMakesTheCall) {
+  device.scheduler.globalQueue(DispatchQueuePriority::standard).async([] { start(); });
+  device.advance(700);
+  EXPECT_EQ(sent(), 2u);
+}
+
+TEST_F(KXPublisherTest, AsksAgainAtEachReportForFactsThatWereLost) {
+  const auto publisher = start();
+  device.advance(10);
+  const auto provider = TestProvider::make();
+  publisher->setDataProviders({provider});
+  provider->whileComputing = [] { throw std::runtime_error("no memory"); };
+  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
+  publisher->logDataAsync(false);
+  device.runReadyTasks();
+  EXPECT_EQ(provider->computed, 2);
 }
 
 TEST_F(KXPublisherTest, EndsItsBackgroundTaskWhenNoWorkerCanBeHad) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KXPublisher/transport/KXGzipUtility.h"
@@ -19,6 +20,7 @@ struct {
   int level, method, windowBits, memLevel, strategy;
 } initParameters;
 std::vector<int> flushModes;
+std::vector<unsigned> roomGiven;
 
 template <class Function>
 Function real(const char *name) {
@@ -41,6 +43,7 @@ VISIBLE int deflateInit2_(z_streamp stream, int level, int method, int windowBit
 
 VISIBLE int deflate(z_streamp stream, int flush) {
   flushModes.push_back(flush);
+  roomGiven.push_back(stream->avail_out);
   if (deflateResult) return *deflateResult;
   return real<decltype(&deflate)>("deflate")(stream, flush);
 }
@@ -95,6 +98,16 @@ TEST_F(KXGzipUtilityTest, DrivesZlibWithItsFixedParameters) {
   EXPECT_EQ(initParameters.strategy, 0);
   EXPECT_EQ(flushModes, (std::vector<int>{4}));
   EXPECT_EQ(streamsEnded, 1);
+}
+
+TEST_F(KXGzipUtilityTest, GivesZlibAHundredthMoreThanTheInputAndTwelveBytes) {
+  for (const auto &[size, room] :
+       {std::pair(1u, 13u), {99u, 111u}, {100u, 113u}, {199u, 212u}, {600u, 618u}, {100000u, 101012u}}) {
+    roomGiven.clear();
+    KXGzipUtility::gzipData(Data(size, 'a'));
+    ASSERT_FALSE(roomGiven.empty());
+    EXPECT_EQ(roomGiven.front(), room) << size;
+  }
 }
 
 TEST_F(KXGzipUtilityTest, RefusesAbsentAndEmptyInput) {

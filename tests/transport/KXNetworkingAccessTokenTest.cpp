@@ -96,6 +96,13 @@ TEST_F(KXNetworkingAccessTokenTest, LogsInOnceForRequestsInQuickSuccessionThatAr
   EXPECT_EQ(service.logins().size(), 2u);
 }
 
+TEST_F(KXNetworkingAccessTokenTest, RetriesWhileTheUserScrolls) {
+  device.runLoopService.setTracking(true);
+  start({SimulatedReply::status(500)});
+  device.advance(300);
+  EXPECT_EQ(service.logins().size(), 2u);
+}
+
 TEST_F(KXNetworkingAccessTokenTest, TakesAnEmptyTokenForOne) {
   start({SimulatedReply::token("")});
   EXPECT_EQ(networking->accessToken(), "");
