@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Optional;
 
-constexpr const char *interface = "org.freedesktop.portal.NetworkMonitor";
+constexpr const char *monitorInterface = "org.freedesktop.portal.NetworkMonitor";
 constexpr SocketAddress zeroAddress{16, 2, 0, 0, 0, 0, 0, 0};
 
 std::string status(const std::string &available) {
@@ -71,7 +71,7 @@ TEST_F(PortalNetworkTest, TellsWhetherThereIsAWayToAnywhere) {
     EXPECT_TRUE(becomes(thread, flagsOfWifi));
     EXPECT_THAT(flags(), Optional(flagsOfWifi));
     portal.answer("GetStatus", status("false"));
-    portal.emit(portal::path, interface, "changed", "()");
+    portal.emit(portal::path, monitorInterface, "changed", "()");
     EXPECT_TRUE(becomes(thread, flagsOfNone));
     EXPECT_THAT(flags(), Optional(flagsOfNone));
     EXPECT_THAT(reports->flags, ElementsAre(flagsOfWifi, flagsOfNone));
@@ -101,7 +101,7 @@ TEST_F(PortalNetworkTest, APortalThatMakesNoSenseTellsNothing) {
     EXPECT_TRUE(thread.runUntil([this] { return portal.calls("GetStatus") == 1; }));
     EXPECT_EQ(flags(), std::nullopt);
     portal.answer("GetStatus", status("true"));
-    portal.emit(portal::path, interface, "changed", "()");
+    portal.emit(portal::path, monitorInterface, "changed", "()");
     EXPECT_TRUE(becomes(thread, flagsOfWifi));
   });
 }
@@ -113,7 +113,7 @@ TEST_F(PortalNetworkTest, IsAskedOneQuestionAtATime) {
     EXPECT_TRUE(schedule());
     EXPECT_TRUE(becomes(thread, flagsOfWifi));
     portal.answer("GetStatus", "");  // from now on it hangs
-    for (int i = 0; i < 100; ++i) portal.emit(portal::path, interface, "changed", "()");
+    for (int i = 0; i < 100; ++i) portal.emit(portal::path, monitorInterface, "changed", "()");
     portal.flush();
     EXPECT_TRUE(thread.runUntil([this] { return portal.calls("GetStatus") == 2; }));
     bool over = false;  // what would be asked beside
@@ -128,7 +128,7 @@ TEST_F(PortalNetworkTest, AChangeWhileItIsAskedIsAskedAbout) {
   // The answer is that of the moment before the change.
   portal.answer("GetStatus", [this](GDBusMessage *) {
     GVariant *const answer = FakeService::parsed(status("true"));
-    portal.emit(portal::path, interface, "changed", "()");
+    portal.emit(portal::path, monitorInterface, "changed", "()");
     portal.answer("GetStatus", status("false"));
     return answer;
   });
