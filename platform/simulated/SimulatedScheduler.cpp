@@ -43,10 +43,10 @@ void requireTime(double seconds) {
 }  // namespace
 
 struct SimulatedScheduler::Worker : SimulatedScheduler::Thread {
-  bool mayGoOn() const { return !fiber.isIdle() && (waitsUntil == nullptr || waitsUntil()); }
+  bool mayGoOn() const { return !fiber.isIdle() && (waitsUntil == nullptr || (*waitsUntil)()); }
 
   SimulatedFiber fiber;
-  std::function<bool()> waitsUntil;  ///< null: it waits for nothing but its turn
+  const std::function<bool()> *waitsUntil = nullptr;  ///< null: it waits for nothing but its turn
 };
 
 SimulatedScheduler::SimulatedScheduler(std::uint64_t seed)
@@ -121,6 +121,9 @@ void SimulatedScheduler::submitAndWait(Queue &queue, const WorkItem &work) {
   }
   if (finished_) return;
   const auto done = std::make_shared<bool>(false);
+  // Made before the work is submitted: from then on nothing may fail, for the work uses what its submitter
+  // has.
+  const std::function<bool()> hasEnded = [done] { return *done; };
   ready_.push_back(makeTask(queue, [work, done] {
     struct Done {
       bool &flag;
@@ -128,7 +131,7 @@ void SimulatedScheduler::submitAndWait(Queue &queue, const WorkItem &work) {
     } const atTheEnd{*done};
     work();
   }));
-  waitUntil([done] { return *done; });
+  waitUntil(hasEnded);
 }
 
 // ---- Giving way
@@ -155,7 +158,7 @@ void SimulatedScheduler::waitUntil(const std::function<bool()> &condition) {
   record(SimulatedTrace::Kind::waits, thread, thread.task, "");
   if (running_ != nullptr) {
     Worker &worker = *running_;
-    worker.waitsUntil = condition;
+    worker.waitsUntil = &condition;
     while (!condition()) worker.fiber.suspend();
     worker.waitsUntil = nullptr;
   } else {
