@@ -49,22 +49,16 @@ void checkOperator(const std::string &text) {
 int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
   if (size == 0) return 0;
   const std::string rest(reinterpret_cast<const char *>(bytes) + 1, size - 1);
-  switch (bytes[0] % 5) {
+  switch (bytes[0] % 4) {
     case 0: {
       const auto modem = kx::modemOf(valueOf("(a{oa{sa{sv}}})", rest).get());
       if (modem) kx::radioAccessTechnologyOf(*modem);
       break;
     }
     case 1:
-      kx::concernsSubscription(valueOf("(sa{sv}as)", rest).get());
+      kx::homeOperatorIn(valueOf("(v)", rest).get());
       break;
-    case 2: {
-      // Of any type.
-      const auto boxed = valueOf("v", rest);
-      kx::concernsSubscription(GLibPointer<GVariant>(g_variant_get_variant(boxed.get())).get());
-      break;
-    }
-    case 3:
+    case 2:
       checkLocation(valueOf("a{sv}", rest).get());
       break;
     default:
