@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "platform/linux/network/FileDescriptor.h"
+#include "platform/linux/bus/FileDescriptor.h"
 #include "tests/fuzz/Fuzzing.h"
 #include "tools/collector/CertificateAuthority.h"
 #include "tools/collector/Server.h"
