@@ -53,6 +53,10 @@ std::optional<Data> KXGzipUtility::gzipData(const std::optional<Data> &data) {
     return std::nullopt;
   }
 
+  // Sized once and never grown: an input that does not compress into it is refused. Made first, so that
+  // nothing is thrown while there is a stream.
+  Data compressed(static_cast<std::size_t>(static_cast<double>(data->size()) * 1.01 + 12.0));
+
   z_stream stream{};
   stream.next_in = const_cast<Bytef *>(data->data());  // zlib only reads it
   stream.avail_in = static_cast<uInt>(data->size());
@@ -64,21 +68,19 @@ std::optional<Data> KXGzipUtility::gzipData(const std::optional<Data> &data) {
     return std::nullopt;
   }
 
-  // Sized once and never grown: an input that does not compress into it is refused.
-  Data compressed(static_cast<std::size_t>(static_cast<double>(data->size()) * 1.01 + 12.0));
   do {
     stream.next_out = compressed.data() + stream.total_out;
     stream.avail_out = static_cast<uInt>(compressed.size() - stream.total_out);
     result = deflate(&stream, Z_FINISH);
   } while (result == Z_OK);
 
+  const char *const message = stream.msg;  // a constant of zlib's
+  deflateEnd(&stream);
   if (result != Z_STREAM_END) {
     KXLogError(R"(%s: zlib error while attempting compression: "%@" Message: "%s")",
-               {operationName, messageForDeflate(result), static_cast<const char *>(stream.msg)});
-    deflateEnd(&stream);
+               {operationName, messageForDeflate(result), message});
     return std::nullopt;
   }
-  deflateEnd(&stream);
   compressed.resize(stream.total_out);
   return compressed;
 }

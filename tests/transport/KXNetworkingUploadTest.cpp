@@ -29,7 +29,10 @@ class KXNetworkingUploadTest : public SimulatedTest {
 };
 
 TEST_F(KXNetworkingUploadTest, SendsNothingAndSaysNothingBeforeTheFirstLoginHasSucceeded) {
+  device.runReadyTasks();
+  const int sessions = device.urlSessionService.sessions;
   networking->sendData(message);
+  EXPECT_EQ(device.urlSessionService.sessions, sessions);
   device.advance(100);
   EXPECT_TRUE(service.messages().empty());
   EXPECT_TRUE(lines.empty());
