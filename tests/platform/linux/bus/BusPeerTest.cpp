@@ -197,6 +197,19 @@ TEST_F(BusPeerTest, FollowsThePropertiesThatAreOfInterest) {
                                  "('org.example.Service', {}, ['AlsoRead'])"));
 }
 
+TEST_F(BusPeerTest, FollowsThePropertiesOfSeveralInterfaces) {
+  static constexpr BusProperties others{"org.example.Other", {"Read"}};
+  int heard = 0;
+  int heardOfOthers = 0;
+  peer->followProperties(properties, path, [&heard](GVariant *) { ++heard; });
+  peer->followProperties(others, path, [&heardOfOthers](GVariant *) { ++heardOfOthers; });
+  service.emit(path, BusPeer::propertiesInterface, "PropertiesChanged",
+               "('org.example.Other', {'Read': <1>}, @as [])");
+  changeProperty("AlsoRead", "1");
+  EXPECT_TRUE(thread.runUntil([&heard] { return heard == 1; }));
+  EXPECT_EQ(heardOfOthers, 1);
+}
+
 TEST_F(BusPeerTest, ChangesOfOtherPropertiesDoNotWakeTheMainThread) {
   int heard = 0;
   peer->followProperties(properties, path, [&heard](GVariant *) { ++heard; });
