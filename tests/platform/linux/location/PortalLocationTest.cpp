@@ -146,10 +146,12 @@ TEST_F(PortalLocationTest, APositionComesAfterTheAuthorizationItNeeds) {
   manager->startUpdatingLocation();
   ASSERT_TRUE(isAsked());
   moveTo(52.5);
+  moveTo(91);  // is none, and takes no other's place
   portal.flush();
   respond(0);
   ASSERT_TRUE(isTold(2));
   EXPECT_EQ(delegate->events, (Events{authorized, "position"}));
+  EXPECT_EQ(delegate->position.coordinate.latitude, 52.5);
 }
 
 TEST_F(PortalLocationTest, OfPositionsThatComeTooFastTheLastOneWins) {
