@@ -40,6 +40,11 @@ TEST_F(KXCarrierTest, RemovesEveryOccurrenceOfThePrefix) {
   EXPECT_EQ(*facts().find("radioAccessTechnology"), Value("HSDPA+Edge"));
 }
 
+TEST_F(KXCarrierTest, LeavesOutATechnologyOfWhichNothingRemains) {
+  device.telephonyService.radioAccessTechnology = "CTRadioAccessTechnology";
+  EXPECT_EQ(facts().find("radioAccessTechnology"), nullptr);
+}
+
 TEST_F(KXCarrierTest, IsEmptyWithoutCarrierAndTechnology) {
   device.telephonyService.carrier = std::nullopt;
   device.telephonyService.radioAccessTechnology = std::nullopt;

@@ -322,6 +322,10 @@ TEST_F(KXDataTest, RepeatsALostRequestOnlyAsFarAsItIsPermitted) {
   provider->repeatLostRequest();
   device.runReadyTasks();
   EXPECT_EQ(provider->computed, 1);
+  provider->permitted = true;  // of which whoever grants it tells
+  provider->repeatLostRequest();
+  device.runReadyTasks();
+  EXPECT_EQ(provider->computed, 1);
 }
 
 TEST_F(KXDataTest, RepeatsALostResetAsAReset) {
