@@ -119,8 +119,8 @@ KXPublisher::~KXPublisher() {
 /// application enters the background first.
 std::shared_ptr<RunLoopTimer> KXPublisher::scheduleReport(double timeInterval, bool repeats) {
   RunLoopService &runLoops = Platform::current().runLoops();
-  const auto timer = runLoops.timerWithTimeInterval(timeInterval, strong(*this),
-                                                    Selector::of<&KXPublisher::logData>("logData:"), repeats);
+  auto timer = runLoops.timerWithTimeInterval(timeInterval, strong(*this),
+                                              Selector::of<&KXPublisher::logData>("logData:"), repeats);
   if (repeats) logTimer_.set(timer);
   try {
     runLoops.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);

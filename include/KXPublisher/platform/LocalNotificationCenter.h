@@ -20,8 +20,8 @@ namespace kx {
 class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
  private:
   struct Registration {
-    Registration(const std::string &ofName, const std::shared_ptr<Object> &ofSender)
-        : name(ofName), sender(ofSender) {}
+    Registration(std::string ofName, std::shared_ptr<Object> ofSender)
+        : name(std::move(ofName)), sender(std::move(ofSender)) {}
 
     bool isWithdrawn() const { return queue == nullptr && identity == nullptr; }
 

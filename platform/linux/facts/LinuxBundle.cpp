@@ -31,7 +31,7 @@ std::optional<std::string> LinuxBundle::hostIdentifier(const std::optional<std::
   const gchar *const identifier =
       application == nullptr ? nullptr : g_application_get_application_id(application);
   if (identifier != nullptr) return identifier;
-  const auto ofHost = given ? validText(*given) : std::nullopt;
+  auto ofHost = given ? validText(*given) : std::nullopt;
   if (ofHost) return ofHost;
   return sandbox ? sandbox->applicationIdentifier() : std::nullopt;
 }

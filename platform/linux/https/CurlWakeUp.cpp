@@ -47,7 +47,7 @@ void closeWakeUpSocketsOnExec(CURLM *multi) {
   std::error_code error;
   for (fs::directory_iterator entry("/proc/self/fd", error); !error && entry != fs::directory_iterator();
        entry.increment(error)) {
-    const int descriptor = std::atoi(entry->path().filename().c_str());
+    const auto descriptor = static_cast<int>(std::strtol(entry->path().filename().c_str(), nullptr, 10));
     if (isInheritedSocket(descriptor) && Waiting(descriptor).isNothing()) sockets.push_back(descriptor);
   }
   const auto keepThose = [&sockets](auto &&condition) {

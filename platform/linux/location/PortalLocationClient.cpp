@@ -162,7 +162,8 @@ void PortalLocationClient::report() {
     return;
   }
   reportedAt_ = g_get_monotonic_time();
-  const Location location = *std::exchange(newest_, std::nullopt);
+  const Location location = *newest_;
+  newest_.reset();
   if (const auto listener = listener_.lock()) listener->clientFound(location);
 }
 

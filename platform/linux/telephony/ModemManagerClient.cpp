@@ -113,6 +113,7 @@ void ModemManagerClient::finishReading(const Subscription &subscription, bool an
 void ModemManagerClient::ask(const std::string &path, const char *interface, const char *method,
                              GVariant *parameters, const char *answerType,
                              std::function<void(ModemManagerClient &client, GVariant *answer)> then) {
+  if (!service_) return;  // it has gone meanwhile
   service_->call(path, interface, method, parameters, answerType,
                  weakly(*this, [then = std::move(then)](ModemManagerClient &client, GVariant *answer,
                                                         const GError *) { then(client, answer); }),
