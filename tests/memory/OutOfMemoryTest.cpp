@@ -16,7 +16,8 @@ namespace {
 constexpr double hour = 3600.0;  // seconds
 
 #ifdef KX_ALLOCATIONS_LEFT_OUT
-constexpr long leftOut = KX_ALLOCATIONS_LEFT_OUT;  // under a sanitizer, where a life takes long
+constexpr long leftOut =
+    KX_ALLOCATIONS_LEFT_OUT;  // under a sanitizer or an emulator, where a life takes long
 #else
 constexpr long leftOut = 0;
 #endif
