@@ -125,7 +125,8 @@
   NSMutableDictionary<NSString *, KXScheduleInfo *> *const map = [NSMutableDictionary dictionary];
   for (const auto &[key, info] : _scheduler->scheduleInfoMap()) {
     NSString *const name = kx::stringOf(key);
-    if (name != nil) [map setObject:kx::faceOf<KXScheduleInfo>(info) forKey:name];
+    KXScheduleInfo *const face = kx::faceOf<KXScheduleInfo>(info);
+    if (name != nil && face != nil) [map setObject:face forKey:name];
   }
   return map;
 }
