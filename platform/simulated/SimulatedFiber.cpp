@@ -8,9 +8,9 @@
 // and far slower.
 #if defined(__linux__) && !defined(KX_FIBERS_ARE_THREADS)
 #include <cxxabi.h>
-#include <setjmp.h>
 #include <ucontext.h>
 
+#include <csetjmp>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -55,7 +55,7 @@ namespace kx {
 namespace {
 
 // As much as a worker thread of iOS has. Memory that no one touches costs nothing.
-constexpr std::size_t stackSize = 512 * 1024;
+constexpr std::size_t stackSize = std::size_t{512} * 1024;
 
 #if defined(KX_ADDRESS_SANITIZER) || defined(KX_THREAD_SANITIZER)
 constexpr bool sanitized = true;
@@ -119,7 +119,8 @@ struct SimulatedFiber::Context {
   }
 
   KX_SWITCHES static void run(unsigned int high, unsigned int low) {
-    auto &self = *reinterpret_cast<Context *>((static_cast<std::uintptr_t>(high) << 16 << 16) | low);
+    const std::uintptr_t address = (static_cast<std::uintptr_t>(high) << 16 << 16) | low;
+    auto &self = *reinterpret_cast<Context *>(address);  // NOLINT(performance-no-int-to-ptr): see makecontext
     self.arrived(nullptr);
     while (!self.ends) {
       self.work();
