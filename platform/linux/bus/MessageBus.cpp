@@ -12,6 +12,7 @@
 #include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/bus/Weakly.h"
 #include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/facts/Environment.h"
 
 namespace kx {
 
@@ -37,17 +38,21 @@ bool hasFreeDescriptors() {
   return enough;
 }
 
-/// Null when there is no such bus: GLib itself would start one for a session that has none, and wait for it.
-GLibPointer<gchar> addressOf(GBusType type) {
-  if (type == G_BUS_TYPE_SESSION) return GLibPointer<gchar>(g_strdup(g_getenv("DBUS_SESSION_BUS_ADDRESS")));
-  return GLibPointer<gchar>(g_dbus_address_get_for_bus_sync(type, nullptr, nullptr));
+/// Absent when there is no such bus: GLib itself would start one for a session that has none, and wait for
+/// it.
+std::optional<std::string> addressOf(GBusType type) {
+  const bool isSessions = type == G_BUS_TYPE_SESSION;
+  const char *const name = isSessions ? "DBUS_SESSION_BUS_ADDRESS" : "DBUS_SYSTEM_BUS_ADDRESS";
+  auto address = Environment::ofProcess({name}).value(name);
+  if (!address && !isSessions) address = "unix:path=/var/run/dbus/system_bus_socket";  // where D-Bus has it
+  return address;
 }
 
 }  // namespace
 
 MessageBus::MessageBus(GBusType type, std::shared_ptr<LinuxRunLoop> mainRunLoop,
                        unsigned int secondsBetweenAttempts)
-    : type_(type),
+    : address_(addressOf(type)),
       mainRunLoop_(std::move(mainRunLoop)),
       betweenAttempts_(secondsBetweenAttempts),
       nextAttempt_(mainRunLoop_->context()) {}
@@ -68,17 +73,13 @@ void MessageBus::observe(Observer observer) {
 }
 
 void MessageBus::open() {
+  if (!address_) return;
   if (!hasFreeDescriptors()) return tryAgainLater();
   static std::once_flag prepared;
   std::call_once(prepared, &prepareSockets);
-  const GLibPointer<gchar> address = addressOf(type_);
-  if (address == nullptr) {
-    tryAgainLater();
-    return;
-  }
   const MainContextScope scope(mainRunLoop_->context());
   g_dbus_connection_new_for_address(
-      address.get(),
+      address_->c_str(),
       static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
       nullptr, nullptr, &whenOpened,

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/linux/bus/GLibPointers.h"
@@ -26,8 +28,9 @@ class MessageBus : public Object {
   /// the host has made that thread's default, by way of `BusNameWatch` and `BusPeer`.
   using Observer = std::function<void(GDBusConnection *connection)>;
 
-  /// `type`: the system's or the session's. After a failure or a loss the next attempt begins as long after
-  /// as from one report to the next.
+  /// `type`: the system's or the session's; its address is read from the environment here and now, on the
+  /// thread that calls the library. A session without one has no bus, ever. After a failure or a loss the
+  /// next attempt begins as long after as from one report to the next.
   MessageBus(GBusType type, std::shared_ptr<LinuxRunLoop> mainRunLoop,
              unsigned int secondsBetweenAttempts = 600);
   ~MessageBus() override;
@@ -46,7 +49,7 @@ class MessageBus : public Object {
   static void whenClosed(GDBusConnection *connection, gboolean byPeer, GError *error, gpointer data);
 
   // All of it is used on the main thread only.
-  const GBusType type_;
+  const std::optional<std::string> address_;  ///< absent where there is no such bus
   const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
   const std::chrono::seconds betweenAttempts_;
   std::vector<Observer> observers_;

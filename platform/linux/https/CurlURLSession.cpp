@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "platform/linux/https/CurlRequest.h"
@@ -36,27 +38,40 @@ class CurlURLSessionService::Task : public URLSessionUploadTask {
 
   void resume() override {
     if (resumed_.exchange(true)) return;
-    auto completion = [task = strong(*this), handler = std::move(completionHandler_)](
-                          const std::shared_ptr<URLResponse> &response,
-                          const std::optional<Error> &error) mutable {
-      // The queue's thread is the one that lets go of the handler.
-      DispatchQueue &queue = task->queue_;
-      queue.async([task = std::move(task), handler = std::move(handler), response, error] {
-        handler(response, error);
-      });
-    };
-    transport_->start(std::make_unique<CurlRequest>(std::move(request_), std::exchange(body_, std::nullopt),
-                                                    std::move(completion)));
+    resumingThread_ = std::this_thread::get_id();
+    transport_->start(
+        std::make_unique<CurlRequest>(std::move(request_), std::exchange(body_, std::nullopt),
+                                      [task = strong(*this)](const auto &response, const auto &error) {
+                                        task->complete(response, error);
+                                      }));
+    resumingThread_ = std::thread::id();
   }
 
  private:
+  /// On the transport's thread, which is the session's queue; or from within `resume`, whose caller does not
+  /// expect it.
+  void complete(const std::shared_ptr<URLResponse> &response, const std::optional<Error> &error) {
+    if (resumingThread_ == std::this_thread::get_id()) {
+      try {
+        return queue_.async([task = strong(*this), response, error] { task->tell(response, error); });
+      } catch (const std::bad_alloc &) {  // better from within than never
+      }
+    }
+    tell(response, error);
+  }
+
+  void tell(const std::shared_ptr<URLResponse> &response, const std::optional<Error> &error) {
+    std::exchange(completionHandler_, nullptr)(response, error);
+  }
+
   const std::shared_ptr<CurlTransport> transport_;
   DispatchQueue &queue_;
   std::atomic<bool> resumed_{false};
+  std::atomic<std::thread::id> resumingThread_{};  ///< none once it has been resumed
   // Given away by the first `resume`.
   URLRequest request_;
   std::optional<Data> body_;
-  URLSession::CompletionHandler completionHandler_;
+  URLSession::CompletionHandler completionHandler_;  ///< given away when it is called
 };
 
 class CurlURLSessionService::Session : public URLSession {

@@ -12,7 +12,8 @@ namespace kx {
 
 class CurlTransport;
 
-/// URL sessions on libcurl. Completion handlers run on the default-priority global queue.
+/// URL sessions on libcurl. Completion handlers run one after the other on the transport's thread, and should
+/// be short; those of requests that cannot even be begun, on the default-priority global queue.
 ///
 /// Nothing of curl or TLS is initialised, and no file is read, before the first request runs, and then on the
 /// transport's own thread. That thread lives while requests are in flight and some seconds longer, and

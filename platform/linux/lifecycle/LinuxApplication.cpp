@@ -10,6 +10,13 @@
 
 namespace kx {
 
+namespace {
+
+/// That wait for a main loop which does not run.
+constexpr std::size_t maximumTransitions = 64;
+
+}  // namespace
+
 LinuxApplication::LinuxApplication(NotificationCenter &center, Dispatch &dispatch,
                                    BackgroundRefreshStatus backgroundRefreshStatus)
     : center_(center), dispatch_(dispatch), backgroundRefreshStatus_(backgroundRefreshStatus) {}
@@ -76,16 +83,28 @@ void LinuxApplication::systemDidWake() {
 void LinuxApplication::noteTransition() {
   const bool isInBackground = hostIsInBackground_ || systemSleeps_;
   if (isInBackground == isInBackground_) return;
-  transitions_.push_back(isInBackground ? UIApplicationDidEnterBackgroundNotification
-                                        : UIApplicationWillEnterForegroundNotification);
+  if (transitions_.size() == maximumTransitions) {
+    transitions_.pop_back();  // the opposite one: nobody has heard of either
+  } else {
+    transitions_.push_back(isInBackground ? UIApplicationDidEnterBackgroundNotification
+                                          : UIApplicationWillEnterForegroundNotification);
+  }
   isInBackground_ = isInBackground;
 }
 
 void LinuxApplication::postTransitionsSoon() {
   if (dispatch_.isMainThread()) {
     postTransitions();  // those too that other threads have announced before
-  } else {
-    dispatch_.mainQueue().async([application = strong(*this)] { application->postTransitions(); });
+  } else if (!postsSoon_.exchange(true)) {
+    try {
+      dispatch_.mainQueue().async([application = strong(*this)] {
+        application->postsSoon_ = false;
+        application->postTransitions();
+      });
+    } catch (...) {  // no memory: they are posted with the next one
+      postsSoon_ = false;
+      throw;
+    }
   }
 }
 

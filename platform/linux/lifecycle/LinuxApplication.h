@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
@@ -80,7 +81,8 @@ class LinuxApplication : public Application {
   const BackgroundRefreshStatus backgroundRefreshStatus_;
   std::shared_ptr<SleepMonitor> sleepMonitor_;  ///< null where the system's sleep does not count
 
-  std::mutex mutex_;  ///< guards what follows
+  std::atomic<bool> postsSoon_{false};  ///< the main thread is going to post transitions
+  std::mutex mutex_;                    ///< guards what follows
   bool hostIsInBackground_ = false;
   bool systemSleeps_ = false;             ///< or is about to
   bool canDelaySleep_ = true;             ///< false once an announced sleep is delayed no longer

@@ -12,6 +12,7 @@
 
 #include "platform/linux/bus/FileDescriptor.h"
 #include "platform/linux/console/CallbackBoundary.h"
+#include "platform/linux/threads/ForkedChild.h"
 
 namespace kx {
 
@@ -35,7 +36,12 @@ constexpr std::uint32_t groups() {
 
 struct NetworkWatch::Watched {
   Watched(int socketNumber, NetworkWatch::Observer observer)
-      : socket(socketNumber), mayHaveChanged(std::move(observer)) {}
+      : socket(socketNumber), mayHaveChanged(std::move(observer)) {
+    ForkedChild::keepFrom(socketNumber);  // it would read the parent's news
+  }
+  ~Watched() { ForkedChild::forget(socket.number()); }
+  Watched(const Watched &) = delete;
+  Watched &operator=(const Watched &) = delete;
 
   /// Takes the news off the socket; false when there was none. What they say does not matter, the state is
   /// read afterwards; nor does it when there were too many for the kernel to keep (ENOBUFS).

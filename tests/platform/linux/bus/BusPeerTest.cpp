@@ -56,14 +56,18 @@ class BusPeerTest : public testing::Test {
     return copy;
   }
 
-  /// Has the connection's thread take all that the service has sent, and nothing else happen.
-  void letItArrive() const {
-    service.flush();
+  /// Has the bus take all that this connection has sent: what it subscribes to reaches it from then on only.
+  void letItLeave() const {
     GVariant *const answer = g_dbus_connection_call_sync(
         connection.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
         nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
     ASSERT_NE(answer, nullptr);
     g_variant_unref(answer);
+  }
+  /// Has the connection's thread take all that the service has sent, and nothing else happen.
+  void letItArrive() const {
+    service.flush();
+    letItLeave();
   }
   static void runUntilIdle() {
     while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
@@ -144,6 +148,7 @@ TEST_F(BusPeerTest, HearsTheServicesSignals) {
   std::vector<std::string> heard;
   peer->subscribe(interface, "Changed", path, nullptr,
                   [&heard](GVariant *parameters) { heard.push_back(printed(parameters)); });
+  letItLeave();
   service.emit(path, interface, "Other", "('no',)");
   service.emit("/elsewhere", interface, "Changed", "('no',)");
   service.emit(path, "org.example.Other", "Changed", "('no',)");
@@ -156,6 +161,7 @@ TEST_F(BusPeerTest, HearsTheServicesSignals) {
 TEST_F(BusPeerTest, HearsNobodyElse) {
   int heard = 0;
   peer->subscribe(interface, "Changed", nullptr, nullptr, [&heard](GVariant *) { ++heard; });
+  letItLeave();
   FakeService other(bus, "org.example.Other");
   other.appear();
   other.emit(path, interface, "Changed", "()");
@@ -171,6 +177,7 @@ TEST_F(BusPeerTest, HearsNothingOnceItHasUnsubscribed) {
   int heard = 0;
   peer->subscribe(interface, "Changed", path, nullptr, [&heard](GVariant *) { ++heard; });
   peer->followProperties(properties, path, [&heard](GVariant *) { ++heard; });
+  letItLeave();
   service.emit(path, interface, "Changed", "()");
   changeProperty("Read", "1");
   letItArrive();
@@ -186,6 +193,7 @@ TEST_F(BusPeerTest, FollowsThePropertiesThatAreOfInterest) {
   std::vector<std::string> heard;
   peer->followProperties(properties, nullptr,
                          [&heard](GVariant *parameters) { heard.push_back(printed(parameters)); });
+  letItLeave();
   changeProperty("Read", "1");
   changeProperty("Other", "2");
   service.emit(path, BusPeer::propertiesInterface, "PropertiesChanged",
@@ -203,6 +211,7 @@ TEST_F(BusPeerTest, FollowsThePropertiesOfSeveralInterfaces) {
   int heardOfOthers = 0;
   peer->followProperties(properties, path, [&heard](GVariant *) { ++heard; });
   peer->followProperties(others, path, [&heardOfOthers](GVariant *) { ++heardOfOthers; });
+  letItLeave();
   service.emit(path, BusPeer::propertiesInterface, "PropertiesChanged",
                "('org.example.Other', {'Read': <1>}, @as [])");
   changeProperty("AlsoRead", "1");
@@ -213,7 +222,7 @@ TEST_F(BusPeerTest, FollowsThePropertiesOfSeveralInterfaces) {
 TEST_F(BusPeerTest, ChangesOfOtherPropertiesDoNotWakeTheMainThread) {
   int heard = 0;
   peer->followProperties(properties, path, [&heard](GVariant *) { ++heard; });
-  letItArrive();
+  letItLeave();
   runUntilIdle();
   int wakeUps = 0;
   for (int i = 0; i < 100; ++i) {

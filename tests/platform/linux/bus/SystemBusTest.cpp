@@ -211,11 +211,20 @@ TEST_F(SystemBusTest, NoBusIsStartedForASessionThatHasNone) {
   bus->observe([](GDBusConnection *) {});
   for (int i = 0; i < 20; ++i) g_main_context_iteration(nullptr, FALSE);
   EXPECT_FALSE(std::filesystem::exists(directory.path() + "/started"));
+}
+
+TEST_F(SystemBusTest, WhatTheHostDoesToItsEnvironmentLaterDoesNotMatter) {
   const PrivateBus session;
   setenv("DBUS_SESSION_BUS_ADDRESS", session.address().c_str(), 1);
-  bool told = false;
-  bus->observe([&](GDBusConnection *connection) { told = connection != nullptr; });
-  EXPECT_TRUE(loopUntil([&] { return told; })) << "it is not looked for again";
+  const auto systems = makeBus();
+  const auto sessions = std::make_shared<SessionBus>(LinuxRunLoop::of(g_main_context_default()), 1U);
+  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+  unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+  int told = 0;
+  const auto tell = [&told](GDBusConnection *connection) { told += connection != nullptr ? 1 : 0; };
+  systems->observe(tell);
+  sessions->observe(tell);
+  EXPECT_TRUE(loopUntil([&told] { return told == 2; }));
 }
 
 TEST(SystemBusOpening, LeavesToTheHostWhatBecomesOfSIGPIPE) {

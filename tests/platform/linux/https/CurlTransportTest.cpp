@@ -205,6 +205,13 @@ TEST_F(CurlTransportTest, ReportsThatThereCanBeNoThread) {
   EXPECT_TRUE(post(server.url()).error);
 }
 
+TEST_F(CurlTransportTest, ReportsItAllTheSameWhereThereIsNoMemoryForTheQueue) {
+  settings.threadStackSize = std::size_t{1} << 50;
+  dispatch.exhaustMemory();
+  EXPECT_TRUE(post(server.url()).error);
+  EXPECT_EQ(outcomes().size(), 1U);
+}
+
 TEST_F(CurlTransportTest, ReportsThatCurlHasNoResourcesAndGoesOnWhenItHas) {
   InterposedCalls::setExhausted(true);
   const auto outcome = post(server.url());

@@ -71,13 +71,13 @@ TEST_F(CurlURLSessionTest, RefusesTextsThatAreNoURLsToSendTo) {
   }
 }
 
-TEST_F(CurlURLSessionTest, CallsTheHandlerOnceOnTheDefaultPriorityQueue) {
+TEST_F(CurlURLSessionTest, CallsTheHandlerOnceOnTheTransportsThread) {
   const auto outcome = post(server.url());
   EXPECT_EQ(outcome.status(), 200);
-  EXPECT_EQ(outcome.thread, dispatch.workerThread());
+  EXPECT_EQ(outcome.threadName, "kx-transport");
   const auto failed = post("https://nowhere.invalid/");
   EXPECT_TRUE(failed.error);
-  EXPECT_EQ(failed.thread, dispatch.workerThread());
+  EXPECT_EQ(failed.threadName, "kx-transport");
   EXPECT_EQ(outcomes().size(), 2u);
 }
 
@@ -157,16 +157,19 @@ TEST_F(CurlURLSessionTest, LetsGoOfTheHandlerOnTheQueueThatCalledIt) {
     ~Witness() { thread = std::this_thread::get_id(); }
   };
   std::atomic<std::thread::id> thread{};
+  std::atomic<std::thread::id> caller{};
   for (const std::string &url : {server.url(), std::string("https://nowhere.invalid/")}) {
     thread = std::thread::id();
     auto witness = std::make_shared<Witness>(Witness{thread});
     thread = std::thread::id();
     auto task = service().sessionWithDefaultConfiguration()->uploadTaskWithRequest(
-        request(url), Data(), [witness = std::move(witness)](const auto &, const auto &) {});
+        request(url), Data(), [&caller, witness = std::move(witness)](const auto &, const auto &) {
+          caller = std::this_thread::get_id();
+        });
     task->resume();
     task = nullptr;
     ASSERT_TRUE(eventually([&] { return thread.load() != std::thread::id(); }));
-    EXPECT_EQ(thread.load(), dispatch.workerThread());
+    EXPECT_EQ(thread.load(), caller.load());
   }
 }
 

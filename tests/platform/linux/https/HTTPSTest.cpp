@@ -1,6 +1,9 @@
 #include "tests/platform/linux/https/HTTPSTest.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <utility>
@@ -61,10 +64,12 @@ std::shared_ptr<URLSessionUploadTask> HTTPSTest::taskOf(URLSession &session, con
         EXPECT_NE(response == nullptr, !error.has_value());
         const auto duration =
             std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+        std::array<char, 16> threadName{};
+        pthread_getname_np(pthread_self(), threadName.data(), threadName.size());
         {
           const std::lock_guard<std::mutex> lock(mutex_);
           outcomes_.push_back({std::dynamic_pointer_cast<HTTPURLResponse>(response), error,
-                               std::this_thread::get_id(), duration});
+                               std::this_thread::get_id(), threadName.data(), duration});
         }
         changed_.notify_all();
       });

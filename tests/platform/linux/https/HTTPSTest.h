@@ -25,7 +25,8 @@ class HTTPSTest : public ::testing::Test {
   struct Outcome {
     std::shared_ptr<HTTPURLResponse> response;
     std::optional<Error> error;
-    std::thread::id thread;
+    std::thread::id thread;  ///< that told it
+    std::string threadName;
     std::chrono::milliseconds duration{};  ///< since the request was made
 
     long status() const { return response == nullptr ? 0 : response->statusCode(); }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -24,11 +26,14 @@ class TestDispatch : public Dispatch {
   bool isMainThread() override { return std::this_thread::get_id() == mainThread_; }
 
   std::thread::id workerThread() const { return worker_.thread(); }
+  /// From now on there is no memory for what is handed to the worker.
+  void exhaustMemory() { worker_.hasNoMemory = true; }
 
  private:
   class Worker : public DispatchQueue {
    public:
     void async(WorkItem task) override {
+      if (hasNoMemory) throw std::bad_alloc();
       {
         const std::lock_guard<std::mutex> lock(mutex_);
         tasks_.push_back(std::move(task));
@@ -36,6 +41,8 @@ class TestDispatch : public Dispatch {
       changed_.notify_one();
     }
     void sync(WorkItem) override { throw std::logic_error("nobody waits for an answer"); }
+
+    std::atomic<bool> hasNoMemory{false};
 
     std::thread::id thread() const { return thread_.get_id(); }
     /// Runs what is there and ends the thread.

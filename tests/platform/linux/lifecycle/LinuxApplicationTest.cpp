@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <new>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -131,6 +132,70 @@ TEST_F(LinuxApplicationTest, TransitionsOfManyThreadsAlternate) {
   for (std::size_t i = 0; i < posted.size(); ++i) {
     ASSERT_EQ(posted[i], i % 2 == 0 ? background : foreground) << i;
   }
+}
+
+/// A main queue that nobody serves.
+class StoppedDispatch : public Dispatch {
+ public:
+  DispatchQueue &globalQueue(DispatchQueuePriority /*priority*/) override { return queue; }
+  DispatchQueue &mainQueue() override { return queue; }
+  bool isMainThread() override { return false; }
+
+  struct Queue : DispatchQueue {
+    void async(WorkItem task) override {
+      if (hasNoMemory) throw std::bad_alloc();
+      tasks.push_back(std::move(task));
+    }
+    void sync(WorkItem /*task*/) override {}
+
+    bool hasNoMemory = false;
+    std::vector<WorkItem> tasks;
+  } queue;
+};
+
+TEST_F(LinuxApplicationTest, WhatWaitsForALoopThatDoesNotRunHasABound) {
+  const MainThread thread;
+  StoppedDispatch stopped;
+  const auto waiting = std::make_shared<LinuxApplication>(center, stopped, BackgroundRefreshStatus::denied);
+  std::vector<std::string> names;
+  for (const char *const name : {background, foreground}) {
+    center.addObserverForName(
+        name, waiting, mainOperations,
+        [&names, name](const std::shared_ptr<Notification> &) { names.push_back(name); });
+  }
+  for (int i = 0; i < 5000; ++i) {
+    waiting->didEnterBackground();
+    waiting->willEnterForeground();
+  }
+  waiting->didEnterBackground();
+  ASSERT_EQ(stopped.queue.tasks.size(), 1U);
+  stopped.queue.tasks.back()();
+  ASSERT_LE(names.size(), 100U);
+  for (std::size_t i = 0; i < names.size(); ++i) ASSERT_EQ(names[i], i % 2 == 0 ? background : foreground);
+  EXPECT_EQ(names.back(), background) << "what holds at the end";
+  waiting->willEnterForeground();
+  ASSERT_EQ(stopped.queue.tasks.size(), 2U);
+  stopped.queue.tasks.back()();
+  EXPECT_EQ(names.back(), foreground);
+}
+
+TEST_F(LinuxApplicationTest, ATransitionThatThereWasNoMemoryForIsPostedWithTheNext) {
+  const MainThread thread;
+  StoppedDispatch stopped;
+  const auto waiting = std::make_shared<LinuxApplication>(center, stopped, BackgroundRefreshStatus::denied);
+  std::vector<std::string> names;
+  for (const char *const name : {background, foreground}) {
+    center.addObserverForName(
+        name, waiting, mainOperations,
+        [&names, name](const std::shared_ptr<Notification> &) { names.push_back(name); });
+  }
+  stopped.queue.hasNoMemory = true;
+  EXPECT_THROW(waiting->didEnterBackground(), std::bad_alloc);
+  stopped.queue.hasNoMemory = false;
+  waiting->willEnterForeground();
+  ASSERT_EQ(stopped.queue.tasks.size(), 1U);
+  stopped.queue.tasks.back()();
+  EXPECT_THAT(names, ElementsAre(background, foreground));
 }
 
 TEST_F(LinuxApplicationTest, AnswersTheHostsBackgroundRefreshStatus) {

@@ -1,0 +1,64 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "platform/linux/bus/FileDescriptor.h"
+#include "platform/linux/network/NetworkWatch.h"
+#include "platform/linux/threads/ForkedChild.h"
+
+namespace kx {
+namespace {
+
+constexpr int highestDescriptor = 100;
+
+bool listensToTheKernel(int descriptor) {
+  int domain = 0;
+  socklen_t size = sizeof(domain);
+  return getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_NETLINK;
+}
+
+int socketsThatListen() {
+  int count = 0;
+  for (int descriptor = 0; descriptor < highestDescriptor; ++descriptor) {
+    if (listensToTheKernel(descriptor)) ++count;
+  }
+  return count;
+}
+
+/// What `count` returns in a child. It may call only what signal handlers may.
+template <class Count>
+int inForkedChild(Count count) {
+  const pid_t child = fork();
+  if (child == 0) _exit(count());
+  int status = 0;
+  return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+class NetworkWatchTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { ForkedChild::expect(); }
+};
+
+TEST_F(NetworkWatchTest, IsNoMoreInAForkedChild) {
+  const int others = socketsThatListen();
+  const auto watch = NetworkWatch::open([] {});
+  ASSERT_NE(watch, nullptr);
+  ASSERT_EQ(socketsThatListen(), others + 1);
+  EXPECT_EQ(inForkedChild(&socketsThatListen), others);
+  EXPECT_EQ(socketsThatListen(), others + 1) << "the parent's goes on";
+}
+
+TEST_F(NetworkWatchTest, OnceItIsGoneItsNumberIsAnotherFiles) {
+  auto watch = NetworkWatch::open([] {});
+  ASSERT_NE(watch, nullptr);
+  int number = 0;
+  while (number < highestDescriptor && !listensToTheKernel(number)) ++number;
+  watch.reset();
+  const FileDescriptor hosts(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(hosts.number(), number);
+  EXPECT_EQ(inForkedChild([number] { return listensToTheKernel(number) ? 1 : 0; }), 1);
+}
+
+}  // namespace
+}  // namespace kx
