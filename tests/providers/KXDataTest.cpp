@@ -301,71 +301,6 @@ TEST_F(KXDataTest, LeavesNothingBehindThatFollowsTheApplicationWhenItCannotBeMad
   EXPECT_EQ(alive, 0);
 }
 
-TEST_F(KXDataTest, RepeatsARequestThatWasLostToThePlatformWhenItIsAsked) {
-  const auto provider = TestProvider::make();
-  provider->whileComputing = [] { throw std::runtime_error("no memory"); };
-  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
-  EXPECT_TRUE(provider->facts().empty());
-  provider->repeatLostRequest();
-  device.runReadyTasks();
-  EXPECT_EQ(provider->facts(), (Dictionary{{"computed", 2}}));
-  provider->repeatLostRequest();  // there is no other
-  device.runReadyTasks();
-  EXPECT_EQ(provider->computed, 2);
-}
-
-TEST_F(KXDataTest, RepeatsALostRequestOnlyAsFarAsItIsPermitted) {
-  const auto provider = TestProvider::make();
-  provider->whileComputing = [] { throw std::runtime_error("no memory"); };
-  EXPECT_THROW(device.runReadyTasks(), std::runtime_error);
-  provider->permitted = false;
-  provider->repeatLostRequest();
-  device.runReadyTasks();
-  EXPECT_EQ(provider->computed, 1);
-  provider->permitted = true;  // of which whoever grants it tells
-  provider->repeatLostRequest();
-  device.runReadyTasks();
-  EXPECT_EQ(provider->computed, 1);
-}
-
-TEST_F(KXDataTest, RepeatsALostResetAsAReset) {
-  const auto provider = TestProvider::make();
-  device.runReadyTasks();
-  EXPECT_FALSE(provider->facts().empty());
-  const auto dispatch = std::make_shared<FailingDispatch>(device.scheduler);
-  device.replaced.dispatch = dispatch;
-  EXPECT_THROW(provider->resetData(), std::runtime_error);
-  provider->repeatLostRequest();  // lost again, and not for ever
-  dispatch->fails = false;
-  provider->repeatLostRequest();
-  device.runReadyTasks();
-  EXPECT_TRUE(provider->facts().empty());
-  EXPECT_EQ(provider->computed, 1);
-}
-
-TEST_F(KXDataTest, RepeatsNoRequestThatALaterOneHasOvertaken) {
-  const auto provider = TestProvider::make();
-  const auto dispatch = std::make_shared<FailingDispatch>(device.scheduler);
-  device.runReadyTasks();
-  device.replaced.dispatch = dispatch;
-  EXPECT_THROW(provider->resetData(), std::runtime_error);
-  dispatch->fails = false;
-  provider->updateData();
-  device.runReadyTasks();
-  provider->repeatLostRequest();
-  device.runReadyTasks();
-  EXPECT_EQ(provider->facts(), (Dictionary{{"computed", 2}}));
-}
-
-TEST_F(KXDataTest, RepeatsNoRequestThatIsAMistake) {
-  const auto provider = TestProvider::make();
-  provider->whileComputing = [] { throw std::logic_error("a mistake"); };
-  EXPECT_THROW(device.runReadyTasks(), std::logic_error);
-  provider->repeatLostRequest();
-  device.runReadyTasks();
-  EXPECT_EQ(provider->computed, 1);
-}
-
 TEST_F(KXDataTest, HasAReaderAndASetterForEachProperty) {
   const auto provider = TestProvider::make();
   const auto data = std::make_shared<MutableDictionary>();
@@ -414,49 +349,6 @@ TEST_F(KXDataTest, UpdatesItselfWhenItsTimerFires) {
   EXPECT_EQ(provider->computed, 1);
   device.runReadyTasks();
   EXPECT_EQ(provider->computed, 2);
-}
-
-// ---- Tear-down, which no provider meets whose observations a notification center keeps
-
-/// Keeps no observers, and remembers which one was withdrawn last.
-class ForgetfulNotificationCenter : public NotificationCenter {
- public:
-  void addObserverForName(const std::string & /*name*/, const std::shared_ptr<Object> & /*object*/,
-                          const std::shared_ptr<OperationQueue> & /*queue*/, Handler /*block*/) override {}
-  void addObserver(const std::shared_ptr<Object> & /*observer*/, Selector /*selector*/,
-                   const std::string & /*name*/, const std::shared_ptr<Object> & /*object*/) override {}
-  void removeObserver(const Object &observer) override { withdrawn = &observer; }
-  void postNotificationName(const std::string & /*name*/,
-                            const std::shared_ptr<Object> & /*object*/) override {}
-
-  const Object *withdrawn = nullptr;
-};
-
-class ForgetfulPlatform : public SimulatedPlatform {
- public:
-  NotificationCenter &defaultNotificationCenter() override { return center; }
-
-  ForgetfulNotificationCenter center;
-};
-
-TEST(KXDataTearDownTest, CancelsWhatWaitsAndWithdrawsItself) {
-  auto owned = std::make_unique<ForgetfulPlatform>();
-  ForgetfulPlatform &device = *owned;
-  ASSERT_TRUE(Platform::install(std::move(owned)));
-  std::weak_ptr<TestProvider> provider;
-  const Object *identity = nullptr;
-  bool ran = false;
-  {
-    const auto held = TestProvider::make();
-    device.runReadyTasks();
-    held->computeDataOperationQueue()->addOperation([&ran] { ran = true; });
-    provider = held;
-    identity = held.get();
-  }
-  EXPECT_TRUE(provider.expired());
-  EXPECT_EQ(device.center.withdrawn, identity);
-  device.runReadyTasks();
-  EXPECT_FALSE(ran);
 }
 
 }  // namespace

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "tools/collector/DocumentRules.h"
+#include "tools/collector/Refusal.h"
+
 namespace kx::collector {
 
 namespace {
@@ -17,6 +20,15 @@ Request request(const char *path, const Document &document) {
 }
 
 }  // namespace
+
+bool isMessageDocument(const std::string &text) {
+  try {
+    checkMessageDocument(parseDocument(text));
+    return true;
+  } catch (const Refusal &) {
+    return false;
+  }
+}
 
 std::string gzip(const std::string &text) {
   z_stream stream{};

@@ -14,6 +14,9 @@ std::string gzip(const std::string &text);
 Document loginDocument();
 Document messageDocument();
 
+/// Whether the text is a message in its array, by those who know why if not.
+bool isMessageDocument(const std::string &text);
+
 /// Requests that are accepted.
 Request loginRequest(const Document &document = loginDocument());
 Request messageRequest(const std::string &accessToken, const Document &document = messageDocument());

@@ -1,19 +1,11 @@
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "tests/platform/linux/lifecycle/SleepTest.h"
 
-#include <array>
 #include <filesystem>
 #include <limits>
 #include <optional>
 #include <stdexcept>
 
-#include "KXPublisher/platform/Platform.h"
-#include "KXPublisher/platform/URLSession.h"
 #include "platform/linux/lifecycle/SleepMonitor.h"
-#include "tests/platform/linux/https/UnansweredAddress.h"
-#include "tests/platform/linux/lifecycle/FakeLogind.h"
-#include "tests/platform/linux/lifecycle/LifecycleTest.h"
 
 // What the application makes of the system's sleep, with a logind that does as it should.
 
@@ -22,37 +14,6 @@ namespace {
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
-
-class SleepTest : public LifecycleTest {
- protected:
-  SleepTest() {
-    EXPECT_TRUE(loopUntil([this] { return isReady(); }));
-  }
-
-  /// Whether the lock and the delay have arrived: no answer is waited for, each of which has a time limit.
-  bool isReady() { return logind.heldLocks() == 1 && logind.delaysRead == 1 && untilNextDue() == -1; }
-  bool comesTo(std::size_t notifications) {
-    return loopUntil([&] { return posted.size() == notifications; });
-  }
-  bool comesToHold(std::size_t locks) {
-    return loopUntil([&] { return logind.heldLocks() == locks; });
-  }
-  /// The log makes the process's own device, whose application follows sleep, too: it had better be there
-  /// before what is logged.
-  void makeTheProcessesDevice() {
-    const auto delaysRead = logind.delaysRead;
-    Platform::current();
-    ASSERT_TRUE(loopUntil(
-        [&] { return logind.heldLocks() == 2 && logind.delaysRead > delaysRead && untilNextDue() == -1; }));
-  }
-  /// Has logind announce sleep, and waits until the application has heard of it.
-  void announceSleep() {
-    logind.prepareForSleep(true);
-    ASSERT_TRUE(comesTo(posted.size() + 1));
-  }
-
-  FakeLogind logind{bus};
-};
 
 /// A short delay, so that tasks expire after half of it.
 class ExpirationTest : public SleepTest {
@@ -162,90 +123,6 @@ TEST_F(SleepTest, AnObserverThatThrowsDoesNotDelaySleep) {
   announceSleep();
   EXPECT_TRUE(comesToHold(0));
   EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr("an observer's reason"));
-}
-
-// ---- What is on its way
-
-TEST_F(SleepTest, WhatIsOnItsWayDelaysSleepAfterItsTaskHasEnded) {
-  std::shared_ptr<void> underWay;
-  onBackground([&] {
-    const auto task = application->beginBackgroundTaskWithName("task", nullptr);
-    underWay = application->delaySleep();
-    application->endBackgroundTask(task);
-  });
-  announceSleep();
-  loopFor(milliseconds(100));
-  EXPECT_EQ(logind.heldLocks(), 1U);
-  std::thread([&] { underWay.reset(); }).join();
-  EXPECT_TRUE(comesToHold(0));
-  EXPECT_EQ(logind.requests.size(), 1U) << "it has been held all the time";
-}
-
-TEST_F(SleepTest, TheLastOfSeveralThatAreOnTheirWayLetsTheSystemSleep) {
-  std::vector<std::shared_ptr<void>> underWay;
-  onBackground([&] {
-    for (int i = 0; i < 3; ++i) underWay.push_back(application->delaySleep());
-  });
-  announceSleep();
-  while (underWay.size() > 1) underWay.pop_back();
-  loopFor(milliseconds(100));
-  EXPECT_EQ(logind.heldLocks(), 1U);
-  underWay.clear();
-  EXPECT_TRUE(comesToHold(0));
-}
-
-TEST_F(SleepTest, InTheBackgroundWhatIsOnItsWayDelaysSleepToo) {
-  application->didEnterBackground();
-  ASSERT_TRUE(comesToHold(0));
-  auto underWay = application->delaySleep();
-  ASSERT_TRUE(comesToHold(1));
-  logind.prepareForSleep(true);
-  loopFor(milliseconds(100));
-  EXPECT_EQ(logind.heldLocks(), 1U);
-  underWay.reset();
-  EXPECT_TRUE(comesToHold(0));
-}
-
-TEST_F(SleepTest, InTheForegroundWhatIsOnItsWayCostsTheMainThreadNothing) {
-  const auto underWay = application->delaySleep();
-  EXPECT_EQ(untilNextDue(), -1);
-}
-
-TEST_F(SleepTest, ARequestOfTheProcesssDeviceIsOnItsWayUntilItHasEnded) {
-  makeTheProcessesDevice();
-  auto address = std::make_optional<UnansweredAddress>();
-  const auto session = Platform::current().urlSessions().sessionWithDefaultConfiguration();
-  URLRequest request(URL{address->url()});
-  request.HTTPMethod = "POST";
-  session->uploadTaskWithRequest(request, Data(), [](const auto &, const auto &) {})->resume();
-  announceSleep();
-  ASSERT_TRUE(comesToHold(1)) << "the fixture's application waits for nothing";
-  loopFor(milliseconds(200));
-  EXPECT_EQ(logind.heldLocks(), 1U);
-  address.reset();
-  EXPECT_TRUE(comesToHold(0));
-}
-
-TEST_F(SleepTest, AForkedChildHoldsNoLock) {
-  std::array<int, 2> ends{};
-  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    close(ends[1]);
-    char byte = 0;
-    _exit(read(ends[0], &byte, 1) == 0 ? 0 : 1);  // when the test closes the other end
-  }
-  ASSERT_GT(child, 0);
-  EXPECT_EQ(logind.heldLocks(), 1U);
-  announceSleep();
-  EXPECT_TRUE(comesToHold(0)) << "the child holds it";
-  logind.prepareForSleep(false);
-  EXPECT_TRUE(comesToHold(1));
-  close(ends[1]);
-  close(ends[0]);
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
 }
 
 // ---- The host's background and the system's
