@@ -19,6 +19,7 @@ class LinuxReachabilityTunnelTest : public ReachabilityTest {
     ReachabilityTest::SetUp();
     if (IsSkipped()) return;
     bus = std::make_unique<PrivateBus>();
+    makeService();  // anew: it has read before where the bus is
     tunnel = std::make_unique<TunnelInterface>("tun0");
     ip("route add default dev tun0");
   }
