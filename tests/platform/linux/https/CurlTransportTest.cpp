@@ -78,6 +78,20 @@ TEST_F(CurlTransportTest, TakesRequestsFromManyThreads) {
   EXPECT_TRUE(eventually(&noThread));
 }
 
+TEST_F(CurlTransportTest, TheLingerBeginsWithTheEndOfARequest) {
+  settings.linger = seconds(2);
+  server.setScript([this](TestConnection &connection) {
+    connection.handshake();
+    while (true) {
+      connection.readRequest();
+      std::this_thread::sleep_for(settings.linger + milliseconds(100));
+      connection.answer(200);
+    }
+  });
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(post(server.url()).status(), 200);
+  EXPECT_EQ(server.connections(), 1);
+}
+
 TEST_F(CurlTransportTest, ReusesAConnectionWithinTheLinger) {
   EXPECT_EQ(CurlSettings().linger, seconds(6));
   for (int i = 0; i < 5; ++i) EXPECT_EQ(post(server.url()).status(), 200);
