@@ -33,6 +33,22 @@ TEST_F(CurlFailureTest, GivesUpAfterSixtySecondsWithoutProgress) {
   EXPECT_EQ(CurlSettings().timeoutWithoutProgress, seconds(60));
 }
 
+TEST_F(CurlFailureTest, GivesUpEachRequestAtItsOwnTime) {
+  settings.timeoutWithoutProgress = seconds(4);
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    connection.stall();
+  });
+  task(request(server.url()))->resume();
+  std::this_thread::sleep_for(seconds(3));
+  task(request(server.url()))->resume();
+  for (const auto &outcome : waitForOutcomes(2)) {
+    expectTimeout(outcome);
+    EXPECT_LT(outcome.duration, milliseconds(6500)) << "it has waited for the later one";
+  }
+}
+
 TEST_F(CurlFailureTest, ReportsConnectionsThatAreDroppedAtAnyStage) {
   const std::vector<TestServer::Script> scripts = {
       [](TestConnection &) {},
