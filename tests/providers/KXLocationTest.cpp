@@ -201,6 +201,15 @@ TEST_F(KXLocationTest, IgnoresNewPositionsWithoutPermission) {
   EXPECT_EQ(facts(), berlinPosition);
 }
 
+TEST_F(KXLocationTest, LooksForThePlaceOfAPositionThoughThePermissionHasGoneMeanwhile) {
+  service.position = berlin;
+  facts();
+  KXLocation::sharedInstance()->updateData();
+  service.enabled = false;
+  facts();
+  EXPECT_EQ(service.geocoded.size(), 2u);
+}
+
 TEST_F(KXLocationTest, LetsALatePlaceReplaceANewerPosition) {
   service.position = berlin;
   service.placemarks = {berlinPlace};
