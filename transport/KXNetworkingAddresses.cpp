@@ -9,6 +9,8 @@ namespace kx {
 
 namespace {
 
+constexpr decltype(InterfaceAddress::bytesAfterPort) noAddress{};
+
 /// Wi-Fi and wired, cellular data, VPN tunnels.
 bool carriesTraffic(std::string_view interfaceName) {
   for (const std::string_view prefix : {"en", "pdp_ip", "ipsec"}) {
@@ -22,11 +24,10 @@ bool carriesTraffic(std::string_view interfaceName) {
 std::vector<std::string> KXNetworking::getIPAddresses() {
   std::vector<std::string> addresses;
   for (const InterfaceAddress &entry : Platform::current().interfaceList().getifaddrs()) {
-    if (entry.family == AddressFamily::other) continue;
-    // Of an IPv6 entry these bytes are the flow information, all zero, so that it is left out below.
+    // Of an IPv6 entry these bytes are the flow information, all zero, so that it is left out.
     const auto &bytes = entry.bytesAfterPort;
-    const std::string address = stringWithFormat("%d.%d.%d.%d", {bytes[0], bytes[1], bytes[2], bytes[3]});
-    if (carriesTraffic(entry.name) && address != "0.0.0.0") addresses.push_back(address);
+    if (bytes == noAddress || entry.family == AddressFamily::other || !carriesTraffic(entry.name)) continue;
+    addresses.push_back(stringWithFormat("%d.%d.%d.%d", {bytes[0], bytes[1], bytes[2], bytes[3]}));
   }
   return addresses;
 }

@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "KXPublisher/diagnostics/KXLogError.h"
 #include "KXPublisher/platform/Platform.h"
 #include "KXPublisher/transport/KXNetworking.h"
@@ -8,7 +10,9 @@ namespace kx {
 
 void KXNetworking::sendData(const Dictionary &message) {
   repeatLostAccessTokenRefresh();
-  const auto json = jsonForObject(Array{message});
+  Array messages;
+  messages.emplace_back(message);
+  const auto json = jsonForObject(std::move(messages));
   if (!accessToken()) {
     Journal::shared().reportDropped(KXDiagnosis::Drop::noAccessToken);
     return;

@@ -1,6 +1,7 @@
 #include <rapidjson/encodings.h>
 #include <rapidjson/writer.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -20,6 +21,13 @@ class TextStream {
 
   std::string text;
 };
+
+/// Whether JSON has the text as it is, without a further look at it.
+bool isPlain(const std::string &text) {
+  return std::all_of(text.begin(), text.end(), [](char character) {
+    return character >= ' ' && character <= '~' && character != '"' && character != '\\';
+  });
+}
 
 /// A text as a stream that RapidJSON reads characters from. It ends with zeros, as many as are asked for:
 /// RapidJSON's own, which its writer validates by, is read past its end where it is cut off in a character.
@@ -62,6 +70,12 @@ class ValueWriter : private rapidjson::Writer<TextStream, rapidjson::UTF8<>, rap
 
  private:
   bool writeText(const std::string &text) {
+    if (isPlain(text)) {
+      stream_.Put('"');
+      stream_.text += text;
+      stream_.Put('"');
+      return true;
+    }
     if (areTextsChecked && !CheckedText(text).isUTF8()) return false;
     return this->WriteString(text.data(), static_cast<rapidjson::SizeType>(text.size()));
   }

@@ -165,6 +165,7 @@ TEST_F(KXDeviceTest, TakesTheDeviceOnceAtItsCreation) {
   const auto provider = KXDevice::sharedInstance();
   device.device->present = false;
   EXPECT_EQ(provider->currentDevice(), device.device);
+  device.device->present = true;
   provider->setCurrentDevice(nullptr);
   EXPECT_EQ(provider->deviceType(), std::nullopt);
 }

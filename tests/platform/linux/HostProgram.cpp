@@ -5,6 +5,8 @@
 #include <atomic>
 #include <clocale>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "KXPublisher/KXPublisher.hpp"
@@ -113,6 +115,9 @@ void runForAWhile(const std::shared_ptr<KXPublisher> &publisher) {
   publisher->logData(nullptr);
   for (const auto &provider : publisher->dataProviders()) provider->updateData();
   Platform::current().dispatch().globalQueue(DispatchQueuePriority::standard).sync([] {});
+  Platform::current().dispatch().globalQueue(DispatchQueuePriority::standard).async([] {
+    if (getpid() != processOfTheCall) std::printf("work of a worker in the process that was forked\n");
+  });
   Platform::current().dispatch().globalQueue(DispatchQueuePriority::background).async([] {
     std::printf("work in process %s\n", getpid() == processOfTheCall ? "of the call" : "that was forked");
     hasWorked = true;
@@ -120,11 +125,21 @@ void runForAWhile(const std::shared_ptr<KXPublisher> &publisher) {
   g_main_loop_run(loop);
 }
 
+bool hasWorkers() {
+  for (const auto &thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    if (name.rfind("kx-", 0) == 0 && name != "kx-transport") return true;
+  }
+  return false;
+}
+
 /// Forks after the library's first call; the parent goes on, too, or it ends, as a daemon's does.
 int fork(bool endsParent) {
   const auto publisher = KXPublisher::sharedInstanceWithApiToken("the API token", "collect.invalid");
   processOfTheCall = getpid();
-  while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+  // The workers have ended, so that a child would have to make its own.
+  while (g_main_context_iteration(nullptr, FALSE) != FALSE || hasWorkers()) {
   }
   const pid_t child = ::fork();
   if (child == 0) {
