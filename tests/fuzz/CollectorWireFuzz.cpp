@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <memory>
 #include <thread>
@@ -46,6 +47,16 @@ struct RunningServer {
   Server server{io, tls, service, log, {boost::asio::ip::address_v4::loopback(), 0}};
 };
 
+/// Repeats what the search's own clock has interrupted.
+template <class Step>
+int uninterrupted(SSL &tls, Step step) {
+  while (true) {
+    const int result = step();
+    const int error = SSL_get_error(&tls, result);
+    if (error != SSL_ERROR_WANT_READ && error != SSL_ERROR_WANT_WRITE) return result;
+  }
+}
+
 /// Says `bytes` and its farewell, and waits until the server has ended the connection.
 void talk(std::uint16_t port, const std::uint8_t *bytes, std::size_t size) {
   static SSL_CTX *const context = SSL_CTX_new(TLS_client_method());
@@ -60,12 +71,11 @@ void talk(std::uint16_t port, const std::uint8_t *bytes, std::size_t size) {
   setsockopt(socket.number(), IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
   const std::unique_ptr<SSL, void (*)(SSL *)> tls(SSL_new(context), &SSL_free);
   SSL_set_fd(tls.get(), socket.number());
-  require(SSL_connect(tls.get()) == 1, "the server shakes hands");
-  if (size > 0) SSL_write(tls.get(), bytes, static_cast<int>(size));
+  require(uninterrupted(*tls, [&] { return SSL_connect(tls.get()); }) == 1, "the server shakes hands");
+  if (size > 0) uninterrupted(*tls, [&] { return SSL_write(tls.get(), bytes, static_cast<int>(size)); });
   SSL_shutdown(tls.get());
   std::array<char, 4096> rest;
-  while (recv(socket.number(), rest.data(), rest.size(), 0) > 0) {
-  }
+  while (recv(socket.number(), rest.data(), rest.size(), 0) > 0 || errno == EINTR) errno = 0;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "KXPublisher/providers/KXLocation.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/SimulatedTest.h"
 
@@ -51,6 +52,23 @@ TEST(KXDataTearDownTest, CancelsWhatWaitsAndWithdrawsItself) {
   EXPECT_EQ(device.center.withdrawn, identity);
   device.runReadyTasks();
   EXPECT_FALSE(ran);
+}
+
+class OwnLocation : public KXLocation {
+ public:
+  static std::shared_ptr<OwnLocation> make() { return KXData::make<OwnLocation>(); }
+};
+
+TEST(KXDataTearDownTest, EndsTheUpdatesOfThePosition) {
+  auto owned = std::make_unique<ForgetfulPlatform>();
+  ForgetfulPlatform &device = *owned;
+  ASSERT_TRUE(Platform::install(std::move(owned)));
+  auto provider = OwnLocation::make();
+  device.runReadyTasks();
+  const auto managerThatStays = provider->locationManager();
+  ASSERT_TRUE(device.locationService.updating());
+  provider.reset();
+  EXPECT_FALSE(device.locationService.updating());
 }
 
 }  // namespace

@@ -68,6 +68,16 @@ TEST_F(KXLocationTest, LeavesOutWhatThePlaceDoesNotTell) {
   EXPECT_EQ(facts(), expected);
 }
 
+TEST_F(KXLocationTest, TellsOfAPlaceWhatThereIsThoughItsCountryIsNotKnown) {
+  service.position = berlin;
+  service.placemarks = {Placemark{std::nullopt, "Berlin", "Berlin", "10115", std::nullopt}};
+  facts();
+  device.advance(1);
+  Dictionary expected = berlinPosition;
+  expected.addEntriesFrom({{"state", "Berlin"}, {"city", "Berlin"}, {"zip", "10115"}});
+  EXPECT_EQ(facts(), expected);
+}
+
 TEST_F(KXLocationTest, ReportsTheTimeZoneInWholeSeconds) {
   service.position = berlin;
   service.placemarks = {berlinPlace};

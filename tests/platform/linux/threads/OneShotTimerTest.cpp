@@ -45,6 +45,14 @@ TEST_F(OneShotTimerTest, FiresInPlaceOfWhatItWasScheduledForBefore) {
   EXPECT_EQ(fired, 1);
 }
 
+TEST_F(OneShotTimerTest, ScheduledForLaterItDoesNotFireAtTheTimeBefore) {
+  timer->schedule(milliseconds(1), [this] { ++fired; });
+  timer->schedule(std::chrono::hours(1), [this] { ++fired; });
+  runOn();
+  EXPECT_EQ(fired, 0);
+  EXPECT_TRUE(timer->isScheduled());
+}
+
 TEST_F(OneShotTimerTest, NeverFiresWhenItIsCancelledOrGone) {
   timer->schedule(milliseconds(1), [this] { ++fired; });
   timer->cancel();
