@@ -60,8 +60,8 @@ std::optional<Route> parse(const std::array<char, 4096> &answer, std::size_t siz
   Route route;
   const auto header = partOf<nlmsghdr>(answer, size, 0);
   if (header.nlmsg_type == NLMSG_ERROR) {
-    const int error = -partOf<nlmsgerr>(answer, size, NLMSG_HDRLEN).error;
-    return error == EPERM ? std::nullopt : std::optional(route);  // otherwise a way of saying "unreachable"
+    const int error = partOf<nlmsgerr>(answer, size, NLMSG_HDRLEN).error;
+    return error == -EPERM ? std::nullopt : std::optional(route);  // otherwise a way of saying "unreachable"
   }
   if (header.nlmsg_type != RTM_NEWROUTE) return std::nullopt;
   std::size_t offset = NLMSG_HDRLEN;
