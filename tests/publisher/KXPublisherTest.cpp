@@ -6,6 +6,12 @@
 
 #include "KXPublisher/diagnostics/KXLog.h"
 #include "KXPublisher/diagnostics/KXLogError.h"
+#include "KXPublisher/platform/LocalNotificationCenter.h"
+#include "KXPublisher/providers/KXAsn.h"
+#include "KXPublisher/providers/KXCarrier.h"
+#include "KXPublisher/providers/KXConnection.h"
+#include "KXPublisher/providers/KXDevice.h"
+#include "KXPublisher/providers/KXLocation.h"
 #include "KXPublisher/publisher/KXLogger.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/FailingDispatch.h"
@@ -333,6 +339,33 @@ TEST_F(KXPublisherTest, IsNoneWhereThePlatformThrowsAndWholeWhenItIsAskedForAgai
   device.advance(10);
   EXPECT_EQ(sent(), 1u);
   application.enterBackground();
+  device.advance(10);
+  EXPECT_EQ(sent(), 2u);
+}
+
+TEST_F(KXPublisherTest, WhatIsNotWholeDoesNotFollowTheApplication) {
+  class SecondFails : public LocalNotificationCenter {
+   public:
+    using LocalNotificationCenter::LocalNotificationCenter;
+    void addObserverForName(const std::string &name, const std::shared_ptr<Object> &object,
+                            const std::shared_ptr<OperationQueue> &queue, Handler block) override {
+      if (++asked == 2) throw std::runtime_error("no memory");
+      LocalNotificationCenter::addObserverForName(name, object, queue, std::move(block));
+    }
+    int asked = 0;
+  };
+  KXDevice::sharedInstance();
+  KXCarrier::sharedInstance();
+  KXLocation::sharedInstance();
+  KXConnection::sharedInstance();
+  KXAsn::sharedInstance();
+  device.replaced.notificationCenter = std::make_shared<SecondFails>(device.scheduler, device.mainOperations);
+  EXPECT_EQ(start(), nullptr);
+  EXPECT_NE(start(), nullptr);
+  device.advance(10);
+  EXPECT_EQ(sent(), 1u);
+  device.defaultNotificationCenter().postNotificationName(UIApplicationDidEnterBackgroundNotification,
+                                                          device.application);
   device.advance(10);
   EXPECT_EQ(sent(), 2u);
 }

@@ -61,7 +61,7 @@ void BusPeer::call(const std::string &path, const char *interface, const char *m
   const bool wantsReply = reply != nullptr;
   g_dbus_connection_call(connection_.get(), owner_.c_str(), path.c_str(), interface, method, parameters,
                          G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NO_AUTO_START, millisecondsForReply,
-                         wantsReply ? calls_.get() : nullptr, wantsReply ? &whenReplied : nullptr,
+                         calls_.get(), wantsReply ? &whenReplied : nullptr,
                          wantsReply ? new Call{std::move(reply), retained(calls_.get())} : nullptr);
 }
 

@@ -1,10 +1,12 @@
 #include <gio/gio.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -141,8 +143,14 @@ int fork(bool endsParent) {
   // The workers have ended, so that a child would have to make its own.
   while (g_main_context_iteration(nullptr, FALSE) != FALSE || hasWorkers()) {
   }
+  Platform::current().dispatch().mainQueue().async([] {
+    if (getpid() != processOfTheCall) std::printf("work of the loop in the process that was forked\n");
+  });
   const pid_t child = ::fork();
   if (child == 0) {
+    const auto allocated = mallinfo2().uordblks;
+    for (int i = 0; i < 10'000; ++i) Platform::current().dispatch().mainQueue().async([i] { std::exit(i); });
+    if (mallinfo2().uordblks > allocated + 10'000) std::printf("what is not done is kept\n");
     runForAWhile(publisher);
     std::fflush(stdout);
     _exit(3);
