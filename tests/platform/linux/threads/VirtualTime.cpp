@@ -188,13 +188,11 @@ void VirtualTime::run(double seconds) {
 
 void VirtualTime::settle() {
   while (true) {
-    while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
-    }
-    if (!mayPass()) {
-      systemPoll(nullptr, 0, breath);
-    } else if (g_main_context_pending(nullptr) == FALSE) {
-      return;
-    }
+    const bool othersRest = mayPass();
+    bool wasBusy = false;
+    while (g_main_context_iteration(nullptr, FALSE) != FALSE) wasBusy = true;
+    if (othersRest && !wasBusy) return;
+    if (!othersRest) systemPoll(nullptr, 0, breath);
   }
 }
 
