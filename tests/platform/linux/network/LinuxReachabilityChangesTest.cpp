@@ -57,7 +57,10 @@ TEST_F(LinuxReachabilityChangesTest, AChangeThatWasAskedForIsReportedOnce) {
   ip("route add default dev eth0");
   EXPECT_THAT(flags(), Optional(flagsOfWifi));
   settle();
-  EXPECT_THAT(reports->flags, ElementsAre(flagsOfWifi));
+  ip("route del default");
+  EXPECT_TRUE(becomes(reports, flagsOfNone));
+  settle();
+  EXPECT_THAT(reports->flags, ElementsAre(flagsOfWifi, flagsOfNone));
 }
 
 TEST_F(LinuxReachabilityChangesTest, ARouteByIPv6IsReported) {

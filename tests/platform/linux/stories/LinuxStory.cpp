@@ -13,6 +13,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -220,9 +221,7 @@ class Play {
       case Happening::messageIsAnswered:
         return service_->answerMessageBy(number);
       case Happening::hostReports:
-        model_.hostReports(static_cast<unsigned>(number));
-        for (int i = 0; i < number; ++i) publisher_->logDataAsync(true);
-        return;
+        return hostReports(number);
       case Happening::updatesPause:
       case Happening::updatesResume:
       case Happening::isSuspended:
@@ -232,6 +231,21 @@ class Play {
       case Happening::userDrags:
         return;
     }
+  }
+
+  /// From several threads, and many at once: only then have the library's own threads much to do with each
+  /// other. Now and then all of them are refused together.
+  void hostReports(int times) {
+    constexpr int hostThreads = 3;
+    if (random_() % 2 == 0) service_->revokeTokens();
+    model_.hostReports(static_cast<unsigned>(times * hostThreads));
+    std::vector<std::thread> reporting;
+    for (int i = 0; i < hostThreads; ++i) {
+      reporting.emplace_back([this, times] {
+        for (int j = 0; j < times; ++j) publisher_->logDataAsync(true);
+      });
+    }
+    for (std::thread &thread : reporting) thread.join();
   }
 
   void changesSide(bool toBackground) {
@@ -258,6 +272,7 @@ class Play {
   void changeNetwork(int number) {
     if (number == 3) return;  // a network of which nothing is known: on Linux there is none
     service_->setReachable(number != 0);
+    if (number == 0) time_->settle();  // what is sent again is too late, too
     if (std::exchange(network_, number) == number) return;
     NetworkNamespace::ip(number == 0   ? "route flush default"
                          : number == 1 ? "route replace default dev wlan0"

@@ -105,6 +105,7 @@ void StoryService::serve(TestConnection &connection) {
   connection.handshake();
   for (bool isFirst = true;; isFirst = false) {
     const Request request = parsed(connection.readRequest());
+    if (!isReachable_) return connection.reset();  // too late
     struct InHand {
       std::atomic<int> &count;
       explicit InHand(std::atomic<int> &counted) : count(counted) { ++count; }
