@@ -44,6 +44,8 @@ class ChildProcess {
   void write(const std::string &text);
   void closeInput();
   void sendSignal(int signal) const;
+  /// Its number while it runs.
+  pid_t process() const { return pid_; }
 
   /// What it has printed so far.
   std::string output() const;

@@ -17,6 +17,8 @@ class PrivateBus {
   PrivateBus();
 
   const std::string &address() const { return address_; }
+  /// The process that it is, while it runs.
+  pid_t process() const { return daemon_->process(); }
 
   /// A new connection to it, for a stand-in service. What arrives is dispatched by the context that was the
   /// calling thread's default when an object was exported or a signal subscribed to.

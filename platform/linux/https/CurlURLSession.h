@@ -22,8 +22,8 @@ class CurlTransport;
 /// However many requests come at once, four run at a time and the others wait; see `CurlTransport`.
 ///
 /// A request is written to the wire once, unless a redirect asks for more, or it went out on a connection of
-/// an earlier request that turns out to have been closed before a byte of the answer came: then curl sends it
-/// again on a new one, as browsers do.
+/// an earlier request that turns out to have been closed before a line of the answer was there: then curl
+/// sends it again on a new one, as browsers do.
 ///
 /// When the process ends, requests on their way are dropped without a call of their handlers; see
 /// `CurlProcess`. A child of `fork` that does not call `exec` sends nothing; see `ForkedChild`.

@@ -35,6 +35,8 @@ NetworkReachabilityFlags flagsOf(const NetworkInterface &interface, NetworkManag
 struct LinuxReachability::Schedule {
   std::shared_ptr<NetworkWatch> watch;
   NetworkReachabilityFlags flags = 0;  ///< those of which the callback knows
+  /// Others that somebody has been told since then, who takes them for the latest.
+  std::optional<NetworkReachabilityFlags> flagsElsewhere;
 };
 
 class LinuxReachability::Target : public NetworkReachabilityTarget {
@@ -97,9 +99,17 @@ NetworkReachabilityRef LinuxReachability::createWithAddress(const SocketAddress 
 
 std::optional<NetworkReachabilityFlags> LinuxReachability::getFlags(NetworkReachabilityRef target) {
   if (target == nullptr) return std::nullopt;
-  const auto interface = Target::of(target)->interface();
-  if (!interface) return flagsOfPortal();
-  return flagsOf(*interface, networkManager_->bearer());
+  Target &asked = *Target::of(target);
+  const auto interface = asked.interface();
+  const auto flags = interface ? flagsOf(*interface, networkManager_->bearer()) : flagsOfPortal();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (const auto &[runLoop, schedule] : asked.schedules) {
+    if (schedule->flags == flags.value_or(0)) continue;
+    // All may be as it was before the callback hears of it.
+    schedule->flagsElsewhere = flags.value_or(0);
+    schedule->watch->checkSoon();
+  }
+  return flags;
 }
 
 bool LinuxReachability::setCallback(NetworkReachabilityRef target, NetworkReachabilityCallback callback,
@@ -130,8 +140,9 @@ bool LinuxReachability::scheduleWithRunLoop(NetworkReachabilityRef target,
     scheduled.schedules.emplace(runLoop, schedule);
   }
   // What changes after this reading is told as a change, what has changed before it is not.
-  schedule->flags = flagsFor(scheduled, schedule);
+  const NetworkReachabilityFlags flags = flagsFor(scheduled, schedule);
   const std::lock_guard<std::mutex> lock(mutex_);
+  schedule->flags = flags;
   if (scheduled.has(schedule)) schedule->watch->attach(linuxRunLoop->context());
   return true;
 }
@@ -175,7 +186,9 @@ void LinuxReachability::check(Target &target, const std::shared_ptr<Schedule> &s
   std::weak_ptr<Object> info;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (!target.has(schedule) || schedule->flags == flags) return;
+    if (!target.has(schedule)) return;
+    const auto elsewhere = std::exchange(schedule->flagsElsewhere, std::nullopt);
+    if (schedule->flags == flags && elsewhere.value_or(flags) == flags) return;
     schedule->flags = flags;
     callback = target.callback;
     info = target.context.info;

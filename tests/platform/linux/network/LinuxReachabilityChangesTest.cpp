@@ -41,6 +41,28 @@ TEST_F(LinuxReachabilityChangesTest, ADefaultRouteThatIsAddedReplacedAndRemovedI
   EXPECT_THAT(reports->flags, ElementsAre(flagsOfWifi, flagsOfCellular, flagsOfNone));
 }
 
+// Who asks while the network changes to and fro would keep what was so for a moment.
+TEST_F(LinuxReachabilityChangesTest, AChangeAndBackIsReportedWhenSomebodyHasAskedInBetween) {
+  addLink("eth0");
+  const auto reports = report(anywhere);
+  ip("route add default dev eth0");
+  EXPECT_THAT(flags(), Optional(flagsOfWifi));
+  ip("route del default");
+  EXPECT_TRUE(becomes(reports, flagsOfNone));
+}
+
+TEST_F(LinuxReachabilityChangesTest, AChangeThatWasAskedForIsReportedOnce) {
+  addLink("eth0");
+  const auto reports = report(anywhere);
+  ip("route add default dev eth0");
+  EXPECT_THAT(flags(), Optional(flagsOfWifi));
+  settle();
+  ip("route del default");
+  EXPECT_TRUE(becomes(reports, flagsOfNone));
+  settle();
+  EXPECT_THAT(reports->flags, ElementsAre(flagsOfWifi, flagsOfNone));
+}
+
 TEST_F(LinuxReachabilityChangesTest, ARouteByIPv6IsReported) {
   addLink("eth0");
   const auto reports = report(anywhere);
