@@ -156,6 +156,19 @@ TEST(MessageValuesTest, AreAbsentForWhatIsRefused) {
   EXPECT_FALSE(MessageValues::read(std::string(100000, '[')));
 }
 
+TEST(MessageValuesTest, NoControlCharacterIsReadInATextWhereverItStands) {
+  const std::string text = usualText();
+  const std::size_t name = text.find("\"ifa\":\"") + 7;
+  const std::size_t end = text.find('"', name);
+  ASSERT_GE(end - name, 32U) << "long enough for what is looked at at a time";
+  for (char control = '\0'; control < ' '; ++control) {
+    for (std::size_t at = name; at <= end; ++at) {
+      const std::string changed = std::string(text).insert(at, 1, control);
+      ASSERT_FALSE(MessageValues::read(changed)) << static_cast<int>(control) << " at " << at;
+    }
+  }
+}
+
 TEST(MessageValuesTest, NothingIsReadThatTheDocumentIsNot) {
   std::mt19937 random(1);
   const std::string replacements = "0123456789abeEu.+-\"\\{}[]:, \n\t\x01\x7F\x80x/";
