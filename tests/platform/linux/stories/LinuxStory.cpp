@@ -46,7 +46,7 @@ std::size_t countIn(const char *directory) {
 
 /// A network with one way out by Wi-Fi and another by a modem, of which it takes the first.
 void makeNetwork() {
-  if (const auto reason = NetworkNamespace::enter()) throw std::runtime_error(*reason);
+  if (const auto reason = NetworkNamespace::enter()) throw NoNetwork(*reason);
   NetworkNamespace::ip("link set lo up");
   for (const char *const name : {"wlan0", "rmnet0"}) {
     NetworkNamespace::addLink(name);
