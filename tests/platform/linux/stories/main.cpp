@@ -65,7 +65,7 @@ std::optional<std::string> play(const std::string &program, long long seed) {
   if (code == cannotBePlayed) throw kx::NoNetwork(child.errors());
   std::printf("%s%s%s\nreplay: linux-stories --replay %lld\n", code ? "" : "broken: the story does not end\n",
               child.output().c_str(), child.errors().c_str(), seed);
-  if (!code) std::printf("%s", storyOf(seed).text().c_str());
+  if (code != 1) std::printf("%s", storyOf(seed).text().c_str());  // which it has not printed itself
   return std::nullopt;
 }
 
