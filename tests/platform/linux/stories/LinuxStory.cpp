@@ -39,14 +39,25 @@ constexpr int carriers = 4;
 constexpr double longitude = 13.4;
 constexpr double burst = 0.05;  // seconds, for which the library lets changes of the network gather
 
-std::size_t countIn(const char *directory) {
-  return static_cast<std::size_t>(
-      std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator()));
+std::size_t descriptorsCount() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+/// Without those that GLib keeps for a while, of real time.
+std::size_t threadsCount() {
+  std::size_t count = 0;
+  for (const auto &thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    if (name.rfind("pool", 0) != 0) ++count;
+  }
+  return count;
 }
 
 /// A network with one way out by Wi-Fi and another by a modem, of which it takes the first.
 void makeNetwork() {
-  if (const auto reason = NetworkNamespace::enter()) throw std::runtime_error(*reason);
+  if (const auto reason = NetworkNamespace::enter()) throw NoNetwork(*reason);
   NetworkNamespace::ip("link set lo up");
   for (const char *const name : {"wlan0", "rmnet0"}) {
     NetworkNamespace::addLink(name);
@@ -169,8 +180,8 @@ class Play {
     changesSide(/*toBackground=*/true);
     timePasses(100);
     look();
-    end_.threads = countIn("/proc/self/task");
-    end_.descriptors = countIn("/proc/self/fd");
+    end_.threads = threadsCount();
+    end_.descriptors = descriptorsCount();
   }
 
   // ---- What happens

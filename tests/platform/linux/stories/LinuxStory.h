@@ -1,11 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "tools/explore/Story.h"
 
 namespace kx {
+
+/// This machine lets no story have a network of its own; why, it says.
+struct NoNetwork : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 /// How a story went.
 struct StoryEnd {
@@ -22,6 +29,8 @@ struct StoryEnd {
 /// Some of what happens on other devices does not on Linux, and is left out: nobody suspends a process, a
 /// drag keeps no timer from firing, the host says once whether it may work in the background, GeoClue knows
 /// no pause, and nobody but a sleeping system lets background tasks expire.
+///
+/// Throws NoNetwork.
 StoryEnd playOnLinux(const Story &story);
 
 }  // namespace kx

@@ -17,9 +17,12 @@ constexpr const char *usage =
     "                                                     its own\n"
     "       linux-stories --replay SEED                   plays one in this process; 0: one in which nothing "
     "happens\n"
-    "Lets the Linux device live through random stories, with its real threads, and holds the library against "
-    "its\n"
-    "promises. The first story that breaks one is printed; the exit code is 1 then.\n";
+    "Lets the Linux device live through random stories, with its real threads, and holds the library "
+    "against\n"
+    "its promises. The first story that breaks one is printed; the exit code is 1 then, and 77 where the\n"
+    "machine lets no story have a network of its own.\n";
+
+constexpr int cannotBePlayed = 77;
 
 constexpr std::chrono::seconds patience(120);  // with one story
 
@@ -59,9 +62,10 @@ std::optional<std::string> play(const std::string &program, long long seed) {
   kx::ChildProcess child({program, "--replay", std::to_string(seed)});
   const auto code = child.exitCode(patience);
   if (code == 0 && child.errors().empty()) return child.output();
+  if (code == cannotBePlayed) throw kx::NoNetwork(child.errors());
   std::printf("%s%s%s\nreplay: linux-stories --replay %lld\n", code ? "" : "broken: the story does not end\n",
               child.output().c_str(), child.errors().c_str(), seed);
-  if (!code) std::printf("%s", storyOf(seed).text().c_str());
+  if (code != 1) std::printf("%s", storyOf(seed).text().c_str());  // which it has not printed itself
   return std::nullopt;
 }
 
@@ -111,6 +115,9 @@ int main(int count, char **arguments) {
   if (stories < 1 || first < 1) return refuse();
   try {
     return replayed ? replay(*replayed) : playMany("/proc/self/exe", first, stories);
+  } catch (const kx::NoNetwork &reason) {
+    std::fprintf(stderr, "%s\n", reason.what());
+    return cannotBePlayed;
   } catch (const std::exception &exception) {
     std::fprintf(stderr, "linux-stories: %s\n", exception.what());
     return 2;
