@@ -4,6 +4,7 @@
 #include "KXPublisher/platform/SerialOperationQueue.h"
 #include "tests/support/FailingDispatch.h"
 #include "tests/support/SimulatedTest.h"
+#include "tests/support/Submissions.h"
 
 namespace kx {
 namespace {
@@ -30,6 +31,14 @@ TEST_F(SerialOperationQueueTest, RunsOperationsOffTheMainThread) {
   queue->addOperation([&] { onMainThread = device.scheduler.isMainThread(); });
   device.runReadyTasks();
   EXPECT_FALSE(onMainThread);
+}
+
+TEST_F(SerialOperationQueueTest, RunsOperationsAtDefaultPriority) {
+  device.scheduler.trace.recording = true;
+  queue->addOperation([] {});
+  device.runReadyTasks();
+  EXPECT_EQ(submissions(device, "default"), 1u);
+  EXPECT_EQ(submissions(device, "background"), 0u);
 }
 
 TEST_F(SerialOperationQueueTest, RunsOneOperationAtATime) {

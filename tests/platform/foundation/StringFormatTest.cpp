@@ -31,6 +31,7 @@ TEST(StringFormat, PrintsIntegersOfEverySizeAndSign) {
             "500 -2 -9223372036854775808");
   EXPECT_EQ(stringWithFormat("%llu", {std::numeric_limits<std::uint64_t>::max()}), "18446744073709551615");
   EXPECT_EQ(stringWithFormat("%@", {std::numeric_limits<std::uint64_t>::max()}), "18446744073709551615");
+  EXPECT_EQ(stringWithFormat("%@", {std::numeric_limits<std::int64_t>::min()}), "-9223372036854775808");
   EXPECT_EQ(stringWithFormat("%08lx|%-4d|%+d", {255, 7, 7}), "000000ff|7   |+7");
 }
 
