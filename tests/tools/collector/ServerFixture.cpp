@@ -110,6 +110,11 @@ void Client::waitForEnd() {
   while (!error) stream_.next_layer().read_some(net::buffer(discarded), error);
 }
 
+void Client::sayGoodbye() {
+  boost::system::error_code ignored;
+  stream_.shutdown(ignored);
+}
+
 void Client::vanish() {
   stream_.next_layer().close();
 }

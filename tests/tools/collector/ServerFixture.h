@@ -68,6 +68,8 @@ class Client {
   std::optional<Response> read();
   /// Waits until the server closes the connection, and throws away what it sends until then.
   void waitForEnd();
+  /// Says that nothing more will come, and waits until the server says so, too, or closes the connection.
+  void sayGoodbye();
   /// Closes without a farewell.
   void vanish();
 

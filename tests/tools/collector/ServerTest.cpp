@@ -209,6 +209,18 @@ TEST_F(ServerTest, ARequestThatStopsHalfWayIsDropped) {
   EXPECT_TRUE(log.answers().empty());
 }
 
+TEST_F(ServerTest, ARequestThatItsClientEndsHalfWayIsToldOf) {
+  const std::string whole = wireText(loginRequest());
+  for (const std::size_t size : {std::size_t{10}, whole.find("\r\n\r\n"), whole.size() - 1}) {
+    const auto client = connect();
+    client->write(whole.substr(0, size));
+    client->sayGoodbye();
+  }
+  EXPECT_TRUE(eventually([this] { return log.failures().size() == 3; }));
+  expectFailure("a request has not arrived whole: partial message");
+  EXPECT_TRUE(log.answers().empty());
+}
+
 TEST_F(ServerTest, AClientThatSendsTooSlowlyIsDroppedHoweverSteadyItIs) {
   limits.timeout = milliseconds(500);
   const auto client = connect();

@@ -34,6 +34,13 @@ std::int64_t nanoseconds(double seconds) {
   return std::llround(seconds * static_cast<double>(nanosecondsInSecond));
 }
 
+timespec timeOf(std::int64_t nanoseconds) {
+  timespec time{};
+  time.tv_sec = static_cast<decltype(time.tv_sec)>(nanoseconds / nanosecondsInSecond);
+  time.tv_nsec = static_cast<decltype(time.tv_nsec)>(nanoseconds % nanosecondsInSecond);
+  return time;
+}
+
 std::int64_t systemClock(clockid_t clock) {
   timespec time{};
   syscall(SYS_clock_gettime, clock, &time);
@@ -47,7 +54,7 @@ std::int64_t wallClock() {
 
 /// In real time, for so many nanoseconds at the most; negative: for ever.
 int systemPoll(pollfd *descriptors, nfds_t count, std::int64_t patience) {
-  timespec time{patience / nanosecondsInSecond, patience % nanosecondsInSecond};
+  timespec time = timeOf(patience);
   return static_cast<int>(syscall(SYS_ppoll, descriptors, count, patience < 0 ? nullptr : &time, nullptr, 0));
 }
 
@@ -133,16 +140,15 @@ extern "C" __attribute__((visibility("default"))) int clock_gettime(clockid_t cl
   } else {
     now = systemClock(clock);
   }
-  time->tv_sec = now / nanosecondsInSecond;
-  time->tv_nsec = now % nanosecondsInSecond;
+  *time = timeOf(now);
   return 0;
 }
 
 // From which GLib has the wall clock.
 extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval *time, void * /*zone*/) noexcept {
-  const std::int64_t now = wallClock();
-  time->tv_sec = now / nanosecondsInSecond;
-  time->tv_usec = now % nanosecondsInSecond / 1000;
+  const timespec now = timeOf(wallClock());
+  time->tv_sec = now.tv_sec;
+  time->tv_usec = now.tv_nsec / 1000;
   return 0;
 }
 
