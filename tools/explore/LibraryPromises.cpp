@@ -84,8 +84,9 @@ void LibraryPromises::loginArrives(const Login &login) {
 /// that one.
 bool LibraryPromises::isPossible(double delay, unsigned loginsSinceTheLast) const {
   if (loginsSinceTheLast == 0) return false;
+  const bool lastHasSucceeded = login_ && login_->token;
   return delay == delayAfter(delayBefore_, loginsSinceTheLast) ||
-         (login_->token && delay == delayAfter(0, loginsSinceTheLast - 1));
+         (lastHasSucceeded && delay == delayAfter(0, loginsSinceTheLast - 1));
 }
 
 void LibraryPromises::messageArrives(const std::string &text,

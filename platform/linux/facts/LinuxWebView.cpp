@@ -65,7 +65,7 @@ class EngineSettings : public WebView {
   using MakeSettings = gpointer();
   using UserAgentOf = const gchar *(gpointer settings);
 
-  EngineSettings(LoadedLibrary engine, MakeSettings &makeSettings, UserAgentOf &userAgentOf)
+  EngineSettings(LoadedLibrary engine, MakeSettings *makeSettings, UserAgentOf *userAgentOf)
       : engine_(std::move(engine)), makeSettings_(makeSettings), userAgentOf_(userAgentOf) {}
 
   std::optional<std::string> stringByEvaluatingJavaScriptFromString(const std::string &script) override {
@@ -77,8 +77,8 @@ class EngineSettings : public WebView {
 
  private:
   const LoadedLibrary engine_;
-  MakeSettings &makeSettings_;
-  UserAgentOf &userAgentOf_;
+  MakeSettings *const makeSettings_;
+  UserAgentOf *const userAgentOf_;
 };
 
 }  // namespace
@@ -90,7 +90,7 @@ std::unique_ptr<WebView> LinuxWebViewService::makeWebView() {
   auto *const userAgentOf = engine.function<EngineSettings::UserAgentOf>("webkit_settings_get_user_agent");
   if (defaultDisplay == nullptr || makeSettings == nullptr || userAgentOf == nullptr) return nullptr;
   if (defaultDisplay() == nullptr) return nullptr;
-  return std::make_unique<EngineSettings>(std::move(engine), *makeSettings, *userAgentOf);
+  return std::make_unique<EngineSettings>(std::move(engine), makeSettings, userAgentOf);
 }
 
 }  // namespace kx

@@ -99,7 +99,7 @@ NetworkReachabilityRef LinuxReachability::createWithAddress(const SocketAddress 
 
 std::optional<NetworkReachabilityFlags> LinuxReachability::getFlags(NetworkReachabilityRef target) {
   if (target == nullptr) return std::nullopt;
-  Target &asked = *Target::of(target);
+  const Target &asked = *Target::of(target);
   const auto interface = asked.interface();
   const auto flags = interface ? flagsOf(*interface, networkManager_->bearer()) : flagsOfPortal();
   const std::lock_guard<std::mutex> lock(mutex_);

@@ -48,7 +48,11 @@ void becomeUnprivileged() {
 
 /// How many threads the process has while the library has none. A sanitizer's own starts with the first one.
 std::size_t threadsCountAtRest() {
-  std::thread([] {}).join();
+  std::atomic<long> thread{0};
+  std::thread([&thread] { thread = syscall(SYS_gettid); }).join();
+  // It has been joined a moment before the kernel lets go of it.
+  const std::string entry = "/proc/self/task/" + std::to_string(thread);
+  EXPECT_TRUE(eventually([&entry] { return !std::filesystem::exists(entry); }));
   return threadsCount();
 }
 
