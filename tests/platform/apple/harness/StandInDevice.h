@@ -7,6 +7,7 @@
 #import <UIKit/UIKit.h>
 
 #include <array>
+#include <atomic>
 #include <optional>
 #include <string>
 #include <vector>
@@ -117,11 +118,11 @@ CLLocation *geocodedLocation();
 /// Answers the oldest request, on the main thread; false when there is none.
 bool answerGeocoding(NSArray<CLPlacemark *> *placemarks, NSError *error = nil);
 
-/// SCNetworkReachability.
+/// SCNetworkReachability. Read by the library's threads while a test changes it.
 struct Reachability {
-  bool makesHandles = true;
-  bool canBeRead = true;
-  SCNetworkReachabilityFlags flags = 0x2;
+  std::atomic<bool> makesHandles{true};
+  std::atomic<bool> canBeRead{true};
+  std::atomic<SCNetworkReachabilityFlags> flags{0x2};
 };
 Reachability &reachability();
 /// New flags: every handle calls its callback on each run loop that it is scheduled on.
