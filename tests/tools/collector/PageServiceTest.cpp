@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <future>
 #include <set>
 
+#include "tests/support/ChildProcess.h"
+#include "tools/collector/Database.h"
 #include "tools/collector/Document.h"
 #include "tools/collector/EmbeddedFiles.h"
 #include "tools/collector/PageFiles.h"
@@ -116,6 +119,18 @@ TEST_F(RecorderTest, WarnsOfALoginThatNoMessageFollows) {
   EXPECT_THAT(store.record(2)->warnings, ElementsAre("no message has followed this login for 60 s"));
   recorder.checkLogins(now + std::chrono::seconds(120));
   EXPECT_EQ(store.record(2)->warnings.size(), 1u);
+}
+
+TEST_F(RecorderTest, TellsWhyARequestCouldNotBeKept) {
+  const TemporaryDirectory temporary;
+  const std::string file = temporary.path() + "/requests";
+  Store broken(file);
+  Database(file, SQLITE_OPEN_READWRITE).execute("DROP TABLE content");
+  Recorder ofBroken(log, broken);
+  std::promise<std::string> told;
+  ofBroken.receive("c", Request(), Answer(),
+                   [&told](const std::string &problem) { told.set_value(problem); });
+  EXPECT_THAT(told.get_future().get(), HasSubstr("a request could not be stored: no such table"));
 }
 
 TEST_F(RecorderTest, TakesFromAMessageWhatHasItsType) {
