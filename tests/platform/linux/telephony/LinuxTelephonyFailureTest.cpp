@@ -207,6 +207,16 @@ TEST_F(LinuxTelephonyFailureTest, DoesNotAskAgainAndAgainWhatIsNotAnswered) {
   EXPECT_TRUE(codeBecomes("262-01"));
 }
 
+TEST_F(LinuxTelephonyFailureTest, IsReadOnceAtATimeWhateverChangesMeanwhile) {
+  service.answerInstead(readAll, "");
+  service.start();
+  begin();
+  ASSERT_TRUE(thread.runUntil([this] { return service.calls(readAll) == 1; }));
+  service.setAccessTechnologies(0, umts);
+  runForAWhile();
+  EXPECT_EQ(service.calls(readAll), 1);
+}
+
 // ---- The service answers nonsense
 
 constexpr const char *nonsense[] = {
