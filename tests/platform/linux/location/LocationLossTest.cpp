@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "platform/linux/threads/OneShotTimer.h"
 #include "tests/platform/linux/location/LocationTest.h"
 
 namespace kx {
@@ -76,6 +77,17 @@ TEST_F(LocationLossTest, AServiceThatLeavesBecauseNobodyNeedsItChangesNothing) {
   geoclue.appear();
   settle();
   EXPECT_TRUE(geoclue.clients.empty());
+}
+
+TEST_F(LocationLossTest, AServiceThatFailedIsNotAskedAgainAtOnce) {
+  geoclue.errors["CreateClient"] = {"org.example.Broken", "not today"};
+  makeManager();
+  ASSERT_TRUE(until([&] { return geoclue.calls["CreateClient"] == 1; }));
+  OneShotTimer end(g_main_context_default());
+  bool ended = false;
+  end.schedule(std::chrono::milliseconds(300), [&ended] { ended = true; });
+  ASSERT_TRUE(until([&ended] { return ended; }));
+  EXPECT_EQ(geoclue.calls["CreateClient"], 1);
 }
 
 TEST_F(LocationLossTest, AServiceThatFailedIsAskedAgainAfterAWhile) {
@@ -243,6 +255,21 @@ TEST_F(LocationLossTest, AServiceThatVanishesWhileUpdatesArePausedEndsThePause) 
   ASSERT_TRUE(untilTold(4));
   EXPECT_EQ(delegate->events, (Events{authorized, "pause", notDetermined, authorized}));
   ASSERT_TRUE(untilActive());
+}
+
+TEST_F(LocationLossTest, APauseThatItsServiceHasNotOutlivedKeepsNoOtherClient) {
+  makeUpdatingManager();
+  delegate->react = [](LocationManager &told, const std::string &event) {
+    if (event == "pause") told.stopUpdatingLocation();
+  };
+  geoclue.setActive(false);
+  ASSERT_TRUE(untilTold(2));
+  geoclue.vanish();
+  ASSERT_TRUE(untilTold(3));
+  geoclue.appear();
+  ASSERT_TRUE(untilTold(4));
+  EXPECT_EQ(delegate->events.back(), authorized);
+  EXPECT_TRUE(until([this] { return geoclue.clients.empty(); })) << "nobody wants positions";
 }
 
 }  // namespace
