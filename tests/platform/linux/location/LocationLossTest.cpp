@@ -79,7 +79,7 @@ TEST_F(LocationLossTest, AServiceThatLeavesBecauseNobodyNeedsItChangesNothing) {
   EXPECT_TRUE(geoclue.clients.empty());
 }
 
-TEST_F(LocationLossTest, AServiceThatFailedIsNotAskedAgainAtOnce) {
+TEST_F(LocationLossTest, AServiceThatMakesNoClientIsNotAskedAgainAtOnce) {
   geoclue.errors["CreateClient"] = {"org.example.Broken", "not today"};
   makeManager();
   ASSERT_TRUE(until([&] { return geoclue.calls["CreateClient"] == 1; }));
