@@ -3,7 +3,6 @@
 #include <utility>
 #include <vector>
 
-#include "KXPublisher/platform/LocalNotificationCenter.h"
 #include "KXPublisher/platform/foundation/Exceptions.h"
 #include "KXPublisher/providers/KXAsn.h"
 #include "KXPublisher/providers/KXCarrier.h"
@@ -13,6 +12,7 @@
 #include "KXPublisher/providers/KXLocation.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/FailingDispatch.h"
+#include "tests/support/FailingNotificationCenter.h"
 #include "tests/support/SimulatedTest.h"
 #include "tests/support/Submissions.h"
 
@@ -278,16 +278,6 @@ TEST_F(KXDataTest, UsesTheQueuesThatItSaysItUses) {
 }
 
 TEST_F(KXDataTest, LeavesNothingBehindThatFollowsTheApplicationWhenItCannotBeMade) {
-  class SecondFails : public LocalNotificationCenter {
-   public:
-    using LocalNotificationCenter::LocalNotificationCenter;
-    void addObserverForName(const std::string &name, const std::shared_ptr<Object> &object,
-                            const std::shared_ptr<OperationQueue> &queue, Handler block) override {
-      if (++asked == 2) throw std::runtime_error("no memory");
-      LocalNotificationCenter::addObserverForName(name, object, queue, std::move(block));
-    }
-    int asked = 0;
-  };
   static int alive = 0;
   class Counted : public TestProvider {
    public:
@@ -295,7 +285,8 @@ TEST_F(KXDataTest, LeavesNothingBehindThatFollowsTheApplicationWhenItCannotBeMad
     ~Counted() override { --alive; }
     static std::shared_ptr<Counted> make() { return KXData::make<Counted>(); }
   };
-  device.replaced.notificationCenter = std::make_shared<SecondFails>(device.scheduler, device.mainOperations);
+  device.replaced.notificationCenter =
+      std::make_shared<FailingNotificationCenter>(device.scheduler, device.mainOperations);
   EXPECT_THROW(Counted::make(), std::runtime_error);
   device.runReadyTasks();
   EXPECT_EQ(alive, 0);

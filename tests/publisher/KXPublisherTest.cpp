@@ -6,7 +6,6 @@
 
 #include "KXPublisher/diagnostics/KXLog.h"
 #include "KXPublisher/diagnostics/KXLogError.h"
-#include "KXPublisher/platform/LocalNotificationCenter.h"
 #include "KXPublisher/providers/KXAsn.h"
 #include "KXPublisher/providers/KXCarrier.h"
 #include "KXPublisher/providers/KXConnection.h"
@@ -15,6 +14,7 @@
 #include "KXPublisher/publisher/KXLogger.h"
 #include "tests/providers/TestProvider.h"
 #include "tests/support/FailingDispatch.h"
+#include "tests/support/FailingNotificationCenter.h"
 #include "tests/support/SimulatedTest.h"
 #include "tests/support/Submissions.h"
 
@@ -344,22 +344,13 @@ TEST_F(KXPublisherTest, IsNoneWhereThePlatformThrowsAndWholeWhenItIsAskedForAgai
 }
 
 TEST_F(KXPublisherTest, WhatIsNotWholeDoesNotFollowTheApplication) {
-  class SecondFails : public LocalNotificationCenter {
-   public:
-    using LocalNotificationCenter::LocalNotificationCenter;
-    void addObserverForName(const std::string &name, const std::shared_ptr<Object> &object,
-                            const std::shared_ptr<OperationQueue> &queue, Handler block) override {
-      if (++asked == 2) throw std::runtime_error("no memory");
-      LocalNotificationCenter::addObserverForName(name, object, queue, std::move(block));
-    }
-    int asked = 0;
-  };
   KXDevice::sharedInstance();
   KXCarrier::sharedInstance();
   KXLocation::sharedInstance();
   KXConnection::sharedInstance();
   KXAsn::sharedInstance();
-  device.replaced.notificationCenter = std::make_shared<SecondFails>(device.scheduler, device.mainOperations);
+  device.replaced.notificationCenter =
+      std::make_shared<FailingNotificationCenter>(device.scheduler, device.mainOperations);
   EXPECT_EQ(start(), nullptr);
   EXPECT_NE(start(), nullptr);
   device.advance(10);

@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -6,6 +5,7 @@
 #include <fstream>
 #include <string>
 
+#include "tools/explore/Arguments.h"
 #include "tools/explore/Explorer.h"
 
 namespace {
@@ -18,15 +18,6 @@ constexpr const char *usage =
     "Lets devices live through random stories in random schedules, and holds the library against its "
     "promises. The\n"
     "first story that breaks one is shrunk to the fewest events and printed; the exit code is 1 then.\n";
-
-/// A number and nothing else; negative where there is none.
-long long numberOf(const char *text) {
-  if (text == nullptr || *text < '0' || *text > '9') return -1;
-  char *end = nullptr;
-  errno = 0;
-  const long long number = std::strtoll(text, &end, 10);
-  return *end == '\0' && errno == 0 ? number : -1;
-}
 
 int refuse() {
   std::fputs(usage, stderr);
@@ -77,11 +68,11 @@ int main(int count, char **arguments) {
     if (next == count) return refuse();
     const char *const value = arguments[next++];
     if (option == "--schedules") {
-      schedules = numberOf(value);
+      schedules = kx::numberOf(value);
     } else if (option == "--first") {
-      first = numberOf(value);
+      first = kx::numberOf(value);
     } else if (option == "--replay") {
-      replayed = numberOf(value);
+      replayed = kx::numberOf(value);
       if (replayed == 0) return refuse();
     } else if (option == "--picture") {
       picture = value;

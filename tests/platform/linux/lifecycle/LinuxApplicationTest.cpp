@@ -153,16 +153,25 @@ class StoppedDispatch : public Dispatch {
   } queue;
 };
 
-TEST_F(LinuxApplicationTest, WhatWaitsForALoopThatDoesNotRunHasABound) {
+/// An application whose main loop does not run.
+class LinuxApplicationWaitTest : public LinuxApplicationTest {
+ protected:
+  LinuxApplicationWaitTest() {
+    for (const char *const name : {background, foreground}) {
+      center.addObserverForName(
+          name, waiting, mainOperations,
+          [this, name](const std::shared_ptr<Notification> &) { names.emplace_back(name); });
+    }
+  }
+
   const MainThread thread;
   StoppedDispatch stopped;
-  const auto waiting = std::make_shared<LinuxApplication>(center, stopped, BackgroundRefreshStatus::denied);
-  std::vector<std::string> names;
-  for (const char *const name : {background, foreground}) {
-    center.addObserverForName(
-        name, waiting, mainOperations,
-        [&names, name](const std::shared_ptr<Notification> &) { names.push_back(name); });
-  }
+  const std::shared_ptr<LinuxApplication> waiting =
+      std::make_shared<LinuxApplication>(center, stopped, BackgroundRefreshStatus::denied);
+  std::vector<std::string> names;  ///< of what was posted
+};
+
+TEST_F(LinuxApplicationWaitTest, WhatWaitsForALoopThatDoesNotRunHasABound) {
   for (int i = 0; i < 5000; ++i) {
     waiting->didEnterBackground();
     waiting->willEnterForeground();
@@ -179,16 +188,7 @@ TEST_F(LinuxApplicationTest, WhatWaitsForALoopThatDoesNotRunHasABound) {
   EXPECT_EQ(names.back(), foreground);
 }
 
-TEST_F(LinuxApplicationTest, ATransitionThatThereWasNoMemoryForIsPostedWithTheNext) {
-  const MainThread thread;
-  StoppedDispatch stopped;
-  const auto waiting = std::make_shared<LinuxApplication>(center, stopped, BackgroundRefreshStatus::denied);
-  std::vector<std::string> names;
-  for (const char *const name : {background, foreground}) {
-    center.addObserverForName(
-        name, waiting, mainOperations,
-        [&names, name](const std::shared_ptr<Notification> &) { names.push_back(name); });
-  }
+TEST_F(LinuxApplicationWaitTest, ATransitionThatThereWasNoMemoryForIsPostedWithTheNext) {
   stopped.queue.hasNoMemory = true;
   EXPECT_THROW(waiting->didEnterBackground(), std::bad_alloc);
   stopped.queue.hasNoMemory = false;

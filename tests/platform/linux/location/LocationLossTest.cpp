@@ -16,6 +16,15 @@ class LocationLossTest : public LocationTest {
   bool untilActive() {
     return until([&] { return !geoclue.clients.empty() && geoclue.client().active; });
   }
+  /// Of a manager with updates: they pause, the service goes, and comes back.
+  void restartWhilePaused() {
+    geoclue.setActive(false);
+    ASSERT_TRUE(untilTold(2));
+    geoclue.vanish();
+    ASSERT_TRUE(untilTold(3));
+    geoclue.appear();
+    ASSERT_TRUE(untilTold(4));
+  }
 };
 
 TEST_F(LocationLossTest, WithoutAServiceNothingIsDetermined) {
@@ -247,12 +256,7 @@ TEST_F(LocationLossTest, UpdatesResumeWithTheNextBus) {
 
 TEST_F(LocationLossTest, AServiceThatVanishesWhileUpdatesArePausedEndsThePause) {
   makeUpdatingManager();
-  geoclue.setActive(false);
-  ASSERT_TRUE(untilTold(2));
-  geoclue.vanish();
-  ASSERT_TRUE(untilTold(3));
-  geoclue.appear();
-  ASSERT_TRUE(untilTold(4));
+  restartWhilePaused();
   EXPECT_EQ(delegate->events, (Events{authorized, "pause", notDetermined, authorized}));
   ASSERT_TRUE(untilActive());
 }
@@ -262,12 +266,7 @@ TEST_F(LocationLossTest, APauseThatItsServiceHasNotOutlivedKeepsNoOtherClient) {
   delegate->react = [](LocationManager &told, const std::string &event) {
     if (event == "pause") told.stopUpdatingLocation();
   };
-  geoclue.setActive(false);
-  ASSERT_TRUE(untilTold(2));
-  geoclue.vanish();
-  ASSERT_TRUE(untilTold(3));
-  geoclue.appear();
-  ASSERT_TRUE(untilTold(4));
+  restartWhilePaused();
   EXPECT_EQ(delegate->events.back(), authorized);
   EXPECT_TRUE(until([this] { return geoclue.clients.empty(); })) << "nobody wants positions";
 }

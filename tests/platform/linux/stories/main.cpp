@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -8,6 +7,7 @@
 
 #include "tests/platform/linux/stories/LinuxStory.h"
 #include "tests/support/ChildProcess.h"
+#include "tools/explore/Arguments.h"
 
 namespace {
 
@@ -25,15 +25,6 @@ constexpr const char *usage =
 constexpr int cannotBePlayed = 77;
 
 constexpr std::chrono::seconds patience(120);  // with one story
-
-/// A number and nothing else; negative where there is none.
-long long numberOf(const char *text) {
-  if (text == nullptr || *text < '0' || *text > '9') return -1;
-  char *end = nullptr;
-  errno = 0;
-  const long long number = std::strtoll(text, &end, 10);
-  return *end == '\0' && errno == 0 ? number : -1;
-}
 
 int refuse() {
   std::fputs(usage, stderr);
@@ -100,7 +91,7 @@ int main(int count, char **arguments) {
       return 0;
     }
     if (next == count) return refuse();
-    const long long value = numberOf(arguments[next++]);
+    const long long value = kx::numberOf(arguments[next++]);
     if (value < 0) return refuse();
     if (option == "--stories") {
       stories = value;
