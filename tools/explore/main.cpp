@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "tools/explore/Arguments.h"
+#include "tools/explore/ArgumentNumber.h"
 #include "tools/explore/Explorer.h"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include "tests/platform/linux/stories/LinuxStory.h"
 #include "tests/support/ChildProcess.h"
-#include "tools/explore/Arguments.h"
+#include "tools/explore/ArgumentNumber.h"
 
 namespace {
 
