@@ -36,12 +36,20 @@ class Target : public Object {
 
 class LinuxTimerTest : public testing::Test {
  protected:
+  /// The loop is the process's own and outlives the test: what was left on it would go on firing in the next
+  /// one.
+  ~LinuxTimerTest() override {
+    for (const auto &weak : installed) {
+      if (const auto timer = weak.lock()) timer->invalidate();
+    }
+  }
   std::shared_ptr<RunLoopTimer> timer(double timeInterval, bool repeats) {
     return runLoops.timerWithTimeInterval(timeInterval, target, Selector::of<&Target::fire>("fire:"),
                                           repeats);
   }
   std::shared_ptr<RunLoopTimer> install(const std::shared_ptr<RunLoopTimer> &timer) {
     runLoops.mainRunLoop()->addTimer(timer, RunLoopMode::commonModes);
+    installed.push_back(timer);
     return timer;
   }
   /// Times are exact to the millisecond, in which the loop waits.
@@ -52,6 +60,7 @@ class LinuxTimerTest : public testing::Test {
   VirtualTime time;
   LinuxRunLoopService runLoops;
   std::shared_ptr<Target> target = std::make_shared<Target>(time);
+  std::vector<std::weak_ptr<RunLoopTimer>> installed;
 };
 
 TEST_F(LinuxTimerTest, AOneShotTimerFiresOnceAndIsInvalidInItsAction) {
@@ -260,7 +269,7 @@ TEST_F(LinuxTimerTest, InvalidTimersAndThoseOfAnotherPlatformAreIgnored) {
   invalid->invalidate();
   install(invalid);
   install(std::make_shared<ForeignTimer>());
-  install(nullptr);
+  runLoops.mainRunLoop()->addTimer(nullptr, RunLoopMode::commonModes);
   time.run(60);
   EXPECT_TRUE(target->times.empty());
   EXPECT_FALSE(invalid->isValid());
