@@ -165,6 +165,20 @@ TEST_F(CurlBurstTest, GivesUpThoseThatWaitWhenNothingGoesForward) {
               AllOf(Ge(connectionsOfAHost), Le(3 * connectionsOfAHost)));
 }
 
+TEST_F(CurlBurstTest, GivesUpOneThatWaitsWhileThoseBeforeItHaveTimeLeft) {
+  settings.timeoutWithoutProgress = seconds(4);
+  const auto resumeOnes = [this](std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) task(request("https://stalled.invalid/"))->resume();
+  };
+  resumeOnes(connectionsOfAHost);
+  std::this_thread::sleep_for(seconds(2));
+  // All but the last of these get their turn two seconds later, which gives them four more.
+  resumeOnes(connectionsOfAHost + 1);
+  const auto all = waitForOutcomes(2 * connectionsOfAHost + 1);  // in the order in which they ended
+  EXPECT_LT((all[connectionsOfAHost].duration + seconds(1)).count(),
+            all[connectionsOfAHost + 1].duration.count());
+}
+
 TEST_F(CurlBurstTest, LetsThemWaitWhileOthersGoForward) {
   settings.timeoutWithoutProgress = seconds(3);
   answerEachAfter(seconds(1));
