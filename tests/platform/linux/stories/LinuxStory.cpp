@@ -172,6 +172,7 @@ class Play {
     service_->answerWell();
     timePasses(constants::accessTokenRequestTimeIntervalMaxValue + 2 * constants::loggingTimeInterval + 100);
     look();
+    if (service_->inHand() != 0) timePasses(60);  // a report may have been due just now
     // A token that came before the clock was set back is not replaced until that time has come again.
     const bool mustArrive = story_.identifier == 0 && !clockWentBack_;
     if (mustArrive && KXPublisher::diagnosis().delivery != KXDiagnosis::Delivery::accepted) {
