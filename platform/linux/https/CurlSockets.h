@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "platform/linux/threads/FileIdentity.h"
+
 namespace kx {
 
 /// The sockets of the connections that curl has open. They are handed down neither to the programs that the
@@ -18,15 +20,23 @@ class CurlSockets {
   CURLcode applyTo(CURL *easy);
 
   /// All of them, as `curl_multi_poll` takes what it shall wait for beside the requests' own.
-  std::vector<curl_waitfd> &watched() { return open_; }
+  std::vector<curl_waitfd> &watched();
   /// Whether there is something to read on one, be it its end.
-  bool speak() const;
+  bool speak();
 
  private:
   static curl_socket_t openCallback(void *sockets, curlsocktype purpose, curl_sockaddr *address) noexcept;
-  static int closeCallback(void *sockets, curl_socket_t socket) noexcept;
 
-  std::vector<curl_waitfd> open_;
+  struct Socket {
+    int number;
+    FileIdentity file;
+  };
+
+  /// Curl has no word for the end of a connection that did not come about, so this asks the system.
+  void forgetClosed() noexcept;
+
+  std::vector<Socket> open_;
+  std::vector<curl_waitfd> watched_;
 };
 
 }  // namespace kx

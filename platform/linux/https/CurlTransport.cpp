@@ -149,9 +149,11 @@ class CurlTransport::Loop {
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
     const auto milliseconds = std::clamp<long long>(left, 0, std::numeric_limits<int>::max());
+    if (!requests_.empty())
+      return curl_multi_poll(multi_, nullptr, 0, static_cast<int>(milliseconds), nullptr);
     auto &watched = sockets_.watched();
-    const unsigned count = requests_.empty() ? static_cast<unsigned>(watched.size()) : 0;
-    return curl_multi_poll(multi_, watched.data(), count, static_cast<int>(milliseconds), nullptr);
+    return curl_multi_poll(multi_, watched.data(), static_cast<unsigned>(watched.size()),
+                           static_cast<int>(milliseconds), nullptr);
   }
 
   CurlTransport &transport_;

@@ -76,7 +76,6 @@ void LogindManager::takeLock() {
 void LogindManager::giveUpLock() {
   wantsLock_ = false;
   if (lock_ < 0) return;
-  ForkedChild::forget(lock_);
   close(std::exchange(lock_, -1));
 }
 

@@ -39,9 +39,6 @@ struct NetworkWatch::Watched {
       : socket(socketNumber), mayHaveChanged(std::move(observer)) {
     ForkedChild::keepFrom(socketNumber);  // it would read the parent's news
   }
-  ~Watched() { ForkedChild::forget(socket.number()); }
-  Watched(const Watched &) = delete;
-  Watched &operator=(const Watched &) = delete;
 
   /// Takes the news off the socket; false when there was none. What they say does not matter, the state is
   /// read afterwards; nor does it when there were too many for the kernel to keep (ENOBUFS).

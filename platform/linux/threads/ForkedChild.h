@@ -17,11 +17,9 @@ class ForkedChild {
   static bool isThisProcess() noexcept;
 
   /// Has a child know nothing of this open file: there its number stands for one at which nothing ever
-  /// happens. What does not fit in with some dozens of others is kept by the child. Harmless for a negative
-  /// number.
+  /// happens. Once the file is closed, whatever gets its number is left to the child. What does not fit in
+  /// with some dozens of open ones is kept by the child. Harmless for a negative number.
   static void keepFrom(int descriptor) noexcept;
-  /// To be called before the file is closed. Harmless for one that is not kept from children.
-  static void forget(int descriptor) noexcept;
 };
 
 }  // namespace kx

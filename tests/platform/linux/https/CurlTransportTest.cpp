@@ -2,20 +2,26 @@
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
 
+#include "platform/linux/bus/FileDescriptor.h"
 #include "platform/linux/threads/ForkedChild.h"
 #include "platform/linux/threads/LinuxWorkerPool.h"
+#include "tests/platform/linux/https/FullListener.h"
 #include "tests/platform/linux/https/HTTPSTest.h"
 #include "tests/platform/linux/https/InterposedCalls.h"
+#include "tests/support/InForkedChild.h"
 
 namespace kx {
 namespace {
@@ -29,6 +35,13 @@ using ::testing::Lt;
 class CurlTransportTest : public HTTPSTest {
  protected:
   static bool noThread() { return threadsNamed("kx-transport") == 0; }
+
+  /// Has curl close a socket without a word.
+  void failToConnect() {
+    settings.timeoutWithoutProgress = seconds(1);
+    const FullListener listener;
+    EXPECT_EQ(post(listener.url()).errorCode(), timedOut);
+  }
 
   /// Of the transport's thread.
   static int niceValue() {
@@ -188,6 +201,31 @@ TEST_F(CurlTransportTest, SleepsWhileItWaits) {
   EXPECT_THAT(InterposedCalls::polls(), Lt(25));
 }
 
+TEST_F(CurlTransportTest, SleepsThoughAConnectionThatIsKeptSaysSomethingUnasked) {
+  settings.linger = milliseconds(0);
+  std::atomic<bool> othersRun{false};
+  server.addScript([&](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    while (!othersRun) std::this_thread::sleep_for(milliseconds(1));
+    connection.answer(200);
+    std::this_thread::sleep_for(milliseconds(100));
+    connection.send("unasked");
+    connection.stall();
+  });
+  server.addScript([&](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    othersRun = true;
+    std::this_thread::sleep_for(seconds(2));
+    connection.answer(200);
+  });
+  for (int i = 0; i < 2; ++i) task(request(server.url()))->resume();
+  for (const auto &outcome : waitForOutcomes(2)) EXPECT_EQ(outcome.status(), 200);
+  EXPECT_TRUE(eventually(&noThread));
+  EXPECT_THAT(InterposedCalls::polls(), Lt(50));
+}
+
 TEST_F(CurlTransportTest, SleepsWhileNothingProgresses) {
   settings.timeoutWithoutProgress = seconds(2);
   settings.linger = milliseconds(0);
@@ -275,25 +313,45 @@ TEST_F(CurlTransportTest, HandsNothingDownOfWhatWakesIt) {
   for (const int socket : {idle[0], idle[1], busy[0], busy[1]}) close(socket);
 }
 
+TEST_F(CurlTransportTest, StaysAwakeForTheNextRequestThoughAConnectionDidNotComeAbout) {
+  settings.linger = seconds(60);
+  failToConnect();
+  std::this_thread::sleep_for(milliseconds(200));
+  EXPECT_EQ(threadsNamed("kx-transport"), 1);
+}
+
+TEST_F(CurlTransportTest, LeavesChildrenWhatHasGotTheNumberOfAConnectionThatDidNotComeAbout) {
+  ForkedChild::expect();
+  settings.linger = milliseconds(0);
+  failToConnect();
+  EXPECT_TRUE(eventually(&noThread));
+  std::deque<FileDescriptor> hosts;
+  for (int i = 0; i < 64; ++i) hosts.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(
+      inForkedChild([&hosts] {
+        return static_cast<int>(std::count_if(hosts.begin(), hosts.end(), [](const FileDescriptor &file) {
+          struct stat status {};
+          return fstat(file.number(), &status) == 0 && S_ISCHR(status.st_mode);
+        }));
+      }),
+      64);
+}
+
 TEST_F(CurlTransportTest, LeavesItsConnectionsToTheProcessThatMadeThem) {
   ForkedChild::expect();
   settings.linger = seconds(60);
   EXPECT_EQ(post(server.url()).status(), 200);
-  const pid_t child = fork();
-  if (child == 0) {
-    int connections = 0;
+  const auto connections = [this] {
+    int count = 0;
     for (int descriptor = 0; descriptor < 1024; ++descriptor) {
       sockaddr_in peer{};
       socklen_t size = sizeof peer;
       const bool isConnected = getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &size) == 0;
-      if (isConnected && peer.sin_family == AF_INET && ntohs(peer.sin_port) == server.port()) ++connections;
+      if (isConnected && peer.sin_family == AF_INET && ntohs(peer.sin_port) == server.port()) ++count;
     }
-    _exit(connections);
-  }
-  ASSERT_GT(child, 0);
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+    return count;
+  };
+  EXPECT_EQ(inForkedChild(connections), 0);
   EXPECT_EQ(post(server.url()).status(), 200);
   EXPECT_EQ(server.connections(), 1);
 }

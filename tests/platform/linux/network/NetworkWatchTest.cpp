@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "platform/linux/bus/FileDescriptor.h"
 #include "platform/linux/network/NetworkWatch.h"
 #include "platform/linux/threads/ForkedChild.h"
+#include "tests/support/InForkedChild.h"
 
 namespace kx {
 namespace {
@@ -24,15 +23,6 @@ int socketsThatListen() {
     if (listensToTheKernel(descriptor)) ++count;
   }
   return count;
-}
-
-/// What `count` returns in a child. It may call only what signal handlers may.
-template <class Count>
-int inForkedChild(Count count) {
-  const pid_t child = fork();
-  if (child == 0) _exit(count());
-  int status = 0;
-  return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 class NetworkWatchTest : public testing::Test {
