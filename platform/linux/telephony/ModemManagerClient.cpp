@@ -53,8 +53,6 @@ void ModemManagerClient::leave() {
   if (!service_) return;
   service_.reset();
   nextReading_.cancel();
-  isReading_ = false;
-  changed_ = false;
   observer_(Subscription());
 }
 

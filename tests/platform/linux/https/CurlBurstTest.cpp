@@ -166,6 +166,14 @@ TEST_F(CurlBurstTest, GivesUpThoseThatWaitWhenNothingGoesForward) {
               AllOf(Ge(connectionsOfAHost), Le(3 * connectionsOfAHost)));
 }
 
+TEST_F(CurlBurstTest, StartsNoneWhoseTimeIsOver) {
+  settings.timeoutForResource = seconds(1);
+  for (std::size_t i = 0; i < 2000; ++i) task(request("https://stalled.invalid/"))->resume();
+  for (const auto &outcome : waitForOutcomes(2000)) EXPECT_EQ(outcome.errorCode(), timedOut);
+  // They were made one after the other, so that some have their turn while their time lasts.
+  EXPECT_THAT(InterposedCalls::stalledResolutions(), Le(500));
+}
+
 TEST_F(CurlBurstTest, GivesUpOneThatWaitsWhileThoseBeforeItHaveTimeLeft) {
   settings.timeoutWithoutProgress = seconds(4);
   // Nothing wakes curl while it connects to this one, unlike while it looks up a name.
