@@ -182,6 +182,19 @@ TEST_F(LocationUpdatesTest, OnePositionIsFetchedAtATimeAndThenTheNewest) {
   EXPECT_LE(count("position"), 2U);
 }
 
+TEST_F(LocationUpdatesTest, APositionOfNoObjectTakesNoOthersPlace) {
+  makeUpdatingManager();
+  geoclue.silent["GetAll"] = true;
+  geoclue.moveTo(52.1, 13.4);
+  ASSERT_TRUE(until([&] { return geoclue.waiting() > 0; }));
+  geoclue.moveTo(52.2, 13.4);
+  geoclue.sendLocationUpdated(g_variant_new("(oo)", "/", "/"));
+  settle();
+  geoclue.silent.clear();
+  geoclue.answerWaiting();
+  EXPECT_TRUE(untilLatitude(52.2));
+}
+
 TEST_F(LocationUpdatesTest, PositionsThatComeTooFastWait) {
   times.betweenPositions = std::chrono::milliseconds(200);
   makeUpdatingManager();
