@@ -6,25 +6,41 @@
 #include <array>
 #include <csignal>
 #include <cstddef>
-#include <mutex>
+#include <future>
+#include <memory>
 #include <utility>
 
-#include "platform/linux/bus/MainContextScope.h"
 #include "platform/linux/bus/Weakly.h"
 #include "platform/linux/console/CallbackBoundary.h"
 #include "platform/linux/facts/Environment.h"
+#include "platform/linux/threads/LinuxWorkerPool.h"
 
 namespace kx {
 
 namespace {
 
 /// Has GLib prepare its sockets. It has the whole process ignore SIGPIPE then, once, which it can do without
-/// on Linux; what becomes of that signal stays the host's choice.
+/// on Linux; what becomes of that signal stays the host's choice. On the main thread, where the host does not
+/// make that choice at the same time.
 void prepareSockets() {
   struct sigaction chosen {};
   sigaction(SIGPIPE, nullptr, &chosen);
   g_type_class_ref(G_TYPE_SOCKET);
   sigaction(SIGPIPE, &chosen, nullptr);
+}
+
+/// The same, called on a worker, which waits for it and does all of it that has nothing to do with signals.
+void prepareSocketsOn(LinuxRunLoop &mainRunLoop) {
+  for (const GType type : {G_TYPE_SOCKET, G_TYPE_INET_ADDRESS}) g_type_ensure(type);
+  for (const GType type : {G_TYPE_OBJECT, G_TYPE_SOCKET_FAMILY, G_TYPE_SOCKET_TYPE, G_TYPE_SOCKET_PROTOCOL}) {
+    g_type_class_ref(type);
+  }
+  const auto prepared = std::make_shared<std::promise<void>>();
+  mainRunLoop.perform([prepared] {
+    prepareSockets();
+    prepared->set_value();
+  });
+  prepared->get_future().wait();
 }
 
 /// Whether as many files can be opened as GLib opens for a connection: it ends the process where one of them
@@ -74,27 +90,26 @@ void MessageBus::observe(Observer observer) {
 
 void MessageBus::open() {
   if (!address_) return;
-  if (!hasFreeDescriptors()) return tryAgainLater();
-  static std::once_flag prepared;
-  std::call_once(prepared, &prepareSockets);
-  const MainContextScope scope(mainRunLoop_->context());
-  g_dbus_connection_new_for_address(
-      address_->c_str(),
-      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, nullptr, &whenOpened,
-      // What is under way keeps the bus.
-      new std::shared_ptr<MessageBus>(strong(*this)));
+  LinuxWorkerPool::shared().submit(DispatchQueuePriority::standard,
+                                   [bus = strong(*this)] { bus->connect(); });
 }
 
-void MessageBus::whenOpened(GObject * /*source*/, GAsyncResult *result, gpointer data) {
-  const std::unique_ptr<std::shared_ptr<MessageBus>> bus(static_cast<std::shared_ptr<MessageBus> *>(data));
-  GLibPointer<GDBusConnection> connection(g_dbus_connection_new_for_address_finish(result, nullptr));
-  runAtBoundary([&] {
-    if (connection == nullptr || g_dbus_connection_is_closed(connection.get())) {
-      (*bus)->tryAgainLater();
+void MessageBus::connect() {
+  if (g_type_class_peek(G_TYPE_SOCKET) == nullptr) prepareSocketsOn(*mainRunLoop_);
+  GLibPointer<GDBusConnection> opened;
+  if (hasFreeDescriptors()) {
+    opened.reset(g_dbus_connection_new_for_address_sync(
+        address_->c_str(),
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, nullptr));
+  }
+  const std::shared_ptr<GDBusConnection> connection(std::move(opened));
+  mainRunLoop_->perform([bus = strong(*this), connection] {
+    if (connection == nullptr || g_dbus_connection_is_closed(connection.get()) != FALSE) {
+      bus->tryAgainLater();
     } else {
-      (*bus)->use(std::move(connection));
+      bus->use(retained(connection.get()));
     }
   });
 }

@@ -16,8 +16,8 @@
 namespace kx {
 
 /// A message bus. One connection of the library's own, which all adapters share: what the host does with its
-/// connections stays its own, and a bus that goes away does not end the host. It is opened without waiting,
-/// on the main thread's loop, when somebody first wants it. Where there is no bus, or it went away, another
+/// connections stays its own, and a bus that goes away does not end the host. It is opened by a worker, when
+/// somebody first wants it, and used on the main thread. Where there is no bus, or it went away, another
 /// attempt follows after a while.
 ///
 /// While it is open GLib has a thread waiting on it, which wakes for messages only.
@@ -41,14 +41,16 @@ class MessageBus : public Object {
 
  private:
   void open();
+  /// On a worker: GLib's own preparations for its first connection take as long as all else that the library
+  /// does on the main thread in the beginning.
+  void connect();
   void use(GLibPointer<GDBusConnection> connection);
   void tellObservers();
   void tryAgainLater();
 
-  static void whenOpened(GObject *source, GAsyncResult *result, gpointer data);
   static void whenClosed(GDBusConnection *connection, gboolean byPeer, GError *error, gpointer data);
 
-  // All of it is used on the main thread only.
+  // All of it is used on the main thread only, but for the first two.
   const std::optional<std::string> address_;  ///< absent where there is no such bus
   const std::shared_ptr<LinuxRunLoop> mainRunLoop_;
   const std::chrono::seconds betweenAttempts_;

@@ -34,7 +34,8 @@ NetworkReachabilityFlags flagsOf(const NetworkInterface &interface, NetworkManag
 /// A target's being scheduled on one run loop.
 struct LinuxReachability::Schedule {
   std::shared_ptr<NetworkWatch> watch;
-  NetworkReachabilityFlags flags = 0;  ///< those of which the callback knows
+  /// Those of which the callback knows, or at first whoever has asked; absent until then.
+  std::optional<NetworkReachabilityFlags> flags;
   /// Others that somebody has been told since then, who takes them for the latest.
   std::optional<NetworkReachabilityFlags> flagsElsewhere;
 };
@@ -101,13 +102,22 @@ std::optional<NetworkReachabilityFlags> LinuxReachability::getFlags(NetworkReach
   if (target == nullptr) return std::nullopt;
   const Target &asked = *Target::of(target);
   const auto interface = asked.interface();
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto &[runLoop, schedule] : asked.schedules) {
+      if (!schedule->flags) follow(interface, *schedule);
+    }
+  }
   const auto flags = interface ? flagsOf(*interface, networkManager_->bearer()) : flagsOfPortal();
   const std::lock_guard<std::mutex> lock(mutex_);
   for (const auto &[runLoop, schedule] : asked.schedules) {
-    if (schedule->flags == flags.value_or(0)) continue;
-    // All may be as it was before the callback hears of it.
-    schedule->flagsElsewhere = flags.value_or(0);
-    schedule->watch->checkSoon();
+    if (!schedule->flags) {
+      schedule->flags = flags.value_or(0);
+    } else if (*schedule->flags != flags.value_or(0)) {
+      // All may be as it was before the callback hears of it.
+      schedule->flagsElsewhere = flags.value_or(0);
+      schedule->watch->checkSoon();
+    }
   }
   return flags;
 }
@@ -127,23 +137,16 @@ bool LinuxReachability::scheduleWithRunLoop(NetworkReachabilityRef target,
   if (target == nullptr || linuxRunLoop == nullptr) return false;
   Target &scheduled = *Target::of(target);
   const auto schedule = std::make_shared<Schedule>();
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (scheduled.schedules.count(runLoop) != 0) return true;
-    const auto mayHaveChanged = [this, &scheduled, weak = std::weak_ptr<Schedule>(schedule)] {
-      if (const auto held = weak.lock()) check(scheduled, held);
-    };
-    schedule->watch = NetworkWatch::open(mayHaveChanged);
-    if (schedule->watch == nullptr && portal_ != nullptr)
-      schedule->watch = NetworkWatch::deaf(mayHaveChanged);
-    if (schedule->watch == nullptr) return false;
-    scheduled.schedules.emplace(runLoop, schedule);
-  }
-  // What changes after this reading is told as a change, what has changed before it is not.
-  const NetworkReachabilityFlags flags = flagsFor(scheduled, schedule);
+  const auto mayHaveChanged = [this, &scheduled, weak = std::weak_ptr<Schedule>(schedule)] {
+    if (const auto held = weak.lock()) check(scheduled, held);
+  };
   const std::lock_guard<std::mutex> lock(mutex_);
-  schedule->flags = flags;
-  if (scheduled.has(schedule)) schedule->watch->attach(linuxRunLoop->context());
+  if (scheduled.schedules.count(runLoop) != 0) return true;
+  schedule->watch = NetworkWatch::open(mayHaveChanged);
+  if (schedule->watch == nullptr && portal_ != nullptr) schedule->watch = NetworkWatch::deaf(mayHaveChanged);
+  if (schedule->watch == nullptr) return false;
+  scheduled.schedules.emplace(runLoop, schedule);
+  schedule->watch->attach(linuxRunLoop->context());
   return true;
 }
 
@@ -163,19 +166,23 @@ bool LinuxReachability::unscheduleFromRunLoop(NetworkReachabilityRef target,
   return true;
 }
 
+void LinuxReachability::follow(const std::optional<NetworkInterface> &interface, const Schedule &schedule) {
+  if (!interface) {
+    if (portal_ != nullptr) portal_->addWatch(schedule.watch);
+  } else if (interface->isTunnel) {
+    networkManager_->addWatch(schedule.watch);
+  } else {
+    networkManager_->removeWatch(schedule.watch);
+  }
+}
+
 NetworkReachabilityFlags LinuxReachability::flagsFor(const Target &target,
                                                      const std::shared_ptr<Schedule> &schedule) {
   const auto interface = target.interface();
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (!target.has(schedule)) return 0;  // no longer, and nothing must keep its watch alive
-    if (!interface) {
-      if (portal_ != nullptr) portal_->addWatch(schedule->watch);
-    } else if (interface->isTunnel) {
-      networkManager_->addWatch(schedule->watch);
-    } else {
-      networkManager_->removeWatch(schedule->watch);
-    }
+    follow(interface, *schedule);
   }
   return interface ? flagsOf(*interface, networkManager_->bearer()) : flagsOfPortal().value_or(0);
 }

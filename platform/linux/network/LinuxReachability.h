@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "KXPublisher/platform/NetworkReachability.h"
+#include "platform/linux/network/NetworkInterface.h"
 #include "platform/linux/threads/LinuxRunLoop.h"
 
 namespace kx {
@@ -28,7 +29,9 @@ class SystemBus;
 /// knows whether there is a way to anywhere, which stands for every address then, and nothing of modems.
 ///
 /// Every call returns at once. Changes are looked at 50 ms after the first of a burst, so that one that is
-/// undone by then is not reported. Nothing happens, and no socket is open, while no handle is scheduled.
+/// undone by then is not reported. To schedule a handle reads nothing yet: what has changed is reckoned from
+/// when its flags are first asked for, and news that come before that are reported as they are. Nothing
+/// happens, and no socket is open, while no handle is scheduled.
 class LinuxReachability : public NetworkReachability {
  public:
   /// `sessionBus`: of a sandbox, to find portals on; null outside of one.
@@ -56,6 +59,9 @@ class LinuxReachability : public NetworkReachability {
   /// Reads the flags for a schedule, and sees to it that a change beneath a tunnel is noticed.
   NetworkReachabilityFlags flagsFor(const Target &target, const std::shared_ptr<Schedule> &schedule);
   void check(Target &target, const std::shared_ptr<Schedule> &schedule);
+  /// Sees to it that a change is noticed that the kernel tells nothing of: beneath a tunnel, or where it
+  /// refuses to tell anything. With the lock held.
+  void follow(const std::optional<NetworkInterface> &interface, const Schedule &schedule);
   /// Absent when no portal has told.
   std::optional<NetworkReachabilityFlags> flagsOfPortal() const;
   void removeWatch(const std::shared_ptr<NetworkWatch> &watch);

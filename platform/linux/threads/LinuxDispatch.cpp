@@ -37,7 +37,7 @@ void submitAndWait(WorkItem task, Submit &&submit) {
 }  // namespace
 
 LinuxDispatch::LinuxDispatch(std::shared_ptr<LinuxRunLoop> mainRunLoop)
-    : mainRunLoop_(std::move(mainRunLoop)), mainQueue_(*mainRunLoop_), pool_(*new LinuxWorkerPool) {}
+    : mainRunLoop_(std::move(mainRunLoop)), mainQueue_(*mainRunLoop_), pool_(LinuxWorkerPool::shared()) {}
 
 DispatchQueue &LinuxDispatch::globalQueue(DispatchQueuePriority priority) {
   switch (priority) {

@@ -45,14 +45,18 @@ class LinuxTimer : public RunLoopTimer {
     std::shared_ptr<Object> target;  // released without the lock, like the loop's reference to this timer
     LinuxRunLoop::Timers::node_type installation;
     LinuxRunLoop *loop = nullptr;
+    bool wakes = false;
     {
       const std::lock_guard<std::mutex> lock(mutex);
       target.swap(target_);
       loop = std::exchange(loop_, nullptr);
-      if (loop != nullptr) installation = loop->timers_.extract(installation_);
+      if (loop != nullptr) {
+        installation = loop->timers_.extract(installation_);
+        wakes = loop->startWaking();
+      }
     }
     // The loop may be waiting for this timer: better to wake it now than when all else sleeps.
-    if (loop != nullptr) g_main_context_wakeup(loop->context_);
+    if (wakes) loop->wake();
   }
 
  private:
@@ -120,23 +124,27 @@ bool LinuxRunLoop::runsOnAnotherThread() const {
 
 void LinuxRunLoop::perform(WorkItem block) {
   if (ForkedChild::isThisProcess()) return;
+  bool wakes = false;
   {
     const std::lock_guard<std::mutex> lock(mutex);
     tasks_.push_back(std::move(block));
+    wakes = startWaking();
   }
-  g_main_context_wakeup(context_);
+  if (wakes) wake();
 }
 
 void LinuxRunLoop::addTimer(const std::shared_ptr<RunLoopTimer> &timer, RunLoopMode /*mode*/) {
   const auto linuxTimer = std::dynamic_pointer_cast<LinuxTimer>(timer);
   if (linuxTimer == nullptr || ForkedChild::isThisProcess()) return;
+  bool wakes = false;
   {
     const std::lock_guard<std::mutex> lock(mutex);
     if (linuxTimer->target_ == nullptr || linuxTimer->loop_ != nullptr) return;
     linuxTimer->loop_ = this;
     linuxTimer->installation_ = timers_.emplace(linuxTimer->dueAfter(linuxTimer->created_), linuxTimer);
+    wakes = startWaking();
   }
-  g_main_context_wakeup(context_);
+  if (wakes) wake();
 }
 
 gboolean LinuxRunLoop::prepare(GSource *source, gint *timeout) {
@@ -144,12 +152,12 @@ gboolean LinuxRunLoop::prepare(GSource *source, gint *timeout) {
   if (ForkedChild::isThisProcess()) return FALSE;
   LinuxRunLoop &loop = Source::loopOf(source);
   loop.thread_ = std::this_thread::get_id();
-  *timeout = loop.untilNextDue();
+  *timeout = loop.untilNextDue(/*mayWait=*/true);
   return *timeout == 0;
 }
 
 gboolean LinuxRunLoop::check(GSource *source) {
-  return !ForkedChild::isThisProcess() && Source::loopOf(source).untilNextDue() == 0;
+  return !ForkedChild::isThisProcess() && Source::loopOf(source).untilNextDue(/*mayWait=*/false) == 0;
 }
 
 gboolean LinuxRunLoop::dispatch(GSource *source, GSourceFunc /*callback*/, gpointer /*data*/) {
@@ -161,10 +169,15 @@ gboolean LinuxRunLoop::dispatch(GSource *source, GSourceFunc /*callback*/, gpoin
   return G_SOURCE_CONTINUE;
 }
 
-int LinuxRunLoop::untilNextDue() {
+bool LinuxRunLoop::startWaking() {
+  return std::exchange(mayWait_, false);
+}
+
+int LinuxRunLoop::untilNextDue(bool mayWait) {
   std::int64_t due = 0;
   {
     const std::lock_guard<std::mutex> lock(mutex);
+    mayWait_ = mayWait && tasks_.empty();
     if (!tasks_.empty()) return 0;
     if (timers_.empty()) return -1;
     due = timers_.begin()->first;

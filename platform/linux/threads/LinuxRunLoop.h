@@ -18,7 +18,7 @@ class LinuxTimer;
 
 /// A GLib main context, seen as its thread's loop of events. The library takes part in it with one source for
 /// everything, tasks and timers: while nothing is due, that source costs the loop a look at two containers an
-/// iteration, and no wake-up.
+/// iteration, and no wake-up. What is handed over in one go wakes it once.
 ///
 /// Its tasks and timers run one after the other, also when one of them runs a loop of its own. GLib knows no
 /// modes: a loop that the host runs inside another one, for a dialogue, serves everything.
@@ -56,13 +56,21 @@ class LinuxRunLoop : public RunLoop {
   static gboolean check(GSource *source);
   static gboolean dispatch(GSource *source, GSourceFunc, gpointer);
 
+  /// Whether the loop has to be woken for what is new: whether it may be waiting, and nobody else has woken
+  /// it since it has begun to. With the lock held; who is told so wakes it, without the lock.
+  bool startWaking();
+  void wake() { g_main_context_wakeup(context_); }
   /// Milliseconds until something is due, rounded up; 0 when something is, -1 when nothing ever will be.
-  int untilNextDue();
+  /// `mayWait`: whether the loop goes on to wait, unless there is something to do.
+  int untilNextDue(bool mayWait);
   void runTasks();
   /// Fires one timer that was due at `now`; false when there is none.
   bool fireTimer(std::int64_t now);
 
   GMainContext *const context_;
+  /// From when the loop looks for what is due until it has waited for it, or is woken. At first too, since it
+  /// may be waiting already when the library comes to it.
+  bool mayWait_ = true;
   std::atomic<std::thread::id> thread_{};  ///< that has run the loop last; none before it first runs
   std::deque<WorkItem> tasks_;
   std::deque<WorkItem> runningTasks_;  ///< not made where they are run: that would need memory

@@ -22,6 +22,11 @@ thread_local const void *currentLane = nullptr;
 
 }  // namespace
 
+LinuxWorkerPool &LinuxWorkerPool::shared() {
+  static auto &pool = *new LinuxWorkerPool;
+  return pool;
+}
+
 LinuxWorkerPool::LinuxWorkerPool()
     : lanes_{{{this, "kx-high", 0, {}},
               {this, "kx-standard", 0, {}},

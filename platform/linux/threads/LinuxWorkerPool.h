@@ -27,6 +27,9 @@ namespace kx {
 /// Lives as long as the process.
 class LinuxWorkerPool {
  public:
+  /// The one that the library's own work is done by.
+  static LinuxWorkerPool &shared();
+
   LinuxWorkerPool();
   ~LinuxWorkerPool() = delete;
 

@@ -43,13 +43,17 @@ class PortalNetworkTest : public testing::Test {
       service.reset();
     }).join();
   }
+  auto flags() { return service->getFlags(handle); }
+  /// And asks, as whoever follows a handle does.
   bool schedule() {
-    return service->scheduleWithRunLoop(handle, runLoops.mainRunLoop(), RunLoopMode::defaultMode);
+    const bool scheduled =
+        service->scheduleWithRunLoop(handle, runLoops.mainRunLoop(), RunLoopMode::defaultMode);
+    EXPECT_EQ(flags(), std::nullopt) << "the portal has not told yet";
+    return scheduled;
   }
   bool unschedule() {
     return service->unscheduleFromRunLoop(handle, runLoops.mainRunLoop(), RunLoopMode::defaultMode);
   }
-  auto flags() { return service->getFlags(handle); }
   bool becomes(const MainThread &thread, NetworkReachabilityFlags expected) {
     return thread.runUntil([&] { return !reports->flags.empty() && reports->flags.back() == expected; });
   }

@@ -64,11 +64,12 @@ class ReachabilityTest : public testing::Test {
     return eventually([this, expected] { return flags() == expected; });
   }
 
-  /// Has a handle's changes kept that the main loop reports.
+  /// Has a handle's changes kept that the main loop reports, from how it is now on.
   std::shared_ptr<Reports> report(NetworkReachabilityRef target) {
     auto reports = std::make_shared<Reports>();
     EXPECT_TRUE(service->setCallback(target, &Reports::add, {0, reports}));
     EXPECT_TRUE(service->scheduleWithRunLoop(target, mainRunLoop, RunLoopMode::defaultMode));
+    EXPECT_NE(service->getFlags(target), std::nullopt);
     return reports;
   }
   bool unschedule(NetworkReachabilityRef target) {
