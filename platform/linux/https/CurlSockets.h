@@ -1,8 +1,8 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <vector>
+
+#include "platform/linux/https/CurlFunctions.h"
 
 namespace kx {
 
