@@ -65,7 +65,10 @@ install(FILES
 file(RELATIVE_PATH KX_PREFIX_FROM_PKGCONFIG /${pkgconfig} /)  # an installed tree may be moved
 set(KX_PKGCONFIG_PACKAGES zlib)
 if(KX_PLATFORM STREQUAL linux)
-  set(KX_PKGCONFIG_PACKAGES "gio-2.0 libcurl zlib")
+  set(KX_PKGCONFIG_PACKAGES "gio-2.0 zlib")
+  if(NOT KX_BUILD_SHARED)
+    string(APPEND KX_PKGCONFIG_PACKAGES " libcurl")  # which a shared library opens by itself
+  endif()
 endif()
 # An archive's host links what the archive needs, and the C++ library if the host itself is in C.
 set(KX_PKGCONFIG_REQUIRES Requires)

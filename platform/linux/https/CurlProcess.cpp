@@ -1,6 +1,5 @@
 #include "platform/linux/https/CurlProcess.h"
 
-#include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -70,7 +69,7 @@ void threadEnds(void *value) {
 /// the latest first. Looked up by name, because which TLS curl uses is curl's affair.
 bool stopThreadsBeforeTLS() {
   using AtExit = int (*)(void (*)());
-  const auto atExit = reinterpret_cast<AtExit>(dlsym(RTLD_DEFAULT, "OPENSSL_atexit"));
+  const auto atExit = reinterpret_cast<AtExit>(CurlLibrary::symbol("OPENSSL_atexit"));
   return atExit == nullptr ? std::atexit(&stopThreadsAtExit) == 0 : atExit(&stopThreadsAtExit) == 1;
 }
 
@@ -102,15 +101,17 @@ void CurlProcess::stopIfEnding() {
   while (true) pause();
 }
 
-CURLcode CurlProcess::initialise() {
+std::optional<std::string> CurlProcess::initialise() {
   pthread_setspecific(state().threadEnd, &state());
+  if (auto missing = CurlLibrary::open()) return missing;
   static const CURLcode result = [] {
     // Before, for an exit while this goes on, and after, to come before what TLS itself registers on the way.
     const bool safeBefore = stopThreadsBeforeTLS();
     const CURLcode code = safeBefore ? curl_global_init(CURL_GLOBAL_DEFAULT) : CURLE_FAILED_INIT;
     return stopThreadsBeforeTLS() ? code : CURLE_FAILED_INIT;
   }();
-  return result;
+  if (result != CURLE_OK) return curl_easy_strerror(result);
+  return std::nullopt;
 }
 
 void CurlProcess::watch(CURLM *multi) {

@@ -1,6 +1,9 @@
 #pragma once
 
-#include <curl/curl.h>
+#include <optional>
+#include <string>
+
+#include "platform/linux/https/CurlFunctions.h"
 
 namespace kx {
 
@@ -26,9 +29,10 @@ class CurlProcess {
   /// Returns, unless the process is ending: then never.
   static void stopIfEnding();
 
-  /// Initialises curl once. This is safe beside a host that does the same where `curl_version_info` names the
-  /// feature CURL_VERSION_THREADSAFE: libcurl has it since 7.84, on compilers with atomic types.
-  static CURLcode initialise();
+  /// Opens curl where it has not been, and initialises it once. This is safe beside a host that does the same
+  /// where `curl_version_info` names the feature CURL_VERSION_THREADSAFE: libcurl has it since 7.84, on
+  /// compilers with atomic types. Absent when all is well, otherwise why not.
+  static std::optional<std::string> initialise();
 
   /// From here on, the end of the process wakes the thread out of `curl_multi_poll`.
   static void watch(CURLM *multi);

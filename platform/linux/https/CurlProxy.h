@@ -1,10 +1,9 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <string>
 
 #include "platform/linux/facts/Environment.h"
+#include "platform/linux/https/CurlFunctions.h"
 
 namespace kx {
 

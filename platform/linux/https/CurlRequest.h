@@ -1,7 +1,5 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -12,6 +10,7 @@
 #include <vector>
 
 #include "KXPublisher/platform/URLSession.h"
+#include "platform/linux/https/CurlFunctions.h"
 #include "platform/linux/https/CurlSettings.h"
 #include "platform/linux/https/CurlSockets.h"
 #include "platform/linux/https/CurlTrust.h"

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <vector>
 
+#include "platform/linux/https/CurlFunctions.h"
 #include "platform/linux/threads/FileIdentity.h"
 
 namespace kx {

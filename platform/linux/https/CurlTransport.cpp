@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <limits>
 #include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -219,11 +220,17 @@ void *CurlTransport::threadMain(void *transport) {
 
 void CurlTransport::run() {
   CurlProcess::stopIfEnding();
-  const CURLcode initialised = CurlProcess::initialise();
+  std::optional<std::string> failure;
+  bool isReady = false;
+  runAtBoundary([&] {
+    failure = CurlProcess::initialise();
+    isReady = !failure;
+  });
   do {
     bool served = false;
-    if (initialised == CURLE_OK) runAtBoundary([&] { served = isPrepared() && Loop(*this).run(); });
-    if (!served) failWaiting([](CurlRequest &one) { one.fail(outOfResources); });
+    if (isReady) runAtBoundary([&] { served = isPrepared() && Loop(*this).run(); });
+    const char *const reason = failure ? failure->c_str() : outOfResources;
+    if (!served) failWaiting([reason](CurlRequest &one) { one.fail(reason); });
   } while (!mayEnd());
 }
 

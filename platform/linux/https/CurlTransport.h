@@ -1,13 +1,12 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <utility>
 
+#include "platform/linux/https/CurlFunctions.h"
 #include "platform/linux/https/CurlRequest.h"
 #include "platform/linux/https/CurlSettings.h"
 #include "platform/linux/https/CurlTrust.h"

@@ -1,9 +1,13 @@
 #include "platform/linux/https/CurlTrust.h"
 
-#include <algorithm>
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string_view>
 #include <system_error>
 
@@ -14,21 +18,26 @@ namespace {
 namespace fs = std::filesystem;
 
 /// Whether this is a file name such as "5ed36f99.0".
-bool isHashedName(const std::string &name) {
+bool isHashedName(std::string_view name) {
   constexpr std::size_t hashSize = 8;
   return name.size() > hashSize + 1 && name[hashSize] == '.' &&
          name.find_first_not_of("0123456789abcdef") == hashSize &&
-         name.find_first_not_of("0123456789", hashSize + 1) == std::string::npos;
+         name.find_first_not_of("0123456789", hashSize + 1) == std::string_view::npos;
 }
 
-/// How many certificates can be looked up in the directory by the hashes of their names.
-std::size_t hashedCertificates(const std::string &directory) {
+/// How many certificates can be looked up in the directory by the hashes of their names. Without the standard
+/// library's paths, which cost as much as asking the system for the hundreds of files that there are.
+std::size_t hashedCertificates(const std::string &path) {
+  const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir(path.c_str()), &closedir);
+  if (directory == nullptr) return 0;
   std::size_t count = 0;
-  std::error_code error;
-  for (fs::directory_iterator entry(directory, error); !error && entry != fs::directory_iterator();
-       entry.increment(error)) {
-    std::error_code ofLink;
-    if (isHashedName(entry->path().filename().string()) && entry->is_regular_file(ofLink)) ++count;
+  // On a stream that no other thread has, `readdir` is safe.
+  while (const dirent *const entry = readdir(directory.get())) {  // NOLINT(concurrency-mt-unsafe)
+    struct stat file {};
+    if (isHashedName(entry->d_name) && fstatat(dirfd(directory.get()), entry->d_name, &file, 0) == 0 &&
+        S_ISREG(file.st_mode)) {
+      ++count;
+    }
   }
   return count;
 }

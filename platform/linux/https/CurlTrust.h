@@ -1,10 +1,9 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <optional>
 #include <string>
 
+#include "platform/linux/https/CurlFunctions.h"
 #include "platform/linux/https/CurlSettings.h"
 
 namespace kx {

@@ -1,10 +1,15 @@
 #include "platform/linux/https/CurlURLSession.h"
 
-#include <curl/curl.h>
+#include <arpa/inet.h>
+#include <glib.h>
+#include <net/if.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -16,12 +21,46 @@ namespace kx {
 
 namespace {
 
+constexpr std::string_view scheme = "https://";
 constexpr std::size_t maximumURLSize = std::size_t{8} * 1024;  // bytes; servers refuse longer request lines
 
 CurlSettings settingsWith(std::optional<std::string> certificateAuthorityFile) {
   CurlSettings settings;
   settings.certificateAuthorityFile = std::move(certificateAuthorityFile);
   return settings;
+}
+
+bool isIPv6Address(const std::string &text) {
+  in6_addr address{};
+  return inet_pton(AF_INET6, text.c_str(), &address) == 1;
+}
+
+bool isName(const std::string &text) {
+  return !text.empty() &&
+         text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~") ==
+             std::string::npos;
+}
+
+/// Whether that can be looked up, or be an address as it is.
+bool isHost(const std::string &host, bool inBrackets) {
+  if (!inBrackets) return isName(host);
+  const std::size_t percent = host.find('%');
+  if (percent == std::string::npos) return isIPv6Address(host);
+  const std::string zone = host.substr(percent + 1);
+  return isIPv6Address(host.substr(0, percent)) && isName(zone) && zone.size() < IF_NAMESIZE;
+}
+
+/// Whether a URL, up to its path, has a host, maybe a port, and nothing else.
+bool leadsToHost(const std::string &beginning) {
+  char *user = nullptr;
+  char *host = nullptr;
+  int port = 0;
+  const bool isURL = g_uri_split(beginning.c_str(), G_URI_FLAGS_NONE, nullptr, &user, &host, &port, nullptr,
+                                 nullptr, nullptr, nullptr) != FALSE;
+  const std::unique_ptr<char, void (*)(void *)> userOwner(user, &g_free);
+  const std::unique_ptr<char, void (*)(void *)> hostOwner(host, &g_free);
+  if (!isURL || user != nullptr || host == nullptr || port == 0) return false;
+  return isHost(host, beginning.compare(scheme.size(), 1, "[") == 0);
 }
 
 }  // namespace
@@ -103,21 +142,14 @@ CurlURLSessionService::CurlURLSessionService(Dispatch &dispatch, CurlSettings se
     : dispatch_(dispatch), transport_(std::make_shared<CurlTransport>(std::move(settings))) {}
 
 std::optional<URL> CurlURLSessionService::URLWithString(const std::string &text) {
-  constexpr std::string_view beginning = "https://";
-  if (text.size() > maximumURLSize || text.compare(0, beginning.size(), beginning) != 0) return std::nullopt;
-  // curl would forgive a third slash, and take what follows an absent host for the host.
-  if (text.compare(beginning.size(), 1, "/") == 0) return std::nullopt;
+  if (text.size() > maximumURLSize || text.compare(0, scheme.size(), scheme) != 0) return std::nullopt;
   const bool visible = std::all_of(text.begin(), text.end(),
                                    [](char character) { return character > ' ' && character <= '~'; });
   if (!visible) return std::nullopt;
 
-  // Works without curl's initialisation, and on any thread.
-  const std::unique_ptr<CURLU, void (*)(CURLU *)> url(curl_url(), &curl_url_cleanup);
-  if (url == nullptr) return std::nullopt;
-  if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_DISALLOW_USER) != CURLUE_OK) {
-    return std::nullopt;
-  }
-  return URL{text};
+  // By GLib, for curl may not be there yet. It refuses no less than curl does.
+  const std::size_t end = text.find_first_of("/?#", scheme.size());
+  return leadsToHost(text.substr(0, end)) ? std::optional<URL>(URL{text}) : std::nullopt;
 }
 
 std::shared_ptr<URLSession> CurlURLSessionService::sessionWithDefaultConfiguration() {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <curl/curl.h>
+#include "platform/linux/https/CurlFunctions.h"
 
 namespace kx {
 

@@ -22,5 +22,11 @@ TEST(Unloading, TheLibraryStaysInAProcessThatHasUsedIt) {
   EXPECT_NE(dlopen(LIBRARY_FILE, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
+TEST(Unloading, TheLibraryBringsNoCurlWithIt) {
+  // A host that reports nothing pays for none, and one that does, when the first request runs.
+  ASSERT_NE(dlopen(LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL), nullptr) << dlerror();
+  EXPECT_EQ(dlopen("libcurl.so.4", RTLD_NOW | RTLD_NOLOAD), nullptr);
+}
+
 }  // namespace
 }  // namespace kx

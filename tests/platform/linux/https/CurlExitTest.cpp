@@ -27,7 +27,7 @@ class CurlExitTest : public HTTPSTest {
   std::unique_ptr<ChildProcess> start(const std::string &url, const char *linger, const std::string &when,
                                       const char *how) const {
     return std::make_unique<ChildProcess>(std::vector<std::string>{
-        KX_EXITING_HOST, url, *settings.certificateAuthorityFile, linger, when, how});
+        programBeside("exiting-host"), url, *settings.certificateAuthorityFile, linger, when, how});
   }
 
   /// Waits for the host's end, which has to be an orderly one.
@@ -69,7 +69,7 @@ class CurlExitTest : public HTTPSTest {
         connection.answer(200, "Set-Authorization: a token\r\n");
       }
     });
-    ChildProcess host({KX_EXITING_LIBRARY, "localhost:" + std::to_string(server.port()),
+    ChildProcess host({programBeside("exiting-library"), "localhost:" + std::to_string(server.port()),
                        *settings.certificateAuthorityFile, when, how},
                       {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent"});
     EXPECT_EQ(host.exitCode(), how == "signal" ? -SIGTERM : 7)

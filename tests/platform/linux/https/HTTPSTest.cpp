@@ -110,6 +110,11 @@ std::size_t HTTPSTest::outcomesCount() {
   return outcomes_.size();
 }
 
+std::string HTTPSTest::programBeside(const std::string &lastWord) {
+  const std::string own = fs::read_symlink("/proc/self/exe").string();
+  return own.substr(0, own.rfind('-') + 1) + lastWord;
+}
+
 int HTTPSTest::threadsNamed(const std::string &name) {
   int count = 0;
   std::error_code error;

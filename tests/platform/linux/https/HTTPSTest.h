@@ -67,6 +67,8 @@ class HTTPSTest : public ::testing::Test {
 
   std::vector<Outcome> outcomes();
   std::size_t outcomesCount();
+  /// The program that stands beside this one under its name, but for the last word.
+  static std::string programBeside(const std::string &lastWord);
   /// How many threads of that name the process has.
   static int threadsNamed(const std::string &name);
 

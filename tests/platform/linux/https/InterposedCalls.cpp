@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdlib>
@@ -18,6 +19,8 @@ namespace {
 
 struct Record {
   std::mutex mutex;
+  std::string insteadOfCurl;
+  void *curl = nullptr;  ///< where it has been opened
   std::vector<std::string> curlThreads;
   std::vector<std::string> environmentReads;
   std::atomic<int> stalledResolutions{0};
@@ -29,7 +32,15 @@ struct Record {
 
 /// Never destroyed: threads call until the process is gone.
 Record &record() {
-  static Record &record = *new Record;
+  static Record &record = *[] {
+    auto *const made = new Record;
+    for (char **variable = environ; *variable != nullptr; ++variable) {
+      const std::string_view text = *variable;
+      constexpr std::string_view name = "KX_TEST_CURL=";
+      if (text.substr(0, name.size()) == name) made->insteadOfCurl = text.substr(name.size());
+    }
+    return made;
+  }();
   return record;
 }
 
@@ -37,6 +48,11 @@ std::string threadName() {
   std::array<char, 16> name{};
   pthread_getname_np(pthread_self(), name.data(), name.size());
   return name.data();
+}
+
+std::string fileInsteadOfCurl() {
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  return record().insteadOfCurl;
 }
 
 void noteCurlThread() {
@@ -53,7 +69,10 @@ void noteEnvironmentRead(const char *name) {
 
 template <class Function>
 Function *next(const char *name) {
-  return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+  void *const next = dlsym(RTLD_NEXT, name);
+  if (next != nullptr) return reinterpret_cast<Function *>(next);
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  return reinterpret_cast<Function *>(dlsym(record().curl, name));
 }
 
 bool endsWith(std::string_view text, std::string_view end) {
@@ -65,6 +84,11 @@ bool endsWith(std::string_view text, std::string_view end) {
 std::vector<std::string> InterposedCalls::curlThreads() {
   const std::lock_guard<std::mutex> lock(record().mutex);
   return record().curlThreads;
+}
+
+void InterposedCalls::openInsteadOfCurl(const std::string &file) {
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  record().insteadOfCurl = file;
 }
 
 int InterposedCalls::stalledResolutions() {
@@ -151,6 +175,25 @@ __attribute__((visibility("default"))) int getaddrinfo(const char *node, const c
   }
   if (kx::endsWith(name, ".invalid")) return EAI_NONAME;
   return kx::next<decltype(getaddrinfo)>("getaddrinfo")(node, service, hints, result);
+}
+
+void *dlopenOfTest(const char *file, int mode) noexcept;
+void *dlopenOfTest(const char *file, int mode) noexcept {
+  kx::noteCurlThread();
+  const std::string other = kx::fileInsteadOfCurl();
+  void *const library = dlopen(other.empty() ? file : other.c_str(), mode);
+  const std::lock_guard<std::mutex> lock(kx::record().mutex);
+  return kx::record().curl = library;
+}
+
+void *dlsymOfTest(void *library, const char *name) noexcept;
+void *dlsymOfTest(void *library, const char *name) noexcept {
+  void *const function = dlsym(library, name);
+  if (function == nullptr) return nullptr;
+  constexpr std::array<std::string_view, 5> interposed = {
+      "curl_global_init", "curl_easy_init", "curl_multi_init", "curl_multi_perform", "curl_multi_poll"};
+  const bool isInterposed = std::find(interposed.begin(), interposed.end(), name) != interposed.end();
+  return isInterposed ? dlsym(RTLD_DEFAULT, name) : function;
 }
 
 }  // extern "C"

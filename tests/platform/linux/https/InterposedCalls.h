@@ -6,11 +6,16 @@
 namespace kx {
 
 /// What curl is called for in this program, and curl calls: the program's own definitions of some functions
-/// stand before those of the libraries.
+/// stand before those of the libraries. Where curl is opened, this file's `dlsymOfTest` and `dlopenOfTest`
+/// are what CurlOpened.cpp calls.
 class InterposedCalls {
  public:
-  /// The names of the threads that initialised curl or made a handle of it, call by call.
+  /// The names of the threads that opened or initialised curl or made a handle of it, call by call.
   static std::vector<std::string> curlThreads();
+
+  /// Has that file be opened where libcurl would; an empty name for libcurl again. At the start, what the
+  /// environment variable KX_TEST_CURL names.
+  static void openInsteadOfCurl(const std::string &file);
 
   /// Names under "stalled.invalid" are resolved only when the process ends; under ".invalid" otherwise they
   /// are known not to exist, without a question to the network. How many of the first kind are being
