@@ -34,6 +34,8 @@ using ::testing::Lt;
 /// The thread that requests run on, its connections and its sleep.
 class CurlTransportTest : public HTTPSTest {
  protected:
+  static constexpr const char *outOfResources = "curl has run out of memory or file descriptors";
+
   static bool noThread() { return threadsNamed("kx-transport") == 0; }
 
   /// Has curl close a socket without a word.
@@ -267,7 +269,7 @@ TEST_F(CurlTransportTest, ReportsItAllTheSameWhereThereIsNoMemoryForTheQueue) {
 TEST_F(CurlTransportTest, ReportsThatCurlHasNoResourcesAndGoesOnWhenItHas) {
   InterposedCalls::setExhausted(true);
   const auto outcome = post(server.url());
-  EXPECT_EQ(outcome.errorText(), "curl has run out of memory or file descriptors");
+  EXPECT_EQ(outcome.errorText(), outOfResources);
   EXPECT_TRUE(eventually(&noThread));
   InterposedCalls::setExhausted(false);
   EXPECT_EQ(post(server.url()).status(), 200);
@@ -311,6 +313,16 @@ TEST_F(CurlTransportTest, HandsNothingDownOfWhatWakesIt) {
   EXPECT_EQ(threadsNamed("kx-transport"), 1);
   EXPECT_EQ(inheritedSockets(), before);
   for (const int socket : {idle[0], idle[1], busy[0], busy[1]}) close(socket);
+}
+
+TEST_F(CurlTransportTest, FailsWhatIsInFlightWhenCurlCannotGoOn) {
+  server.setScript([](TestConnection &connection) { connection.stall(); });
+  task(request(server.url()))->resume();
+  EXPECT_TRUE(eventually([this] { return server.connections() == 1; }));
+  InterposedCalls::setExhausted(true);
+  task(request(server.url()))->resume();
+  for (const auto &outcome : waitForOutcomes(2)) EXPECT_EQ(outcome.errorText(), outOfResources);
+  InterposedCalls::setExhausted(false);
 }
 
 TEST_F(CurlTransportTest, StaysAwakeForTheNextRequestThoughAConnectionDidNotComeAbout) {

@@ -146,6 +146,7 @@ __attribute__((visibility("default"))) CURLMcode curl_multi_perform(CURLM *multi
     kx::record().hangs = true;
     while (true) pause();
   }
+  if (kx::record().exhausted) return CURLM_OUT_OF_MEMORY;
   return kx::next<decltype(curl_multi_perform)>("curl_multi_perform")(multi, running);
 }
 

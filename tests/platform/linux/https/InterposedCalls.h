@@ -27,7 +27,7 @@ class InterposedCalls {
   static std::vector<std::string> environmentReads();
   static void forgetEnvironmentReads();
 
-  /// Whether curl has no resources left for a transport.
+  /// Whether curl has no resources left, neither for a transport nor to go on with one.
   static void setExhausted(bool exhausted);
 
   /// From now on curl never comes back from what it does, as from a file on a server that has gone.
