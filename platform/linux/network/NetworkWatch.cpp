@@ -22,11 +22,12 @@ constexpr gint64 longestBurst = 50000;  // microseconds
 constexpr int mostNewsAtOnce = 1000;    // more than the kernel keeps for one socket
 constexpr gint64 never = -1;
 
-/// Addresses, rules and next hops are listened to because routes go with them without a word.
+/// Rules and next hops are listened to because routes go with them without a word. An address has a route of
+/// its own, with which it comes and goes.
 constexpr std::uint32_t groups() {
   std::uint32_t mask = 0;
-  for (const int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_ROUTE,
-                          RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE, RTNLGRP_IPV6_RULE, RTNLGRP_NEXTHOP}) {
+  for (const int group : {RTNLGRP_LINK, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,
+                          RTNLGRP_IPV6_RULE, RTNLGRP_NEXTHOP}) {
     mask |= 1U << (group - 1);
   }
   return mask;

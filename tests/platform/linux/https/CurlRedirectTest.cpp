@@ -59,6 +59,19 @@ TEST_F(CurlRedirectTest, KeepsTheMethodTheBodyAndTheTokenOnTheSameHost) {
   }
 }
 
+TEST_F(CurlRedirectTest, WaitsLongerForTheTargetThanForABody) {
+  settings.bodyTime = milliseconds(300);
+  server.setScript([](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    connection.answer(307, "Location: /target\r\n");
+    connection.readRequest();
+    std::this_thread::sleep_for(seconds(1));
+    connection.answer(200);
+  });
+  EXPECT_EQ(postWithToken(server.url("/start")).status(), 200);
+}
+
 TEST_F(CurlRedirectTest, GoesOnWithoutABodyAsBrowsersDo) {
   for (const int status : {301, 302, 303}) {
     redirect(status, "/target");

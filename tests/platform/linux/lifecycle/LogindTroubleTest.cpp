@@ -81,6 +81,10 @@ TEST_F(LogindTroubleTest, AContextThatTheHostHasMadeItsThreadsDefaultIsNoObstacl
   ASSERT_TRUE(loopUntil([&] { return isConnected; }));
   start();
   EXPECT_TRUE(comesToHold(1));
+  application->didEnterBackground();
+  EXPECT_TRUE(comesToHold(0));
+  application->willEnterForeground();
+  EXPECT_TRUE(comesToHold(1));
   sleepAndWake();
   logind.reset();
   start();

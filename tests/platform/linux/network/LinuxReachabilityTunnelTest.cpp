@@ -229,7 +229,9 @@ TEST_F(LinuxReachabilityTunnelTest, NetworkManagerIsFollowedOnlyWhileAHandleIsSc
   addLink("eth0");
   ip("route replace default dev eth0");
   EXPECT_TRUE(becomes(reports, flagsOfWifi));
+  settle();
   ip("route replace default dev tun0");
+  EXPECT_THAT(flags(), Optional(flagsOfWifi)) << "it has followed it meanwhile";
   EXPECT_TRUE(becomes(reports, flagsOfCellular));
 }
 

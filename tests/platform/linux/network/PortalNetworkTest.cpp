@@ -144,6 +144,19 @@ TEST_F(PortalNetworkTest, AChangeWhileItIsAskedIsAskedAbout) {
   });
 }
 
+TEST_F(PortalNetworkTest, APortalThatComesBackIsAskedThoughTheOneBeforeHasNotAnswered) {
+  portal.answer("GetStatus", "");  // it hangs
+  portal.appear();
+  inTheSandbox([this](const MainThread &thread) {
+    EXPECT_TRUE(schedule());
+    EXPECT_TRUE(thread.runUntil([this] { return portal.calls("GetStatus") == 1; }));
+    portal.vanish();
+    portal.answer("GetStatus", status("true"));
+    portal.appear();
+    EXPECT_TRUE(becomes(thread, flagsOfWifi));
+  });
+}
+
 TEST_F(PortalNetworkTest, IsFollowedOnlyWhileAHandleIsScheduled) {
   portal.answer("GetStatus", status("true"));
   portal.appear();
