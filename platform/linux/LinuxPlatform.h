@@ -20,6 +20,7 @@
 #include "platform/linux/facts/LinuxWebView.h"
 #include "platform/linux/lifecycle/LinuxApplication.h"
 #include "platform/linux/location/LinuxLocationService.h"
+#include "platform/linux/network/LinuxInterfaceList.h"
 #include "platform/linux/network/LinuxReachability.h"
 #include "platform/linux/telephony/LinuxTelephony.h"
 #include "platform/linux/threads/LinuxDispatch.h"

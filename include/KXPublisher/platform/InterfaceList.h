@@ -25,8 +25,8 @@ class KX_EXPORT InterfaceList {
  public:
   virtual ~InterfaceList() = default;
 
-  /// `getifaddrs`: every entry that has an address record, in the system's order. Empty when there is none,
-  /// or when the call fails.
+  /// `getifaddrs`: every entry that has an address record, in the system's order; those that are none of IPv4
+  /// may be left out, since there is nothing in them. Empty when there is none, or when the call fails.
   virtual std::vector<InterfaceAddress> getifaddrs() = 0;
 };
 

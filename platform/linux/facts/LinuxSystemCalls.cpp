@@ -1,15 +1,11 @@
 #include "platform/linux/facts/LinuxSystemCalls.h"
 
 #include <glib.h>
-#include <ifaddrs.h>
-#include <netinet/in.h>
 #include <sys/random.h>
 #include <sys/utsname.h>
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 
 #include "platform/linux/facts/SystemText.h"
@@ -43,34 +39,6 @@ std::string LinuxProcessInfo::globallyUniqueString() {
     text += digits[bytes[i] & 0x0f];
   }
   return text;
-}
-
-std::vector<InterfaceAddress> LinuxInterfaceList::getifaddrs() {
-  // Both records have these four bytes in the same place.
-  constexpr std::size_t offset = offsetof(sockaddr_in, sin_addr);
-  static_assert(offset == offsetof(sockaddr_in6, sin6_flowinfo));
-
-  ifaddrs *first = nullptr;
-  if (::getifaddrs(&first) != 0) return {};
-  const std::unique_ptr<ifaddrs, void (*)(ifaddrs *)> list(first, &::freeifaddrs);
-  std::vector<InterfaceAddress> addresses;
-  for (const ifaddrs *entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
-    auto name = entry->ifa_addr == nullptr ? std::nullopt : validText(entry->ifa_name);
-    if (!name) continue;
-    InterfaceAddress address;
-    address.name = *std::move(name);
-    if (entry->ifa_addr->sa_family == AF_INET) {
-      address.family = AddressFamily::inet;
-    } else if (entry->ifa_addr->sa_family == AF_INET6) {
-      address.family = AddressFamily::inet6;
-    }
-    if (address.family != AddressFamily::other) {
-      std::memcpy(address.bytesAfterPort.data(), reinterpret_cast<const char *>(entry->ifa_addr) + offset,
-                  address.bytesAfterPort.size());
-    }
-    addresses.push_back(std::move(address));
-  }
-  return addresses;
 }
 
 }  // namespace kx

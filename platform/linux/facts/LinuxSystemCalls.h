@@ -2,10 +2,8 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "KXPublisher/platform/Clock.h"
-#include "KXPublisher/platform/InterfaceList.h"
 #include "KXPublisher/platform/ProcessInfo.h"
 #include "KXPublisher/platform/SystemName.h"
 
@@ -27,11 +25,6 @@ class LinuxProcessInfo : public ProcessInfo {
  public:
   /// A random UUID (version 4).
   std::string globallyUniqueString() override;
-};
-
-class LinuxInterfaceList : public InterfaceList {
- public:
-  std::vector<InterfaceAddress> getifaddrs() override;
 };
 
 }  // namespace kx

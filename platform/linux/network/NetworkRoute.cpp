@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "platform/linux/bus/FileDescriptor.h"
+#include "platform/linux/network/NetlinkPart.h"
 
 namespace kx {
 
@@ -48,30 +49,22 @@ struct Route {
   int interfaceIndex = 0;
 };
 
-/// The part of an answer at `offset`; all zero where the answer is too short for it.
-template <class Part>
-Part partOf(const std::array<char, 4096> &answer, std::size_t size, std::size_t offset) {
-  Part part{};
-  if (offset + sizeof(part) <= size) std::memcpy(&part, answer.data() + offset, sizeof(part));
-  return part;
-}
-
 std::optional<Route> parse(const std::array<char, 4096> &answer, std::size_t size) {
   Route route;
-  const auto header = partOf<nlmsghdr>(answer, size, 0);
+  const auto header = netlinkPart<nlmsghdr>(answer, size, 0);
   if (header.nlmsg_type == NLMSG_ERROR) {
-    const int error = partOf<nlmsgerr>(answer, size, NLMSG_HDRLEN).error;
+    const int error = netlinkPart<nlmsgerr>(answer, size, NLMSG_HDRLEN).error;
     return error == -EPERM ? std::nullopt : std::optional(route);  // otherwise a way of saying "unreachable"
   }
   if (header.nlmsg_type != RTM_NEWROUTE) return std::nullopt;
   std::size_t offset = NLMSG_HDRLEN;
-  route.type = partOf<rtmsg>(answer, size, offset).rtm_type;
+  route.type = netlinkPart<rtmsg>(answer, size, offset).rtm_type;
   offset += NLMSG_ALIGN(sizeof(rtmsg));
   while (offset < size) {
-    const auto attribute = partOf<rtattr>(answer, size, offset);
+    const auto attribute = netlinkPart<rtattr>(answer, size, offset);
     if (attribute.rta_len < sizeof(attribute)) break;
     if (attribute.rta_type == RTA_OIF) {
-      route.interfaceIndex = partOf<int>(answer, size, offset + RTA_LENGTH(0));
+      route.interfaceIndex = netlinkPart<int>(answer, size, offset + RTA_LENGTH(0));
     }
     offset += RTA_ALIGN(attribute.rta_len);
   }
