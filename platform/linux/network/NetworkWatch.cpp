@@ -26,7 +26,7 @@ constexpr gint64 never = -1;
 /// its own, with which it comes and goes.
 constexpr std::uint32_t groups() {
   std::uint32_t mask = 0;
-  for (const int group : {RTNLGRP_LINK, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,
+  for (const int group : {RTNLGRP_LINK, RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, RTNLGRP_IPV4_RULE,
                           RTNLGRP_IPV6_RULE, RTNLGRP_NEXTHOP}) {
     mask |= 1U << (group - 1);
   }
