@@ -2,6 +2,8 @@
 
 #include <glib.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -21,9 +23,13 @@ std::optional<std::string> readSmallFile(const std::string &path) {
   if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;  // opening a pipe might wait
   const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "re"), &std::fclose);
   if (file == nullptr) return std::nullopt;
-  std::string contents(largestFile + 1, '\0');
-  contents.resize(std::fread(contents.data(), 1, contents.size(), file.get()));
-  if (std::ferror(file.get()) != 0 || contents.size() > largestFile) return std::nullopt;
+  std::string contents;
+  std::array<char, 4096> block{};
+  while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
+    contents.append(block.data(), size);
+    if (contents.size() > largestFile) return std::nullopt;
+  }
+  if (std::ferror(file.get()) != 0) return std::nullopt;
   return contents;
 }
 

@@ -104,6 +104,8 @@ std::optional<Error> CurlRequest::prepare(const CurlSettings &settings, const Cu
   }
   easy_.reset(curl_easy_init());
   if (easy_ == nullptr) return errorOf(CURLE_FAILED_INIT);
+  headerLines_.reset();
+  trustWasWhole_ = trust.isWhole();
   const CURLcode result = setOptions(settings, trust, sockets, shared);
   if (result != CURLE_OK) return errorOf(result);
   lastProgress_ = Clock::now();

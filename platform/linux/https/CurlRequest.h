@@ -38,12 +38,19 @@ class CurlRequest {
   /// Has something live as long as the request does.
   void hold(std::shared_ptr<void> held) { held_ = std::move(held); }
 
-  /// Makes the handle and starts the clock. An error when the request is one that must not be sent.
+  /// Makes the handle and starts the clock. An error when the request is one that must not be sent. A request
+  /// that has not reached its server may be prepared once more.
   std::optional<Error> prepare(const CurlSettings &settings, const CurlTrust &trust, CurlSockets &sockets,
                                CURLSH *shared);
 
   /// The handle, owned by this object; null before `prepare`.
   CURL *easy() const { return easy_.get(); }
+
+  /// Whether nothing of it has been sent because the server was not trusted, and that by a trust that was not
+  /// whole.
+  bool isBarred(CURLcode result) const {
+    return result == CURLE_PEER_FAILED_VERIFICATION && !trustWasWhole_ && headerSize_ == 0;
+  }
 
   Clock::time_point made() const { return made_; }
   /// When bytes last went in either direction, or, before they have, when it was prepared.
@@ -102,6 +109,7 @@ class CurlRequest {
   std::chrono::milliseconds bodyTime_{};
   Clock::time_point lastProgress_;
   bool hasProgressed_ = false;
+  bool trustWasWhole_ = false;                 ///< when it was prepared
   Clock::time_point headerCompleted_;          ///< of the latest response that is not an interim one
   std::optional<long> redirectsBeforeHeader_;  ///< how many there had been then; absent before
   std::size_t headerSize_ = 0;                 ///< bytes, of all responses together

@@ -88,14 +88,18 @@ class CurlTransport::Loop {
     while (requests_.size() < CurlSettings::maximumInFlight) {
       auto request = transport_.takeWaiting();
       if (request == nullptr) return;
-      requests_.push_back(std::move(request));  // first: one that is lost on the way is still to be failed
-      const auto error = requests_.back()->prepare(transport_.settings_, *transport_.trust_, sockets_,
-                                                   transport_.shared_.get());
-      if (error) {
-        take(requests_.size() - 1)->fail(*error);
-      } else if (curl_multi_add_handle(multi_, requests_.back()->easy()) != CURLM_OK) {
-        take(requests_.size() - 1)->fail(outOfResources);
-      }
+      begin(std::move(request));
+    }
+  }
+
+  void begin(std::unique_ptr<CurlRequest> request) {
+    requests_.push_back(std::move(request));  // first: one that is lost on the way is still to be failed
+    const auto error = requests_.back()->prepare(transport_.settings_, *transport_.trust_, sockets_,
+                                                 transport_.shared_.get());
+    if (error) {
+      take(requests_.size() - 1)->fail(*error);
+    } else if (curl_multi_add_handle(multi_, requests_.back()->easy()) != CURLM_OK) {
+      take(requests_.size() - 1)->fail(outOfResources);
     }
   }
 
@@ -105,7 +109,12 @@ class CurlTransport::Loop {
       const CURLcode result = message->data.result;
       for (std::size_t i = 0; i < requests_.size(); ++i) {
         if (requests_[i]->easy() != message->easy_handle) continue;
-        take(i)->end(result);
+        auto request = take(i);
+        if (request->isBarred(result) && transport_.trust_->lookFurther()) {
+          begin(std::move(request));
+        } else {
+          request->end(result);
+        }
         break;
       }
     }

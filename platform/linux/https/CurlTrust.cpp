@@ -10,6 +10,7 @@
 #include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace kx {
 
@@ -25,14 +26,17 @@ bool isHashedName(std::string_view name) {
          name.find_first_not_of("0123456789", hashSize + 1) == std::string_view::npos;
 }
 
-/// How many certificates can be looked up in the directory by the hashes of their names. Without the standard
-/// library's paths, which cost as much as asking the system for the hundreds of files that there are.
-std::size_t hashedCertificates(const std::string &path) {
+/// How many certificates can be looked up in the directory by the hashes of their names, counted up to
+/// `enough`. For each link the system is asked whether there is a file behind it: a container can have got
+/// the one without the other.
+std::size_t hashedCertificates(const std::string &path, std::size_t enough) {
   const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir(path.c_str()), &closedir);
   if (directory == nullptr) return 0;
   std::size_t count = 0;
-  // On a stream that no other thread has, `readdir` is safe.
-  while (const dirent *const entry = readdir(directory.get())) {  // NOLINT(concurrency-mt-unsafe)
+  while (count < enough) {
+    // On a stream that no other thread has it is safe.
+    const dirent *const entry = readdir(directory.get());  // NOLINT(concurrency-mt-unsafe)
+    if (entry == nullptr) break;
     struct stat file {};
     if (isHashedName(entry->d_name) && fstatat(dirfd(directory.get()), entry->d_name, &file, 0) == 0 &&
         S_ISREG(file.st_mode)) {
@@ -75,11 +79,23 @@ CURLcode trustBoth(CURL *easy, const std::string &hostFile, const std::string &b
 
 }  // namespace
 
-CurlTrust::CurlTrust(const CurlSettings &settings) : hostFile_(settings.certificateAuthorityFile) {
-  const std::string bundle = settings.certificateBundle ? *settings.certificateBundle : usualBundle();
-  const std::size_t hashed = hashedCertificates(settings.certificateDirectory);
-  if (hashed > 0) directory_ = settings.certificateDirectory;
-  if (hashed == 0 || hashed < certificatesIn(bundle)) bundle_ = bundle;
+CurlTrust::CurlTrust(const CurlSettings &settings)
+    : systemBundle_(settings.certificateBundle ? *settings.certificateBundle : usualBundle()),
+      hostFile_(settings.certificateAuthorityFile) {
+  if (hashedCertificates(settings.certificateDirectory, 1) > 0) {
+    directory_ = settings.certificateDirectory;
+  } else {
+    bundle_ = systemBundle_;
+    isWhole_ = true;
+  }
+}
+
+bool CurlTrust::lookFurther() {
+  if (!std::exchange(isWhole_, true)) {
+    const std::size_t certificates = certificatesIn(systemBundle_);
+    if (hashedCertificates(directory_, certificates) < certificates) bundle_ = systemBundle_;
+  }
+  return !bundle_.empty();
 }
 
 CURLcode CurlTrust::applyTo(CURL *easy) const {

@@ -97,6 +97,13 @@ TEST_F(CurlExitTest, IsOrderlyAtAnyMomentOfTheStart) {
   }
 }
 
+TEST_F(CurlExitTest, IsOrderlyAtAnyMomentOfTheInitialisation) {
+  for (int i = 0; i < 60; ++i) {
+    const std::string when = "initialising+" + std::to_string(i * 50);
+    expectEnd(start(server.url(), usualLinger, when, i % 2 == 0 ? "return" : "exit-elsewhere"));
+  }
+}
+
 TEST_F(CurlExitTest, IsOrderlyWhileTheHostNameIsLookedUp) {
   for (const char *how : ways) {
     for (int i = 0; i < 5; ++i) expectEnd(start("https://stalled.invalid/", usualLinger, "resolving", how));

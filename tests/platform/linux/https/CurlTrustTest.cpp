@@ -180,17 +180,82 @@ TEST_F(CurlTrustTest, CountsNoCertificateWhoseFileIsGone) {
   EXPECT_EQ(post(server.url()).status(), 200);
 }
 
-TEST_F(CurlTrustTest, LooksIntoTheDirectoryOnce) {
-  settings.linger = std::chrono::milliseconds(0);
-  settings.certificateAuthorityFile = std::nullopt;
-  settings.certificateDirectory = hashedDirectory(authority.certificate().certificate);
-  settings.certificateBundle = directory.path() + "/bundle.pem";
-  std::ofstream(*settings.certificateBundle) << authority.certificate().certificate;
+/// Where the bundle has more than the directory: what the directory has, the authority of the tests; what the
+/// bundle has beside that, another.
+class CurlWiderTrustTest : public CurlTrustTest {
+ protected:
+  CurlWiderTrustTest() {
+    settings.linger = std::chrono::milliseconds(0);
+    settings.certificateAuthorityFile = std::nullopt;
+    settings.certificateDirectory = hashedDirectory(authority.certificate().certificate);
+    settings.certificateBundle = directory.path() + "/bundle.pem";
+    std::ofstream(*settings.certificateBundle)
+        << authority.certificate().certificate << ofBundle.certificate().certificate;
+  }
+
+  static collector::PemCertificate issuedBy(const collector::CertificateAuthority &issuer) {
+    const auto now = std::chrono::system_clock::now();
+    return issuer.issue({"localhost"}, now - hours(1), now + hours(1));
+  }
+
+  const collector::CertificateAuthority ofBundle{"Of the bundle"};
+  TestServer other{issuedBy(ofBundle)};
+};
+
+TEST_F(CurlWiderTrustTest, LooksFurtherOnceAndThenKeepsWhatItHasFound) {
+  EXPECT_EQ(post(other.url()).status(), 200);
+  EXPECT_EQ(other.connections(), 2);
+  EXPECT_EQ(other.requests().size(), 1u);
+  EXPECT_TRUE(eventually([] { return threadsNamed("kx-transport") == 0; }));
+  EXPECT_EQ(post(other.url()).status(), 200);
+  EXPECT_EQ(other.connections(), 3);
+}
+
+TEST_F(CurlWiderTrustTest, KeepsWhatTheRequestSays) {
+  EXPECT_EQ(send(request(other.url(), {{"X-Field", "a value"}}), Data{'a', 'b'}).status(), 200);
+  const std::string sent = other.requests().at(0);
+  EXPECT_THAT(sent, HasSubstr("\r\n\r\nab"));
+  const std::size_t field = sent.find("X-Field: a value\r\n");
+  EXPECT_NE(field, std::string::npos);
+  EXPECT_EQ(sent.find("X-Field", field + 1), std::string::npos) << "twice";
+}
+
+TEST_F(CurlWiderTrustTest, TriesOnceMoreWhereEvenThatIsNotEnough) {
+  TestServer unknown(issuedBy(collector::CertificateAuthority("Unknown authority")));
+  EXPECT_EQ(post(unknown.url()).errorCode(), notTrusted);
+  EXPECT_EQ(unknown.connections(), 2);
+  EXPECT_EQ(post(unknown.url()).errorCode(), notTrusted);
+  EXPECT_EQ(unknown.connections(), 3);
+}
+
+TEST_F(CurlWiderTrustTest, TriesEachThatWasOnItsWay) {
+  for (int i = 0; i < 4; ++i) task(request(other.url()))->resume();
+  for (const auto &outcome : waitForOutcomes(4)) EXPECT_EQ(outcome.status(), 200);
+  EXPECT_EQ(other.requests().size(), 4u);
+}
+
+TEST_F(CurlWiderTrustTest, SendsNothingTwice) {
+  server.setScript([this](TestConnection &connection) {
+    connection.handshake();
+    connection.readRequest();
+    connection.answer(307, "Location: " + other.url() + "\r\n");
+  });
+  EXPECT_EQ(post(server.url()).errorCode(), notTrusted);
+  EXPECT_EQ(server.requests().size(), 1u);
+}
+
+TEST_F(CurlWiderTrustTest, CountsNoCertificateWhoseFileIsGone) {
+  fs::create_symlink("gone.pem", settings.certificateDirectory + "/01234567.0");
+  EXPECT_EQ(post(other.url()).status(), 200);
+}
+
+TEST_F(CurlWiderTrustTest, LooksIntoTheDirectoryOnceAsLongAsItIsEnough) {
   EXPECT_EQ(post(server.url()).status(), 200);
   EXPECT_TRUE(eventually([] { return threadsNamed("kx-transport") == 0; }));
-  // Looked into again, the directory would have none, and the bundle would be read.
+  // Looked into again, the directory would have none, and the bundle would be read at once.
   fs::remove_all(settings.certificateDirectory);
-  EXPECT_EQ(postTo(certificate()).errorCode(), notTrusted);
+  EXPECT_EQ(post(other.url()).status(), 200);
+  EXPECT_EQ(other.connections(), 2);
 }
 
 TEST_F(CurlTrustTest, TrustsTheHostsFileWhereTheSystemHasNoSuchDirectory) {

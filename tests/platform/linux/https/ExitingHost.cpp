@@ -1,6 +1,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -17,8 +18,9 @@
 //     https-exiting-host <URL> <certificate authority file> <linger in ms> <when> <how>
 //
 // When: "told" (a byte comes on standard input), "resolving" (the host name is being looked up), "hanging"
-// (the transport's thread has called something that never returns), "answered", or a number of microseconds
-// after the start; "answered+<number>" is that long after the answer. How: "return" from main, "exit",
+// (the transport's thread has called something that never returns), "answered", "initialising" (the
+// initialisation of curl has begun), or a number of microseconds after the start; "answered+<number>" and
+// "initialising+<number>" are that long after that. How: "return" from main, "exit",
 // "exit-elsewhere" (on another thread), "_exit", or "fork": a child that the host forks exits, and then the
 // host.
 //
@@ -45,10 +47,13 @@ void waitFor(const std::string &when) {
   if (when == "hanging") return waitUntil([] { return kx::InterposedCalls::hangs(); });
   if (when == "resolving") return waitUntil([] { return kx::InterposedCalls::stalledResolutions() > 0; });
   std::string delay = when;
-  if (when.compare(0, 8, "answered") == 0) {
-    waitUntil([] { return answered.load(); });
-    delay = when.size() > 8 ? when.substr(9) : "0";
+  const std::size_t plus = std::min(when.find('+'), when.size());
+  if (when.compare(0, plus, "answered") == 0) waitUntil([] { return answered.load(); });
+  if (when.compare(0, plus, "initialising") == 0) {
+    while (!kx::InterposedCalls::initialisationHasBegun()) {  // without a sleep: it takes a millisecond
+    }
   }
+  if (when.find_first_of("0123456789") != 0) delay = plus < when.size() ? when.substr(plus + 1) : "0";
   const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(std::stol(delay));
   while (std::chrono::steady_clock::now() < end) {
   }
@@ -60,7 +65,9 @@ std::chrono::steady_clock::time_point exitTime = std::chrono::steady_clock::time
 /// Runs late in the exit, when TLS is no more.
 void exitLate() {
   if (isForkedChild && std::chrono::steady_clock::now() - forkTime > std::chrono::milliseconds(900)) _exit(1);
-  if (std::chrono::steady_clock::now() - exitTime > std::chrono::milliseconds(1900)) _exit(8);
+  // Without curl there is no thread that an exit could wait for, a second at the most.
+  const auto longest = std::chrono::milliseconds(std::getenv("KX_TEST_CURL") == nullptr ? 1900 : 900);
+  if (std::chrono::steady_clock::now() - exitTime > longest) _exit(8);
   // Time enough for a thread that has not been stopped to fall over what is missing.
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }

@@ -66,11 +66,10 @@ std::shared_ptr<URLSessionUploadTask> HTTPSTest::taskOf(URLSession &session, con
             std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
         std::array<char, 16> threadName{};
         pthread_getname_np(pthread_self(), threadName.data(), threadName.size());
-        {
-          const std::lock_guard<std::mutex> lock(mutex_);
-          outcomes_.push_back({std::dynamic_pointer_cast<HTTPURLResponse>(response), error,
-                               std::this_thread::get_id(), threadName.data(), duration});
-        }
+        // Notified under the lock: once it is free, the test may be over and all this be gone.
+        const std::lock_guard<std::mutex> lock(mutex_);
+        outcomes_.push_back({std::dynamic_pointer_cast<HTTPURLResponse>(response), error,
+                             std::this_thread::get_id(), threadName.data(), duration});
         changed_.notify_all();
       });
 }

@@ -25,6 +25,7 @@ struct Record {
   std::vector<std::string> environmentReads;
   std::atomic<int> stalledResolutions{0};
   std::atomic<int> polls{0};
+  std::atomic<bool> initialisationHasBegun{false};
   std::atomic<bool> exhausted{false};
   std::atomic<bool> shallHang{false};
   std::atomic<bool> hangs{false};
@@ -86,6 +87,10 @@ std::vector<std::string> InterposedCalls::curlThreads() {
   return record().curlThreads;
 }
 
+bool InterposedCalls::initialisationHasBegun() {
+  return record().initialisationHasBegun;
+}
+
 void InterposedCalls::openInsteadOfCurl(const std::string &file) {
   const std::lock_guard<std::mutex> lock(record().mutex);
   record().insteadOfCurl = file;
@@ -127,7 +132,9 @@ extern "C" {
 
 __attribute__((visibility("default"))) CURLcode curl_global_init(long flags) {
   kx::noteCurlThread();
-  return kx::next<decltype(curl_global_init)>("curl_global_init")(flags);
+  const auto next = kx::next<decltype(curl_global_init)>("curl_global_init");
+  kx::record().initialisationHasBegun = true;
+  return next(flags);
 }
 
 __attribute__((visibility("default"))) CURL *curl_easy_init() {

@@ -13,6 +13,9 @@ class InterposedCalls {
   /// The names of the threads that opened or initialised curl or made a handle of it, call by call.
   static std::vector<std::string> curlThreads();
 
+  /// Whether the initialisation of curl, and so of TLS, has begun.
+  static bool initialisationHasBegun();
+
   /// Has that file be opened where libcurl would; an empty name for libcurl again. At the start, what the
   /// environment variable KX_TEST_CURL names.
   static void openInsteadOfCurl(const std::string &file);
