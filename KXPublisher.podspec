@@ -34,6 +34,7 @@ Pod::Spec.new do |spec|
   spec.pod_target_xcconfig = {
     'CLANG_CXX_LANGUAGE_STANDARD' => 'c++17',
     'CLANG_ENABLE_MODULES' => 'NO',
+    'GCC_OPTIMIZATION_LEVEL[config=Release]' => 'z',
     'HEADER_SEARCH_PATHS' => '"$(PODS_TARGET_SRCROOT)/include" "$(PODS_TARGET_SRCROOT)"',
   }
 end

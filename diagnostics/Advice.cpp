@@ -1,5 +1,6 @@
 #include "diagnostics/Advice.h"
 
+#include <string_view>
 #include <utility>
 
 #include "KXPublisher/platform/foundation/StringFormat.h"
@@ -41,7 +42,7 @@ class Advice {
   using Login = KXDiagnosis::Login;
   using Delivery = KXDiagnosis::Delivery;
 
-  void say(const std::string &sentences) { text_ += "- " + sentences + "\n"; }
+  void say(std::string_view sentences) { text_.append("- ").append(sentences).append("\n"); }
 
   void options() {
     say("The host's options came after the library had been used, and have no effect, an advertising "

@@ -1,6 +1,7 @@
 #include "KXPublisher/diagnostics/KXDiagnosis.h"
 
 #include <cmath>
+#include <string_view>
 #include <utility>
 
 #include "KXPublisher/platform/foundation/StringFormat.h"
@@ -97,7 +98,9 @@ class Facts {
   }
 
  private:
-  void line(const char *what, const std::string &how) { text_ += stringWithFormat("%@: %@\n", {what, how}); }
+  void line(std::string_view what, std::string_view how) {
+    text_ += stringWithFormat("%@: %@\n", {what, how});
+  }
 
   void start() {
     line("Publisher", diagnosis_.publisherMade ? "made " + relative(diagnosis_.publisherMade) : "not made");
@@ -127,34 +130,38 @@ class Facts {
       case KXDiagnosis::Login::impossible:
         return "impossible: no request could be made";
       case KXDiagnosis::Login::underWay:
-        return "under way, started " + relative(diagnosis_.loginStarted);
+        return stringWithFormat("under way, started %@", {relative(diagnosis_.loginStarted)});
       case KXDiagnosis::Login::succeeded:
-        return "succeeded " + ended;
+        return stringWithFormat("succeeded %@", {ended});
       case KXDiagnosis::Login::refused:
-        return "answered " + ended + " " + answered(diagnosis_.loginStatus);
+        return stringWithFormat("answered %@ %@", {ended, answered(diagnosis_.loginStatus)});
       case KXDiagnosis::Login::withoutToken:
-        return "answered " + ended + " " + answered(diagnosis_.loginStatus) + ", without an access token";
+        return stringWithFormat("answered %@ %@, without an access token",
+                                {ended, answered(diagnosis_.loginStatus)});
       case KXDiagnosis::Login::failed:
-        return "failed " + ended + ": " + diagnosis_.loginError;
+        return stringWithFormat("failed %@: %@", {ended, diagnosis_.loginError});
       case KXDiagnosis::Login::never:
         break;
     }
     return "never";
   }
 
+  static std::string reports(unsigned count, const When &last) {
+    return stringWithFormat("%@, the last %@", {counted(count, "report"), relative(last)});
+  }
+
   void reports() {
     line("Advertising identifier", describe(diagnosis_.identifier));
-    line("Reports", diagnosis_.reportMade ? counted(diagnosis_.reportsMade, "report") + ", the last " +
-                                                relative(diagnosis_.reportMade)
-                                          : "none yet");
+    line("Reports",
+         diagnosis_.reportMade ? reports(diagnosis_.reportsMade, diagnosis_.reportMade) : "none yet");
     // In this order: what was handed over may be dropped on its way.
     if (diagnosis_.handedOver) {
-      line("Handed over",
-           counted(diagnosis_.reportsHandedOver, "report") + ", the last " + relative(diagnosis_.handedOver));
+      line("Handed over", reports(diagnosis_.reportsHandedOver, diagnosis_.handedOver));
     }
     if (diagnosis_.reportDropped) {
-      line("Dropped", counted(diagnosis_.reportsDropped, "report") + ", the last " +
-                          relative(diagnosis_.reportDropped) + ": " + describe(diagnosis_.drop));
+      line("Dropped",
+           stringWithFormat("%@: %@", {reports(diagnosis_.reportsDropped, diagnosis_.reportDropped),
+                                       describe(diagnosis_.drop)}));
     }
   }
 
@@ -163,20 +170,20 @@ class Facts {
       line("Messages", "none sent");
       return;
     }
-    line("Messages", counted(diagnosis_.messagesSent, "message") + " sent, " +
-                         stringWithFormat("%u accepted", {diagnosis_.messagesAccepted}));
-    line("Last message", "sent " + relative(diagnosis_.sent) + ", " + delivery());
+    line("Messages", stringWithFormat("%@ sent, %u accepted", {counted(diagnosis_.messagesSent, "message"),
+                                                               diagnosis_.messagesAccepted}));
+    line("Last message", stringWithFormat("sent %@, %@", {relative(diagnosis_.sent), delivery()}));
   }
 
   std::string delivery() {
     const std::string ended = relative(diagnosis_.answered);
     switch (diagnosis_.delivery) {
       case KXDiagnosis::Delivery::accepted:
-        return "accepted " + ended + " " + answered(diagnosis_.deliveryStatus);
+        return stringWithFormat("accepted %@ %@", {ended, answered(diagnosis_.deliveryStatus)});
       case KXDiagnosis::Delivery::refused:
-        return "refused " + ended + " " + answered(diagnosis_.deliveryStatus);
+        return stringWithFormat("refused %@ %@", {ended, answered(diagnosis_.deliveryStatus)});
       case KXDiagnosis::Delivery::failed:
-        return "failed " + ended + ": " + diagnosis_.deliveryError;
+        return stringWithFormat("failed %@: %@", {ended, diagnosis_.deliveryError});
       case KXDiagnosis::Delivery::underWay:
       case KXDiagnosis::Delivery::never:
         break;
@@ -191,11 +198,15 @@ class Facts {
 }  // namespace
 
 std::string KXDiagnosis::text() const {
-  const std::string facts = Facts(*this).text();
+  std::string text = Facts(*this).text();
   const std::string advice = adviceFor(*this);
-  if (!advice.empty()) return facts + "\nWhat to do:\n" + advice;
-  return facts + "\nNothing is wrong as far as the library can tell." +
-         (reportMade ? "\n" : " The first report is made 5 s after the host's call.\n");
+  if (!advice.empty()) {
+    text.append("\nWhat to do:\n").append(advice);
+  } else {
+    text.append("\nNothing is wrong as far as the library can tell.");
+    text.append(reportMade ? "\n" : " The first report is made 5 s after the host's call.\n");
+  }
+  return text;
 }
 
 }  // namespace kx

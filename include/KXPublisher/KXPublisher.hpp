@@ -115,16 +115,16 @@ class KX_EXPORT KXPublisher : public Object {
   /// What its handlers hold, and through it the publisher: for good, unless its making fails.
   using Held = std::shared_ptr<AtomicProperty<std::shared_ptr<KXPublisher>>>;
 
-  static std::shared_ptr<KXPublisher> make(const std::optional<std::string> &apiToken,
-                                           const std::optional<std::string> &hostname);
-  void init(const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname);
-  std::shared_ptr<RunLoopTimer> scheduleReport(double timeInterval, bool repeats);
-  void repeatReports() noexcept;
-  void observeApplication(const Held &held);
-  Dictionary message() const;
-  void report(bool async);
-  void applicationDidEnterBackground();
-  void applicationWillEnterForeground();
+  KX_HIDDEN static std::shared_ptr<KXPublisher> make(const std::optional<std::string> &apiToken,
+                                                     const std::optional<std::string> &hostname);
+  KX_HIDDEN void init(const std::optional<std::string> &apiToken, const std::optional<std::string> &hostname);
+  KX_HIDDEN std::shared_ptr<RunLoopTimer> scheduleReport(double timeInterval, bool repeats);
+  KX_HIDDEN void repeatReports() noexcept;
+  KX_HIDDEN void observeApplication(const Held &held);
+  KX_HIDDEN Dictionary message() const;
+  KX_HIDDEN void report(bool async);
+  KX_HIDDEN void applicationDidEnterBackground();
+  KX_HIDDEN void applicationWillEnterForeground();
 
   AtomicProperty<std::vector<std::shared_ptr<KXData>>> dataProviders_;
   AtomicProperty<std::shared_ptr<KXLogger>> kxLogger_;

@@ -39,29 +39,32 @@ void appendNumber(std::string_view specification, const char *length, Number num
   if (written > 0) to.append(text, std::min(static_cast<std::size_t>(written), sizeof text - 1));
 }
 
+template <class Integer>
+void appendInteger(std::string_view specification, Integer integer, std::string &to) {
+  if (isOneOf(integerConversions, specification.back())) {
+    appendNumber(specification, "ll", static_cast<unsigned long long>(integer), to);
+  } else {
+    to += std::to_string(integer);
+  }
+}
+
 }  // namespace
 
 void FormatArgument::append(std::string_view specification, std::string &to) const {
-  const char conversion = specification.back();
-  switch (kind_) {
-    case Kind::text:
-      to += text_;
-      break;
-    case Kind::object:
-      to += object_ == nullptr ? "(null)" : object_->description();
-      break;
-    case Kind::signedInteger:
-    case Kind::unsignedInteger:
-      if (isOneOf(integerConversions, conversion)) {
-        appendNumber(specification, "ll", static_cast<unsigned long long>(integer_), to);
-      } else {
-        to += kind_ == Kind::signedInteger ? std::to_string(static_cast<std::int64_t>(integer_))
-                                           : std::to_string(integer_);
-      }
-      break;
-    case Kind::number:
-      appendNumber(isOneOf(numberConversions, conversion) ? specification : "%g", "", number_, to);
-      break;
+  if (const auto *const text = std::get_if<std::string_view>(&argument_)) {
+    to += *text;
+  } else if (const auto *const signedInteger = std::get_if<std::int64_t>(&argument_)) {
+    appendInteger(specification, *signedInteger, to);
+  } else if (const auto *const unsignedInteger = std::get_if<std::uint64_t>(&argument_)) {
+    appendInteger(specification, *unsignedInteger, to);
+  } else if (const auto *const number = std::get_if<double>(&argument_)) {
+    appendNumber(isOneOf(numberConversions, specification.back()) ? specification : "%g", "", *number, to);
+  } else if (const auto *const value = std::get_if<const Value *>(&argument_)) {
+    to += (*value)->description();
+  } else if (const auto *const dictionary = std::get_if<const Dictionary *>(&argument_)) {
+    to += (*dictionary)->description();
+  } else if (const auto *const object = std::get_if<const Object *>(&argument_)) {
+    to += *object == nullptr ? "(null)" : (*object)->description();
   }
 }
 

@@ -34,6 +34,19 @@ def promised():
     return set(exported("AWVu"))
 
 
+def private_functions():
+    """Of the classes that are exported, but for what a header's own inline code calls, in a host."""
+    for path in DOOR.rglob("*.h*"):
+        if "simulated" in path.parts:  # another library, and an archive
+            continue
+        header = path.read_text()
+        for name, body in re.findall(r"^(?:class|struct) KX_EXPORT (\w+)[^;{]*\{\n(.*?)^\};", header, re.M | re.S):
+            for section in re.findall(r"^ private:\n(.*?)(?=^ \w+:|\Z)", body, re.M | re.S):
+                for function in re.findall(r"^  (?!using|//)[^=/\n]*?\b(\w+)\(", section, re.M):
+                    if len(re.findall(rf"\b{function}\(", header)) == 1 or function == name:
+                        yield f"kx::{name}::{function}"
+
+
 class ExportsTest(unittest.TestCase):
     def test_nothing_is_lost(self):
         lost = set(SYMBOLS.read_text().splitlines()) - promised()
@@ -52,6 +65,12 @@ class ExportsTest(unittest.TestCase):
             with self.subTest(symbol=name):
                 self.assertTrue((owner and owner[1] in classes) or (function and function[1] in functions) or
                                 plain in constants, f"{name} is declared in no header that is installed")
+
+    def test_what_is_private_is_hidden(self):
+        private = set(private_functions())
+        self.assertIn("kx::KXPublisher::report", private)
+        names = {re.match(r"[\w:~]+", name)[0] for name in exported()}
+        self.assertEqual(private & names, set(), "KX_HIDDEN is missing in a class that is exported")
 
 
 class HardeningTest(unittest.TestCase):

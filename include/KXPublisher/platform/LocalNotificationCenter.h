@@ -65,11 +65,11 @@ class KX_EXPORT LocalNotificationCenter : public NotificationCenter {
   }
 
  private:
-  std::shared_ptr<const Registrations> registrationsNow();
-  void add(const std::shared_ptr<const Registration> &registration);
+  KX_HIDDEN std::shared_ptr<const Registrations> registrationsNow();
+  KX_HIDDEN void add(const std::shared_ptr<const Registration> &registration);
   template <class Next>
   void change(Next next);
-  void deliver(const Registration &registration, const std::shared_ptr<Notification> &notification);
+  KX_HIDDEN void deliver(const Registration &registration, const std::shared_ptr<Notification> &notification);
 
   Dispatch &dispatch_;
   const std::shared_ptr<OperationQueue> mainOperationQueue_;

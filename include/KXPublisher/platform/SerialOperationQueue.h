@@ -29,9 +29,9 @@ class KX_EXPORT SerialOperationQueue : public OperationQueue {
     WorkItem operation;
   };
 
-  void submit();
-  void runOperations();
-  bool submitNext() noexcept;
+  KX_HIDDEN void submit();
+  KX_HIDDEN void runOperations();
+  KX_HIDDEN bool submitNext() noexcept;
 
   std::mutex mutex_;
   std::list<Waiting> waiting_;

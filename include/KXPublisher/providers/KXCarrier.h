@@ -52,7 +52,7 @@ class KX_EXPORT KXCarrier : public KXData {
  private:
   friend class KXData;
 
-  void followCarrier(TelephonyNetworkInfo &networkInfo);
+  KX_HIDDEN void followCarrier(TelephonyNetworkInfo &networkInfo);
 
   AtomicProperty<std::shared_ptr<TelephonyNetworkInfo>> networkInfo_;
   AtomicProperty<std::shared_ptr<Carrier>> carrierInfo_;

@@ -144,10 +144,10 @@ class KX_EXPORT KXData : public Object {
   /// What the three ways of replacing `data` have in common: cancels what waits on the compute queue, and
   /// adds an operation that empties the current map and stores the one that `next` makes. Does nothing while
   /// there is no queue.
-  void replaceData(Request request, std::function<std::shared_ptr<MutableDictionary>()> next);
-  void startInit();
+  KX_HIDDEN void replaceData(Request request, std::function<std::shared_ptr<MutableDictionary>()> next);
+  KX_HIDDEN void startInit();
 
-  static Selector updateDataWithTimerSelector();
+  KX_HIDDEN static Selector updateDataWithTimerSelector();
 
   AtomicNumber<bool> shouldMonitor_{false};
   AtomicNumber<Request> lost_{Request::none};

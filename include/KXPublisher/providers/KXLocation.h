@@ -77,7 +77,7 @@ class KX_EXPORT KXLocation : public KXData, public LocationManagerDelegate {
   friend class KXData;
 
   /// The location manager, if there is one and the host is permitted to use it.
-  std::shared_ptr<LocationManager> permittedLocationManager();
+  KX_HIDDEN std::shared_ptr<LocationManager> permittedLocationManager();
 
   AtomicProperty<std::shared_ptr<LocationManager>> locationManager_;
   AtomicProperty<std::shared_ptr<Geocoder>> geocoder_;

@@ -64,8 +64,8 @@ class KX_EXPORT KXScheduler : public Object {
   void removeTimerForTarget(const std::shared_ptr<Object> &target, Selector selector);
 
  private:
-  std::shared_ptr<KXScheduleInfo> exchangeScheduleInfo(const std::string &key,
-                                                       std::shared_ptr<KXScheduleInfo> scheduleInfo);
+  KX_HIDDEN std::shared_ptr<KXScheduleInfo> exchangeScheduleInfo(
+      const std::string &key, std::shared_ptr<KXScheduleInfo> scheduleInfo);
 
   mutable std::mutex mutex_;  ///< held for single accesses to the map alone
   std::map<std::string, std::shared_ptr<KXScheduleInfo>> scheduleInfoMap_;

@@ -148,17 +148,18 @@ class KX_EXPORT KXNetworking : public Object {
   }
 
  private:
-  KXNetworking(std::optional<std::string> apiToken, std::optional<std::string> hostname);
+  KX_HIDDEN KXNetworking(std::optional<std::string> apiToken, std::optional<std::string> hostname);
 
   /// The body of a login request; absent without an API token or a host name.
-  std::optional<Dictionary> loginDocument() const;
-  void decideAccessTokenRefresh(double requestTime);
-  void loginCompleted(std::optional<std::string> accessToken);
-  void accessTokenArrived(std::string accessToken);
-  void accessTokenFailed();
-  void accessTokenRefreshLost() noexcept;
-  void repeatLostAccessTokenRefresh();
-  void uploadCompleted(const std::shared_ptr<URLResponse> &response, const std::optional<Error> &error);
+  KX_HIDDEN std::optional<Dictionary> loginDocument() const;
+  KX_HIDDEN void decideAccessTokenRefresh(double requestTime);
+  KX_HIDDEN void loginCompleted(std::optional<std::string> accessToken);
+  KX_HIDDEN void accessTokenArrived(std::string accessToken);
+  KX_HIDDEN void accessTokenFailed();
+  KX_HIDDEN void accessTokenRefreshLost() noexcept;
+  KX_HIDDEN void repeatLostAccessTokenRefresh();
+  KX_HIDDEN void uploadCompleted(const std::shared_ptr<URLResponse> &response,
+                                 const std::optional<Error> &error);
 
   AtomicProperty<std::optional<std::string>> apiToken_;
   AtomicProperty<std::optional<std::string>> hostname_;

@@ -18,6 +18,7 @@ TEST(StringFormat, FillsObjectPlaceholders) {
   EXPECT_EQ(stringWithFormat("[KX %@] %@", {"Error", "text"}), "[KX Error] text");
   EXPECT_EQ(stringWithFormat("%@", {&named}), "a named object");
   EXPECT_EQ(stringWithFormat("%@", {Value(Array{1, "two"})}), "[1,\"two\"]");
+  EXPECT_EQ(stringWithFormat("%@", {Dictionary{{"key", 1}}}), "{\"key\":1}");
 }
 
 TEST(StringFormat, PrintsWhatIsAbsentAsNull) {

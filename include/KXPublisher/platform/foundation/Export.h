@@ -8,3 +8,7 @@
 /// all else is compiled with hidden visibility, and on Linux the names of this library are all that is
 /// exported.
 #define KX_EXPORT __attribute__((visibility("default")))
+
+/// Marks what is private in an exported class: no host can name it, and the library calls it, or takes it in,
+/// without a look-up. Not what a header's own inline code calls.
+#define KX_HIDDEN __attribute__((visibility("hidden")))
