@@ -1,5 +1,7 @@
 #include "tools/fleet/Fleet.h"
 
+#include <algorithm>
+
 namespace kx::fleet {
 
 namespace {
@@ -74,8 +76,10 @@ void Fleet::beginSession(Time now, bool newProcess) {
 void Fleet::endSession(Time now) {
   Member &member = members_[current_];
   member.device.entersBackground(now, *this);
-  scheduleForSession(now + milliseconds(scenario_.use.suspendedAfter), Happening::isSuspended);
-  scheduleForSession(users_.nextSession(current_, member.session, now), Happening::sessionBegins);
+  const Time suspended = now + milliseconds(scenario_.use.suspendedAfter);
+  scheduleForSession(suspended, Happening::isSuspended);
+  const Time next = users_.nextSession(current_, member.session, now);
+  scheduleForSession(std::max(next, suspended + 1), Happening::sessionBegins);
 }
 
 void Fleet::scheduleForSession(Time at, Happening happening) {

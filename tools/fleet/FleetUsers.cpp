@@ -55,8 +55,7 @@ Time FleetUsers::nextSession(std::uint32_t device, std::uint16_t session, Time e
   const double part = (rest - *(after - 1)) / (*after - *(after - 1));
   const double at =
       (today + days) * day + (static_cast<double>(after - sessionsBefore_.begin() - 1) + part) * hour - shift;
-  const Time next = at * 1000 < latest ? milliseconds(at) : static_cast<Time>(latest);
-  return std::max(next, ended + milliseconds(use_.suspendedAfter) + 1);
+  return at * 1000 < latest ? milliseconds(at) : static_cast<Time>(latest);
 }
 
 Time FleetUsers::lengthOf(std::uint32_t device, std::uint16_t session) const {

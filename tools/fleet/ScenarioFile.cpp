@@ -4,10 +4,10 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 
 namespace kx::fleet {
 
@@ -283,12 +283,11 @@ FleetScenario scenarioFrom(const Json &json, const std::string &file) {
 
 /// The file's own text, over that of its basis.
 Json readFile(const std::string &file, unsigned basesLeft) {
+  std::ostringstream contents;
   std::ifstream stream(file, std::ios::binary);
-  std::string text;
-  if (stream) {
-    text.assign(std::istreambuf_iterator<char>(stream), {});
-  }
-  if (!stream || stream.bad()) refuse(file, "cannot be read");
+  contents << stream.rdbuf();
+  if (!stream.is_open() || stream.bad()) refuse(file, "cannot be read");
+  const std::string text = contents.str();
   if (text.size() > longestFile) refuse(file, "is too long");
   Json json;
   try {
