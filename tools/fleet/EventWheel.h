@@ -39,15 +39,19 @@ class EventWheel {
     }
   }
 
-  /// Has everything happen: `handle(event, now)`, which may schedule more.
-  template <class Handle>
-  void run(Handle &&handle) {
+  /// Has everything happen: `handle(event, now)`, which may schedule more. `prepare(device)` is called some
+  /// time before, a thousand events or so: early enough to fetch the device's memory.
+  template <class Prepare, class Handle>
+  void run(Prepare &&prepare, Handle &&handle) {
     for (std::size_t window = 0; window < windows_.size(); ++window) {
       if (windows_[window].empty()) continue;
       window_ = window;
       const std::vector<Event> events = std::exchange(windows_[window], {});
       waiting_.clear();
-      for (const Event &event : events) put(event);
+      for (const Event &event : events) {
+        put(event);
+        prepare(event.device);
+      }
       const auto begins = static_cast<Time>(window << windowBits);
       for (std::size_t place = 0; place < places_.size(); ++place) {
         for (std::uint32_t next = places_[place].first; next != nothing; next = waiting_[next].next) {

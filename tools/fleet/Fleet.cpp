@@ -32,7 +32,8 @@ Fleet::Fleet(const FleetScenario &scenario)
 }
 
 std::vector<FleetSecond> Fleet::live() {
-  wheel_.run([this](const EventWheel::Event &event, Time now) { happens(event, now); });
+  wheel_.run([this](std::uint32_t device) { __builtin_prefetch(&members_[device], 1); },
+             [this](const EventWheel::Event &event, Time now) { happens(event, now); });
   return timeline_.seconds();
 }
 

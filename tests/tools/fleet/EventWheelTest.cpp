@@ -19,10 +19,11 @@ class EventWheelTest : public testing::Test {
   }
   std::vector<Seen> run() {
     std::vector<Seen> seen;
-    wheel.run([&](const EventWheel::Event &event, Time now) {
-      seen.push_back({event.device, now});
-      if (whenHappens != nullptr) whenHappens(event.device, now);
-    });
+    wheel.run([](std::uint32_t) {},
+              [&](const EventWheel::Event &event, Time now) {
+                seen.push_back({event.device, now});
+                if (whenHappens != nullptr) whenHappens(event.device, now);
+              });
     return seen;
   }
 

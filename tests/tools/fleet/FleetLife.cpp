@@ -48,13 +48,14 @@ class Model : public Surroundings {
       wheel_.schedule(life_.events[i].at, Phase::life, static_cast<std::uint32_t>(i),
                       Happening::sessionBegins, 0);
     }
-    wheel_.run([this](const EventWheel::Event &event, Time now) {
-      if (event.happening == Happening::sessionBegins) {
-        acts(life_.events[event.device].act, now);
-      } else if (event.number == device_.process()) {
-        device_.happens(event.happening, now, *this);
-      }
-    });
+    wheel_.run([](std::uint32_t) {},
+               [this](const EventWheel::Event &event, Time now) {
+                 if (event.happening == Happening::sessionBegins) {
+                   acts(life_.events[event.device].act, now);
+                 } else if (event.number == device_.process()) {
+                   device_.happens(event.happening, now, *this);
+                 }
+               });
     return std::move(sent_);
   }
 
