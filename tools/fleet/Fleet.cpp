@@ -6,7 +6,7 @@ namespace kx::fleet {
 
 namespace {
 
-enum Purpose : std::uint64_t { forUpdate = 0xf1ee7, forUpdateTime };
+enum : std::uint64_t { forUpdate = 0xf1ee7, forUpdateTime };
 
 }  // namespace
 

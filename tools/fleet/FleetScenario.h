@@ -10,9 +10,22 @@
 
 namespace kx::fleet {
 
+/// How much the service can do. What comes while it is busy waits, in order.
+struct ServiceCapacity {
+  double perSecond = 0;  ///< messages
+  double loginCost = 1;  ///< of a login, in messages
+  /// What would wait longer is answered with a failure at once; absent: everything waits.
+  std::optional<double> shedLoginsAbove;
+  std::optional<double> shedMessagesAbove;
+  /// The answer to a login that is shed comes after a while that is drawn, at most this one.
+  double spreadShedLogins = 0;
+};
+
 /// What a forecast is made of: how many use the application, how, and what the service answers. Times of day
 /// are in seconds since the day's beginning by UTC, others in seconds, too; shares go from 0 to 1.
 struct FleetScenario {
+  using Capacity = ServiceCapacity;  // declared before, or clang would not see how one is made
+
   struct Zone {
     double share = 1;
     double hoursAhead = 0;  ///< of UTC
@@ -40,16 +53,6 @@ struct FleetScenario {
     double length = 0;
     bool silent = false;  ///< nothing is answered; otherwise a failure is
     Of of = Of::everything;
-  };
-  /// How much the service can do. What comes while it is busy waits, in order.
-  struct Capacity {
-    double perSecond = 0;  ///< messages
-    double loginCost = 1;  ///< of a login, in messages
-    /// What would wait longer is answered with a failure at once; absent: everything waits.
-    std::optional<double> shedLoginsAbove;
-    std::optional<double> shedMessagesAbove;
-    /// The answer to a login that is shed comes after a while that is drawn, at most this one.
-    double spreadShedLogins = 0;
   };
   struct Service {
     Quantiles latency{{{0, 0.03}, {0.5, 0.08}, {0.99, 0.6}, {1, 2}}};

@@ -9,7 +9,7 @@ namespace {
 using Of = FleetScenario::Outage::Of;
 using Outcome = Answer::Outcome;
 
-enum Purpose : std::uint64_t { forLatency = 0x5e1, forTokenLife, forShedLogin };
+enum : std::uint64_t { forLatency = 0x5e1, forTokenLife, forShedLogin };
 
 }  // namespace
 

@@ -8,7 +8,7 @@ namespace kx::fleet {
 
 namespace {
 
-enum Purpose : std::uint64_t { forZone = 0x05e5, forIdentifier, forNextSession, forLength, forNewProcess };
+enum : std::uint64_t { forZone = 0x05e5, forIdentifier, forNextSession, forLength, forNewProcess };
 
 constexpr double day = 86'400;  // seconds
 constexpr double hour = 3600;

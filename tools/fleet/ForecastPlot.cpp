@@ -22,7 +22,7 @@ constexpr std::size_t panels = 4;
 constexpr double width = left + plotWidth + 20;
 constexpr double height = top + panelStep * panels;
 
-constexpr std::size_t mostColumns = 268;
+constexpr std::size_t mostColumns = 402;
 
 std::string escaped(const std::string &text) {
   std::string result;

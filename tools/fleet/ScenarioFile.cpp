@@ -21,7 +21,7 @@ constexpr std::size_t mostUpdates = 24;  // each concerns every device
 constexpr unsigned mostBases = 8;
 constexpr std::uint32_t mostDevices = 50'000'000;
 constexpr double longest = 20 * 86'400;  // seconds; what milliseconds of 31 bits hold, and delays after it
-constexpr double day = 86'400;
+constexpr double longestUsually = 86'400;
 constexpr double most = 1e9;  // of anything else
 
 /// Where a value stands, and what is wrong with it.
@@ -89,10 +89,11 @@ class Members {
     text = value->get<std::string>();
   }
   void timeOfDay(const char *name, double &seconds) {
-    if (const Json *value = find(name)) seconds = secondsFrom(*value, placeOf(name), &secondsOfDay, day);
+    if (const Json *value = find(name))
+      seconds = secondsFrom(*value, placeOf(name), &secondsOfDay, longestUsually);
   }
   template <class Seconds>  // a number, or one that may be absent
-  void length(const char *name, Seconds &seconds, double greatest = day) {
+  void length(const char *name, Seconds &seconds, double greatest = longestUsually) {
     if (const Json *value = find(name))
       seconds = secondsFrom(*value, placeOf(name), &secondsOfLength, greatest);
   }
@@ -236,7 +237,7 @@ void readService(const Json &json, const std::string &place, FleetScenario::Serv
   members.length("tokenLife", service.tokenLife, longest);
   members.share("tokenLifeSpread", service.tokenLifeSpread);
   members.list("tokensRefused", longestList, [&service](const Json &element, const std::string &where) {
-    service.refusals.push_back(secondsFrom(element, where, &secondsOfDay, day));
+    service.refusals.push_back(secondsFrom(element, where, &secondsOfDay, longestUsually));
   });
   members.list("outages", longestList, [&service](const Json &element, const std::string &where) {
     service.outages.push_back(outageFrom(element, where));
