@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -27,6 +28,14 @@ constexpr double most = 1e9;  // of anything else
 /// Where a value stands, and what is wrong with it.
 [[noreturn]] void refuse(const std::string &place, const std::string &wanted) {
   throw ScenarioError(place + ": " + wanted);
+}
+
+/// Of digits and at most one point.
+std::optional<double> plainNumber(const std::string &text) {
+  if (text.empty() || text.find_first_not_of("0123456789.") != std::string::npos) return std::nullopt;
+  char *end = nullptr;
+  const double number = std::strtod(text.c_str(), &end);
+  return *end == '\0' ? std::optional<double>(number) : std::nullopt;
 }
 
 double numberFrom(const Json &value, const std::string &place, double least, double greatest) {
@@ -138,12 +147,11 @@ void readQuantiles(Members &members, const char *name, Quantiles &quantiles, dou
   if (!value->is_object()) refuse(place, wanted);
   std::map<double, double> points;
   for (const auto &[percent, length] : value->items()) {
-    double number = 0;
-    int read = 0;
-    const bool isPercent = std::sscanf(percent.c_str(), "%lf%%%n", &number, &read) == 1 &&
-                           static_cast<std::size_t>(read) == percent.size();
-    if (!isPercent || !(number >= 0 && number <= 100)) refuse(place, wanted);
-    points[number / 100] = lengthFrom(length, place + "." + percent);
+    if (percent.empty()) refuse(place, wanted);
+    const auto number =
+        percent.back() == '%' ? plainNumber(percent.substr(0, percent.size() - 1)) : std::nullopt;
+    if (!number || *number > 100) refuse(place, wanted);
+    points[*number / 100] = lengthFrom(length, place + "." + percent);
   }
   if (points.size() < 2 || points.begin()->first != 0 || points.rbegin()->first != 1) refuse(place, wanted);
   std::vector<Quantiles::Point> list;
@@ -311,34 +319,29 @@ Json readFile(const std::string &file, unsigned basesLeft) {
 }  // namespace
 
 double secondsOfDay(const std::string &text) {
-  unsigned hours = 0;
-  unsigned minutes = 0;
-  unsigned seconds = 0;
-  int read = 0;
-  const auto isAll = [&] { return read > 0 && static_cast<std::size_t>(read) == text.size(); };
-  const bool isShort = std::sscanf(text.c_str(), "%2u:%2u%n", &hours, &minutes, &read) == 2 && isAll();
-  const bool isLong = !isShort &&
-                      std::sscanf(text.c_str(), "%2u:%2u:%2u%n", &hours, &minutes, &seconds, &read) == 3 &&
-                      isAll();
-  const bool isTime = text.find_first_not_of("0123456789:") == std::string::npos && (isShort || isLong);
-  if (!isTime || hours > 24 || minutes > 59 || seconds > 59)
-    throw ScenarioError("a time of day like \"12:00\" is wanted here");
-  return hours * 3600.0 + minutes * 60.0 + seconds;
+  constexpr double greatest[] = {24, 59, 59};
+  double seconds = 0;
+  std::size_t parts = 0;
+  bool isTime = true;
+  std::istringstream stream(text + ":");
+  for (std::string part; std::getline(stream, part, ':'); ++parts) {
+    const bool isNumber = !part.empty() && part.size() <= 2 && part.find('.') == std::string::npos;
+    const auto number = isNumber && parts < 3 ? plainNumber(part) : std::nullopt;
+    isTime = isTime && number && *number <= greatest[parts];
+    seconds = seconds * 60 + number.value_or(0);
+  }
+  if (!isTime || parts < 2) throw ScenarioError("a time of day like \"12:00\" is wanted here");
+  return parts == 2 ? seconds * 60 : seconds;
 }
 
 double secondsOfLength(const std::string &text) {
   const std::map<std::string, double> units{{"ms", 0.001}, {"s", 1}, {"min", 60}, {"h", 3600}, {"d", 86'400}};
-  const std::size_t end = text.find_first_not_of("0123456789.");
-  const std::size_t unit = end == std::string::npos ? end : text.find_first_not_of(' ', end);
-  const auto found = unit == std::string::npos ? units.end() : units.find(text.substr(unit));
-  double number = 0;
-  int read = 0;
-  const bool isNumber = end != std::string::npos &&
-                        std::sscanf(text.substr(0, end).c_str(), "%lf%n", &number, &read) == 1 &&
-                        static_cast<std::size_t>(read) == end;
-  if (!isNumber || found == units.end())
-    throw ScenarioError("a length of time like \"10 min\" is wanted here");
-  return number * found->second;
+  const std::size_t end = std::min(text.find_first_not_of("0123456789."), text.size());
+  const auto number = plainNumber(text.substr(0, end));
+  const std::size_t unit = std::min(text.find_first_not_of(' ', end), text.size());
+  const auto found = units.find(text.substr(unit));
+  if (!number || found == units.end()) throw ScenarioError("a length of time like \"10 min\" is wanted here");
+  return *number * found->second;
 }
 
 FleetScenario scenarioFromFile(const std::string &file) {
