@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <utility>
 
 #include "KXPublisher/diagnostics/KXLogError.h"
@@ -186,11 +185,8 @@ void KXNetworking::repeatLostAccessTokenRefresh() {
 }
 
 void KXNetworking::updateLastAccessTokenRequestTimeInterval() {
-  const double last = lastAccessTokenRequestTimeInterval_;
   lastAccessTokenRequestTimeInterval_ =
-      last == 0.0
-          ? accessTokenRequestTimeIntervalMinValue
-          : std::min(last * accessTokenRequestTimeIntervalMultiplier, accessTokenRequestTimeIntervalMaxValue);
+      accessTokenRequestTimeIntervalAfter(lastAccessTokenRequestTimeInterval_);
 }
 
 }  // namespace kx

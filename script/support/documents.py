@@ -24,6 +24,7 @@ SHELL = ("", "sh", "shell", "bash", "console")
 PROGRAMS = {  # by the file that lists their options
     "kx-host": "examples/host/Arguments.cpp",
     "kx-collector": "tools/collector/Options.cpp",
+    "kx-fleet": "tools/fleet/ForecastCommand.cpp",
 }
 
 
@@ -173,7 +174,7 @@ class Check:
             if program in PROGRAMS:
                 listed = (self.root / PROGRAMS[program]).read_text(encoding="utf-8")
                 for option in options:
-                    if f'"{option.lstrip("-")}"' not in listed and option != "--help":
+                    if not re.search(rf'"(--)?{re.escape(option.lstrip("-"))}"', listed) and option != "--help":
                         self.complain(page, line, f"{program} has no option {option}")
         elif name in ("cmake", "ctest"):
             for flag, value in zip(arguments, arguments[1:]):
