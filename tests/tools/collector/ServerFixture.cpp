@@ -58,7 +58,7 @@ void RecordingEventLog::release(const std::string &problem) {
     const std::lock_guard<std::mutex> lock(mutex_);
     held.swap(held_);
   }
-  for (const Kept &kept : held) kept(problem);
+  for (const Kept &kept : held) kept({problem});
 }
 
 void RecordingEventLog::failed(const std::string & /*client*/, const std::string &reason) {
