@@ -124,10 +124,11 @@ StreamMessage StreamForwarder::messageFor(const std::string &client, const Reque
 }
 
 std::string StreamForwarder::subjectFor(const std::string &application) {
-  const bool hasOwn = isUsualName(application) &&
-                      (applications_.count(application) != 0 ||
-                       (applications_.size() < maximumSubjects && applications_.insert(application).second));
-  return subject_ + (hasOwn ? ".app." + application : ".other");
+  const bool isKnown = applications_.count(application) != 0;
+  const bool mayBeKnown = applications_.size() < maximumSubjects && isUsualName(application);
+  if (!isKnown && !mayBeKnown) return subject_ + ".other";
+  applications_.insert(application);
+  return subject_ + ".app." + application;
 }
 
 }  // namespace kx::collector

@@ -5,6 +5,7 @@ import json
 import os
 import signal
 import socket
+import ssl
 import subprocess
 import tempfile
 import time
@@ -28,8 +29,17 @@ def eventually(condition, what):
 class Client:
     """One connection. Its calls wait; what fails raises OSError."""
 
-    def __init__(self, port, user=None, timeout=5):
+    def __init__(self, port, user=None, authority=None, timeout=5):
         self.socket = socket.create_connection(("127.0.0.1", port), timeout)
+        try:
+            while self.socket.recv(1) not in (b"\n", b""):  # what the server says of itself, before TLS
+                pass
+            if authority:
+                self.socket = ssl.create_default_context(cafile=authority).wrap_socket(self.socket,
+                                                                                       server_hostname="localhost")
+        except OSError:
+            self.socket.close()
+            raise
         self.stream = self.socket.makefile("rb")
         self.numbers = itertools.count(1)
         self.inbox = f"_INBOX.{os.getpid()}.{id(self)}.{time.monotonic_ns()}"
@@ -121,12 +131,13 @@ def free_port():
 class Node:
     """One nats-server, which keeps its ports and its files when it is started again."""
 
-    def __init__(self, number, folder, ports=(), configuration="", user=None):
+    def __init__(self, number, folder, ports=(), configuration="", user=None,
+                 authority=None):
         self.number, self.folder = number, Path(folder)
         self.port = free_port()
         self.cluster_port = ports[number] if ports else None
         self.ports = ports
-        self.configuration, self.user = configuration, user
+        self.configuration, self.user, self.authority = configuration, user, authority
         self.folder.mkdir(parents=True, exist_ok=True)
         self.process = None
 
@@ -154,7 +165,7 @@ class Node:
 
     def answers(self):
         try:
-            with Client(self.port, self.user) as client:
+            with Client(self.port, self.user, self.authority) as client:
                 client.ask("$JS.API.INFO")
                 return True
         except OSError:
@@ -164,12 +175,13 @@ class Node:
 class Cluster:
     """So many servers with one JetStream."""
 
-    def __init__(self, count=1, folder=None, configuration="", folders=None, user=None):
+    def __init__(self, count=1, folder=None, configuration="", folders=None, user=None,
+                 authority=None):
         self.temporary = None if folder else tempfile.TemporaryDirectory()
         self.folder = Path(folder or self.temporary.name)
         ports = [free_port() for _ in range(count)] if count > 1 else []
         self.nodes = [Node(number, (folders or {}).get(number, self.folder / f"node{number}"), ports, configuration,
-                           user)
+                           user, authority)
                       for number in range(count)]
 
     def __enter__(self):
@@ -201,7 +213,7 @@ class Cluster:
                 if node.process.poll() is not None:
                     continue
                 try:
-                    with Client(node.port, node.user) as client:
+                    with Client(node.port, node.user, node.authority) as client:
                         return (ask(client),)
                 except OSError:
                     pass

@@ -4,6 +4,7 @@ import gzip
 import json
 import secrets
 import signal
+import subprocess
 import tempfile
 import unittest
 import urllib.error
@@ -240,6 +241,41 @@ class UsersTest(unittest.TestCase):
                 eventually(lambda: any(line["event"] == "stream" for line in collector.lines), "a line in the log")
                 self.assertEqual(collector.send(collector.log_in(), 2).status, 503)
                 self.assertNotIn("wrong", json.dumps(collector.lines) + collector.errors())
+
+
+class TLSTest(unittest.TestCase):
+    """A stream that shows a certificate."""
+
+    def setUp(self):
+        temporary = tempfile.TemporaryDirectory()
+        self.addCleanup(temporary.cleanup)
+        self.folder = Path(temporary.name)
+        self.certificate, key = self.folder / "certificate.pem", self.folder / "key.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=Test",
+                        "-addext", "subjectAltName=DNS:localhost", "-keyout", key, "-out", self.certificate],
+                       check=True, capture_output=True)
+        self.cluster = Cluster(configuration=f'tls {{ cert_file: "{self.certificate}", key_file: "{key}" }}',
+                               authority=self.certificate)
+        self.addCleanup(self.cluster.__exit__)
+        self.cluster.__enter__()
+
+    def start(self, host, *options):
+        collector = Collector("--no-page", "--stream", f"tls://{host}:{self.cluster.nodes[0].port}",
+                              "--operations-port", "0", *options)
+        self.addCleanup(collector.__exit__)
+        return collector
+
+    def test_the_stream_is_trusted_by_the_authority_that_is_named(self):
+        collector = self.start("localhost", "--stream-ca", str(self.certificate))
+        token = collector.log_in()
+        eventually(lambda: collector.send(token).status == 200, "a message that is accepted")
+
+    def test_another_server_is_not_trusted(self):
+        for host, options in (("localhost", []), ("127.0.0.1", ["--stream-ca", str(self.certificate)])):
+            collector = self.start(host, *options)
+            line = eventually(lambda: [line for line in collector.lines if line["event"] == "stream"], "a line")[0]
+            self.assertFalse(line["ready"])
+            self.assertRegex(line["reason"], "SSL|certificate")
 
 
 class TokensTest(unittest.TestCase):
