@@ -3,6 +3,7 @@
 import itertools
 import json
 import os
+import random
 import signal
 import socket
 import ssl
@@ -123,9 +124,15 @@ class Client:
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
+    """One that stays free while its server is down: the system gives those of connections from 32768 on."""
+    while True:
+        port = random.randrange(15000, 32000)
+        with socket.socket() as probe:
+            try:
+                probe.bind(("127.0.0.1", port))
+                return port
+            except OSError:
+                pass
 
 
 class Node:
@@ -152,8 +159,18 @@ class Node:
             self.process = subprocess.Popen(["nats-server", "-c", str(self.folder / "nats.conf")], stdout=log,
                                             stderr=log, stdin=subprocess.DEVNULL)
 
-    def signal(self, number):
-        self.process.send_signal(number)
+    def pause(self):
+        """It stands still when this returns: a signal alone lets its threads run on for a moment."""
+        self.process.send_signal(signal.SIGSTOP)
+        tasks = Path(f"/proc/{self.process.pid}/task")
+        eventually(lambda: all(self.state(task) == "T" for task in tasks.iterdir()), "a process that stands still")
+
+    @staticmethod
+    def state(task):
+        return (task / "stat").read_text().rpartition(")")[2].split()[0]
+
+    def go_on(self):
+        self.process.send_signal(signal.SIGCONT)
 
     def kill(self):
         """As a machine that loses its power would end it."""
@@ -179,21 +196,37 @@ class Cluster:
                  authority=None):
         self.temporary = None if folder else tempfile.TemporaryDirectory()
         self.folder = Path(folder or self.temporary.name)
-        ports = [free_port() for _ in range(count)] if count > 1 else []
-        self.nodes = [Node(number, (folders or {}).get(number, self.folder / f"node{number}"), ports, configuration,
-                           user, authority)
-                      for number in range(count)]
+        self.count, self.folders, self.configuration = count, folders or {}, configuration
+        self.user, self.authority = user, authority
+        self.nodes = []
+
+    def make_nodes(self):
+        ports = [free_port() for _ in range(self.count)] if self.count > 1 else []
+        self.nodes = [Node(number, self.folders.get(number, self.folder / f"node{number}"), ports, self.configuration,
+                           self.user, self.authority)
+                      for number in range(self.count)]
 
     def __enter__(self):
         try:
-            for node in self.nodes:
-                node.start()
-            for node in self.nodes:
-                eventually(node.answers, f"JetStream on node {node.number}")
+            while True:
+                self.make_nodes()
+                for node in self.nodes:
+                    node.start()
+                eventually(lambda: self.have_begun() or self.are_hindered(), "JetStream on all nodes")
+                if not self.are_hindered():
+                    return self
+                for node in self.nodes:
+                    node.kill()
         except BaseException:
             self.__exit__()
             raise
-        return self
+
+    def have_begun(self):
+        return all(node.answers() for node in self.nodes)
+
+    def are_hindered(self):
+        """By somebody who has taken a port since it was found to be free."""
+        return any(node.process.poll() is not None for node in self.nodes)
 
     def __exit__(self, *_):
         for node in self.nodes:

@@ -185,12 +185,12 @@ class FailingNodeTest(unittest.TestCase):
         collector = self.start("--stream-timeout", "3").wait_until_ready()
         token = collector.log_in()
         self.assertEqual(collector.statuses(1, token), [200])
-        self.node.signal(signal.SIGSTOP)
+        self.node.pause()
         self.assertEqual(collector.statuses(1, token, 10), [503])  # after 3 s
         eventually(lambda: not collector.is_ready(), "a collector that has noticed")
         self.assertEqual(collector.statuses(200, token, 20), [503] * 200)
         self.assertEqual(collector.metric("stream_waiting_messages"), 0)
-        self.node.signal(signal.SIGCONT)
+        self.node.go_on()
         collector.wait_until_ready()
         self.assertEqual(collector.statuses(1, token, 1000), [200])
         ids = Counter(headers["Nats-Msg-Id"] for _, headers, _ in self.cluster.messages())
@@ -202,7 +202,7 @@ class FailingNodeTest(unittest.TestCase):
         collector = self.start("--stream-timeout", "20").wait_until_ready()
         token = collector.log_in()
         self.assertEqual(collector.statuses(1, token), [200])
-        self.node.signal(signal.SIGSTOP)
+        self.node.pause()
         body = json.dumps([message(2)]).encode()
         collector.connection.request("POST", MESSAGE, gzip.compress(body),
                                      {"Content-Type": "application/json", "Content-Encoding": "gzip",
@@ -210,7 +210,7 @@ class FailingNodeTest(unittest.TestCase):
         eventually(lambda: collector.metric("stream_waiting_messages") == 1, "a message on its way")
         collector.process.send_signal(signal.SIGTERM)
         eventually(lambda: collector.operations("/readyz") == (503, "it is about to end\n"), "no more readiness")
-        self.node.signal(signal.SIGCONT)
+        self.node.go_on()
         answer = collector.connection.getresponse()
         self.assertEqual((answer.status, answer.headers["Connection"]), (200, "close"))
         answer.read()
