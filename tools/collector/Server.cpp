@@ -15,7 +15,7 @@ using net::ip::tcp;
 namespace {
 
 constexpr std::chrono::milliseconds pauseBeforeAccepting{50};
-constexpr std::chrono::milliseconds timeBetweenLooks{10};
+constexpr std::chrono::milliseconds pauseBetweenLooks{10};
 
 }  // namespace
 
@@ -129,7 +129,7 @@ void Server::stop(std::chrono::milliseconds time, const std::function<void()> &f
 void Server::waitForConnections(std::chrono::steady_clock::time_point limit,
                                 const std::function<void()> &finished) {
   if (connections() == 0 || std::chrono::steady_clock::now() >= limit) return finished();
-  pause_.expires_after(timeBetweenLooks);
+  pause_.expires_after(pauseBetweenLooks);
   pause_.async_wait(
       [this, limit, finished](boost::system::error_code) { waitForConnections(limit, finished); });
 }

@@ -16,9 +16,9 @@ namespace kx::collector {
 
 namespace {
 
-constexpr std::string_view beginning = "1.";
+constexpr std::string_view beginningOfToken = "1.";
 constexpr std::size_t randomBytes = 8;
-constexpr std::size_t maximumSize = 128;
+constexpr std::size_t maximumSizeOfToken = 128;
 
 std::string signatureOf(std::string_view text, const std::string &key) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
@@ -45,7 +45,7 @@ std::int64_t millisecondsOf(std::chrono::system_clock::time_point time) {
 /// Of a token whose signature is right.
 std::int64_t endIn(std::string_view token) {
   std::int64_t seconds = 0;
-  std::from_chars(token.data() + beginning.size(), token.data() + token.size(), seconds);
+  std::from_chars(token.data() + beginningOfToken.size(), token.data() + token.size(), seconds);
   return seconds;
 }
 
@@ -54,7 +54,7 @@ std::int64_t endIn(std::string_view token) {
 std::string SignedTokens::issue(Time /*now*/) {
   const std::int64_t end = (millisecondsOf(clock_()) + lifetime_.count() + 999) / 1000;
   const std::string text =
-      std::string(beginning) + std::to_string(end) + "." + randomHexadecimal(randomBytes);
+      std::string(beginningOfToken) + std::to_string(end) + "." + randomHexadecimal(randomBytes);
   return text + "." + signatureOf(text, keys_.current);
 }
 
@@ -65,7 +65,7 @@ void SignedTokens::forget(std::string_view token) {
 
 bool SignedTokens::accept(std::string_view token, Time /*now*/) const {
   const std::size_t dot = token.rfind('.');
-  if (token.size() > maximumSize || dot == std::string_view::npos) return false;
+  if (token.size() > maximumSizeOfToken || dot == std::string_view::npos) return false;
   const std::string_view text = token.substr(0, dot);
   const std::string_view signature = token.substr(dot + 1);
   if (!isSignedBy(keys_.current, text, signature) &&

@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t maximumSizeOfName = 200;  // of an application, or of an id
 constexpr std::size_t maximumSizeOfValue = 300;
 
-bool isPlain(char character) {
+bool isUsual(char character) {
   return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
          (character >= '0' && character <= '9') || character == '-' || character == '_';
 }
@@ -29,7 +29,7 @@ bool isPlain(char character) {
 bool isUsualName(std::string_view name) {
   bool isInWord = false;
   for (const char character : name) {
-    if (character != '.' && !isPlain(character)) return false;
+    if (character != '.' && !isUsual(character)) return false;
     if (character == '.' && !isInWord) return false;
     isInWord = character != '.';
   }
@@ -38,7 +38,7 @@ bool isUsualName(std::string_view name) {
 
 /// The same for the same id, another for another, and nothing but plain characters in it.
 std::string plainId(const std::string &id) {
-  if (!id.empty() && id.size() <= maximumSizeOfName && std::all_of(id.begin(), id.end(), isPlain)) return id;
+  if (!id.empty() && id.size() <= maximumSizeOfName && std::all_of(id.begin(), id.end(), isUsual)) return id;
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned size = 0;
   if (EVP_Digest(id.data(), id.size(), digest.data(), &size, EVP_sha256(), nullptr) != 1) {
@@ -49,11 +49,11 @@ std::string plainId(const std::string &id) {
 
 /// What a header of the stream can have.
 std::string printableASCII(std::string_view text) {
-  std::string plain(text.substr(0, maximumSizeOfValue));
-  for (char &character : plain) {
+  std::string shown(text.substr(0, maximumSizeOfValue));
+  for (char &character : shown) {
     if (character < ' ' || character > '~') character = '?';
   }
-  return plain;
+  return shown;
 }
 
 std::string textOf(const JSONValue &value) {
