@@ -1,0 +1,21 @@
+#pragma once
+
+#include <nats/nats.h>
+
+#include <memory>
+
+namespace kx::collector {
+
+/// Lets the NATS library's objects go.
+struct NATSDeleter {
+  void operator()(natsMsg *message) const { natsMsg_Destroy(message); }
+  void operator()(natsOptions *options) const { natsOptions_Destroy(options); }
+  void operator()(natsConnection *connection) const { natsConnection_Destroy(connection); }
+  void operator()(jsCtx *context) const { jsCtx_Destroy(context); }
+  void operator()(jsStreamInfo *info) const { jsStreamInfo_Destroy(info); }
+};
+
+template <typename Object>
+using NATSPointer = std::unique_ptr<Object, NATSDeleter>;
+
+}  // namespace kx::collector
