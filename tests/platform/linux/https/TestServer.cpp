@@ -118,6 +118,11 @@ TestServer::TestServer(const collector::PemCertificate &certificate, const Optio
   SSL_CTX_set_min_proto_version(native, options.minimumVersion);
   SSL_CTX_set_max_proto_version(native, options.maximumVersion);
   if (SSL_CTX_set_cipher_list(native, options.ciphers.c_str()) != 1) throw std::invalid_argument("ciphers");
+  if (!options.grantsTickets) {
+    SSL_CTX_set_options(native, SSL_OP_NO_TICKET);
+    SSL_CTX_set_num_tickets(native, 0);
+    SSL_CTX_set_session_cache_mode(native, SSL_SESS_CACHE_OFF);
+  }
 
   const tcp::endpoint endpoint(asio::ip::make_address(options.address), options.port);
   acceptor_.open(endpoint.protocol());

@@ -74,6 +74,7 @@ class TestServer {
     int minimumVersion = TLS1_2_VERSION;
     int maximumVersion = TLS1_3_VERSION;
     std::string ciphers = "DEFAULT";  ///< of TLS 1.2 and below, in OpenSSL's words
+    bool grantsTickets = true;        ///< by which later handshakes are resumed
   };
 
   explicit TestServer(const collector::PemCertificate &certificate) : TestServer(certificate, Options()) {}

@@ -1,0 +1,210 @@
+// A host of the library, through the door that every host has. script/bench tells it what to do and looks at
+// it from outside. What is counted is in functions whose names begin with "measured", which are called
+// through pointers, so that no compiler makes anything else of them.
+
+#include <KXPublisher/platform/linux/LinuxHost.h>
+#include <ifaddrs.h>
+#include <zlib.h>
+
+#include <KXPublisher/KXPublisher.hpp>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KXPublisher/transport/KXGzipUtility.h"
+#include "KXPublisher/transport/KXNetworking.h"
+#include "benchmarks/Allocations.h"
+#include "benchmarks/Commands.h"
+
+namespace {
+
+struct State {
+  std::shared_ptr<kx::KXPublisher> publisher;
+  std::string token;
+  std::string hostname;
+  kx::Dictionary message;
+  std::optional<std::string> json;
+  std::optional<kx::Data> compressed;
+  kx::Data room;
+};
+
+State &state() {
+  static State &only = *new State;  // never destroyed: the library's threads live as long as the process
+  return only;
+}
+
+template <class T>
+const T &there(const std::optional<T> &result) {
+  if (!result) std::abort();  // a step that has yielded nothing has cost nothing
+  return *result;
+}
+
+}  // namespace
+
+// ---- What is measured
+
+void measuredEntryCall();
+void measuredReport();
+void measuredBackground();
+void measuredAssembling();
+void measuredSerialising();
+void measuredCompressing();
+void measuredAddressesAlone();
+void measuredZlibAlone();
+
+void measuredEntryCall() {
+  state().publisher = kx::KXPublisher::sharedInstanceWithApiToken(state().token, state().hostname);
+}
+
+void measuredReport() {
+  state().publisher->logDataAsync(true);
+}
+
+void measuredBackground() {
+  kx::LinuxHost::didEnterBackground();
+}
+
+void measuredAssembling() {
+  state().message = state().publisher->data();
+}
+
+void measuredSerialising() {
+  kx::Array messages;
+  messages.emplace_back(state().message);
+  state().json = kx::KXNetworking::jsonForObject(messages);
+}
+
+void measuredCompressing() {
+  const std::string &json = *state().json;
+  state().compressed = kx::KXGzipUtility::gzipData(kx::Data(json.begin(), json.end()));
+}
+
+/// As a program without the library would ask for them.
+void measuredAddressesAlone() {
+  ifaddrs *list = nullptr;
+  if (getifaddrs(&list) != 0 || list == nullptr) std::abort();
+  freeifaddrs(list);
+}
+
+/// zlib as a program without the library would drive it: same parameters, same size of buffer.
+void measuredZlibAlone() {
+  const std::string &json = *state().json;
+  z_stream stream{};
+  deflateInit2(&stream, -1, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY);
+  stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(json.data()));
+  stream.avail_in = static_cast<uInt>(json.size());
+  stream.next_out = state().room.data();
+  stream.avail_out = static_cast<uInt>(state().room.size());
+  if (deflate(&stream, Z_FINISH) != Z_STREAM_END) std::abort();
+  deflateEnd(&stream);
+}
+
+// ---- The commands
+
+namespace {
+
+/// On an empty cache, by the thread's processor time: no other program's share is in it.
+void time(const std::string &name, void (*call)()) {
+  void (*volatile const opaque)() = call;
+  emptyCaches();
+  double time = 0;
+  long before = 0;
+  long after = 0;
+  const std::function<void()> counted = [&] {
+    before = allocations();
+    opaque();
+    after = allocations();
+  };
+  tellProcessorTime();
+  marked(name, [&] { time = microseconds(CLOCK_THREAD_CPUTIME_ID, counted); });
+  tell(name, time);
+  tell(name + "-allocations", static_cast<double>(after - before));
+}
+
+/// TOKEN HOSTNAME FILE-OF-CERTIFICATES
+void start(const std::vector<std::string> &words) {
+  kx::LinuxHostOptions options;
+  options.advertisingIdentifier = "6D92078A-8246-4BA4-AE5B-76104861E7DC";
+  options.applicationIdentifier = "com.example.KXHost";
+  options.certificateAuthorityFile = words.at(2);
+  if (!kx::LinuxHost::setOptions(options)) std::abort();
+  state().token = words.at(0);
+  state().hostname = words.at(1);
+  time("entry-call", &measuredEntryCall);
+  if (state().publisher == nullptr) std::abort();
+}
+
+void report(const std::vector<std::string> & /*words*/) {
+  time("report", &measuredReport);
+}
+
+void addresses(const std::vector<std::string> & /*words*/) {
+  time("addresses", &measuredAddressesAlone);
+}
+
+void background(const std::vector<std::string> & /*words*/) {
+  time("background", &measuredBackground);
+}
+
+void foreground(const std::vector<std::string> & /*words*/) {
+  kx::LinuxHost::willEnterForeground();
+}
+
+/// The steps of a report one by one on this thread, and what they cannot do without.
+void work(const std::vector<std::string> & /*words*/) {
+  state().room.resize(4096);
+  const auto take = [](void (*step)()) {
+    void (*volatile const opaque)() = step;
+    opaque();
+  };
+  const long before = allocations();
+  take(&measuredAssembling);
+  take(&measuredSerialising);
+  take(&measuredCompressing);
+  tell("work-allocations", static_cast<double>(allocations() - before));
+  take(&measuredAddressesAlone);
+  take(&measuredZlibAlone);
+  tell("json", static_cast<double>(there(state().json).size()));
+  tell("compressed", static_cast<double>(there(state().compressed).size()));
+}
+
+/// COUNT messages, handed over one after the other on this thread.
+void burst(const std::vector<std::string> &words) {
+  const unsigned count = static_cast<unsigned>(std::stoul(words.at(0)));
+  const unsigned before = kx::KXPublisher::diagnosis().messagesAccepted;
+  unsigned accepted = 0;
+  unsigned still = 0;
+  constexpr timespec pause{0, 2'000'000};
+  constexpr unsigned patience = 5000;  // pauses without an answer
+  const double time = microseconds(CLOCK_MONOTONIC, [&] {
+    for (unsigned i = 0; i < count; ++i) state().publisher->logDataAsync(false);
+    while (accepted < count && still < patience) {
+      nanosleep(&pause, nullptr);
+      const unsigned now = kx::KXPublisher::diagnosis().messagesAccepted - before;
+      still = now == accepted ? still + 1 : 0;
+      accepted = now;
+    }
+  });
+  tell("rate", accepted / (time / 1e6));
+  tell("lost", count - accepted);
+}
+
+void accepted(const std::vector<std::string> & /*words*/) {
+  tell("accepted", kx::KXPublisher::diagnosis().messagesAccepted);
+}
+
+}  // namespace
+
+int main() {
+  return obey({{"start", start},
+               {"report", report},
+               {"addresses", addresses},
+               {"background", background},
+               {"foreground", foreground},
+               {"work", work},
+               {"burst", burst},
+               {"accepted", accepted}});
+}
