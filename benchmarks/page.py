@@ -67,7 +67,7 @@ def draw_work(figures, output):
     """A report's own work beside what it cannot do without."""
     rows = []
     for figure in figures:
-        if figure.name.startswith("work.") and figure.name.count(".") == 1 and not figure.recorded and figure.name != "work.ratio":
+        if figure.name.startswith("work.") and not figure.recorded and figure.name != "work.ratio":
             step = figure.name.partition(".")[2]
             rows.append((step, figure.ours / 1000, OURS))
             if figure.floor:
