@@ -15,10 +15,12 @@ long allocations() {
 // In the place of the C library's, which do the work under these names.
 extern "C" {
 
-void *__libc_malloc(std::size_t size);                          // NOLINT(bugprone-reserved-identifier)
-void *__libc_calloc(std::size_t number, std::size_t size);      // NOLINT(bugprone-reserved-identifier)
-void *__libc_realloc(void *block, std::size_t size);            // NOLINT(bugprone-reserved-identifier)
-void *__libc_memalign(std::size_t boundary, std::size_t size);  // NOLINT(bugprone-reserved-identifier)
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t number, std::size_t size);
+void *__libc_realloc(void *block, std::size_t size);
+void *__libc_memalign(std::size_t boundary, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 __attribute__((visibility("default"))) void *malloc(std::size_t size) {
   ++count;
