@@ -78,7 +78,7 @@ void measuredSerialising() {
 }
 
 void measuredCompressing() {
-  const std::string &json = *state().json;
+  const std::string &json = there(state().json);
   state().compressed = kx::KXGzipUtility::gzipData(kx::Data(json.begin(), json.end()));
 }
 
@@ -91,7 +91,7 @@ void measuredAddressesAlone() {
 
 /// zlib as a program without the library would drive it: same parameters, same size of buffer.
 void measuredZlibAlone() {
-  const std::string &json = *state().json;
+  const std::string &json = there(state().json);
   z_stream stream{};
   deflateInit2(&stream, -1, Z_DEFLATED, 31, 8, Z_DEFAULT_STRATEGY);
   stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(json.data()));
@@ -173,7 +173,7 @@ void work(const std::vector<std::string> & /*words*/) {
 
 /// COUNT messages, handed over one after the other on this thread.
 void burst(const std::vector<std::string> &words) {
-  const unsigned count = static_cast<unsigned>(std::stoul(words.at(0)));
+  const auto count = static_cast<unsigned>(std::stoul(words.at(0)));
   const unsigned before = kx::KXPublisher::diagnosis().messagesAccepted;
   unsigned accepted = 0;
   unsigned still = 0;
