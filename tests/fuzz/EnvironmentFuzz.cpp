@@ -18,7 +18,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size) {
                                              {"HTTPS_PROXY", values[1]},
                                              {"all_proxy", values[2]},
                                              {"no_proxy", values[3]}}));
-  const std::unique_ptr<CURL, void (*)(CURL *)> easy(curl_easy_init(), &curl_easy_cleanup);
+  static const auto missing = kx::CurlLibrary::open();
+  kx::require(!missing, "curl is there");
+  const std::unique_ptr<CURL, void (*)(CURL *)> easy(kx::curl_easy_init(), kx::curl_easy_cleanup);
   proxy.applyTo(easy.get());
   return 0;
 }
