@@ -49,7 +49,7 @@ std::optional<std::string> CurlLibrary::open() {
   const std::lock_guard<std::mutex> lock(mutex);
   if (opened != nullptr) return std::nullopt;
   void *const library = dlopen(libraryName, RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) return dlerror();
+  if (library == nullptr) return dlerror();  // NOLINT(concurrency-mt-unsafe): each thread has its own
   if (auto reason = reasonAgainst(library)) {
     dlclose(library);  // or a better one could not be found under that name
     return reason;
