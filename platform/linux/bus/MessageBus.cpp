@@ -91,15 +91,15 @@ void MessageBus::observe(Observer observer) {
 void MessageBus::open() {
   if (!address_) return;
   LinuxWorkerPool::shared().submit(DispatchQueuePriority::standard,
-                                   [bus = strong(*this)] { bus->connect(); });
+                                   [bus = strong(*this), address = *address_] { bus->connect(address); });
 }
 
-void MessageBus::connect() {
+void MessageBus::connect(const std::string &address) {
   if (g_type_class_peek(G_TYPE_SOCKET) == nullptr) prepareSocketsOn(*mainRunLoop_);
   GLibPointer<GDBusConnection> opened;
   if (hasFreeDescriptors()) {
     opened.reset(g_dbus_connection_new_for_address_sync(
-        address_->c_str(),
+        address.c_str(),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
         nullptr, nullptr, nullptr));

@@ -43,7 +43,7 @@ class MessageBus : public Object {
   void open();
   /// On a worker: GLib's own preparations for its first connection take as long as all else that the library
   /// does on the main thread in the beginning.
-  void connect();
+  void connect(const std::string &address);
   void use(GLibPointer<GDBusConnection> connection);
   void tellObservers();
   void tryAgainLater();

@@ -7,6 +7,7 @@
 
 namespace kx {
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a definition, not a value
 #define KX_DEFINE(name) decltype(&::name) name = nullptr
 KX_CURL_FUNCTIONS(KX_DEFINE);
 #undef KX_DEFINE
