@@ -113,7 +113,7 @@ std::optional<NetworkReachabilityFlags> LinuxReachability::getFlags(NetworkReach
   for (const auto &[runLoop, schedule] : asked.schedules) {
     if (!schedule->flags) {
       schedule->flags = flags.value_or(0);
-    } else if (*schedule->flags != flags.value_or(0)) {
+    } else if (schedule->flags != flags.value_or(0)) {
       // All may be as it was before the callback hears of it.
       schedule->flagsElsewhere = flags.value_or(0);
       schedule->watch->checkSoon();
