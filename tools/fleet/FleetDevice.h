@@ -9,7 +9,7 @@ using Time = std::int32_t;
 constexpr Time never = -1;
 
 constexpr Time milliseconds(double seconds) {
-  return static_cast<Time>(seconds * 1000 + 0.5);
+  return static_cast<Time>(seconds * 1000 + 0.5);  // NOLINT(bugprone-incorrect-roundings): never negative
 }
 
 /// What happens to a device at its time.

@@ -27,6 +27,7 @@ Forecast forecastOf(const FleetScenario &scenario) {
 
 std::vector<Disturbance> disturbancesOf(const FleetScenario &scenario) {
   std::vector<Disturbance> all;
+  all.reserve(scenario.updates.size() + scenario.service.outages.size() + scenario.service.refusals.size());
   for (const auto &update : scenario.updates)
     all.push_back({"update", update.at, update.at + update.within, scenario.length});
   for (const auto &outage : scenario.service.outages)

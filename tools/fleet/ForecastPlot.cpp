@@ -45,12 +45,12 @@ std::string number(double value) {
 }
 
 std::string textAt(double x, double y, const char *kind, const std::string &text) {
-  return "<text x=\"" + number(x) + "\" y=\"" + number(y) + "\" class=\"" + kind + "\">" + escaped(text) +
+  return "<text x=\"" + number(x) + R"(" y=")" + number(y) + "\" class=\"" + kind + "\">" + escaped(text) +
          "</text>\n";
 }
 
 std::string line(double fromX, double fromY, double toX, double toY) {
-  return "<path class=\"grid\" d=\"M" + number(fromX) + "," + number(fromY) + "L" + number(toX) + "," +
+  return R"(<path class="grid" d="M)" + number(fromX) + "," + number(fromY) + "L" + number(toX) + "," +
          number(toY) + "\"/>\n";
 }
 
@@ -126,26 +126,28 @@ std::string panelOf(const Forecast &forecast, const Part &part, std::size_t plac
     const double end =
         std::min(std::max(part.xOf(disturbance.to), part.xOf(disturbance.from) + 1.5), left + plotWidth);
     if (begin >= end) continue;
-    svg += "<rect class=\"trouble\" x=\"" + number(begin) + "\" y=\"" + number(ceiling) + "\" width=\"" +
-           number(end - begin) + "\" height=\"" + number(panelHeight) + "\"/>\n";
+    svg += R"(<rect class="trouble" x=")" + number(begin) + R"(" y=")" + number(ceiling) + R"(" width=")" +
+           number(end - begin) + R"(" height=")" + number(panelHeight) + "\"/>\n";
   }
-  for (double value = 0; value <= greatest + step * 0.999; value += step) {
+  for (int count = 0; count * step <= greatest + step * 0.999; ++count) {
+    const double value = count * step;
     const double y = floor - value * perUnit;
     svg += line(left, y, left + plotWidth, y);
     svg += textAt(left - 6, y + 4, "value", numberText(value));
   }
-  svg += "<path class=\"most\" d=\"" + pathOf(columns, part, &Column::most, floor, perUnit) + "V" +
+  svg += R"(<path class="most" d=")" + pathOf(columns, part, &Column::most, floor, perUnit) + "V" +
          number(floor) + "H" + number(left) + "Z\"/>\n";
   if (!forecast.ordinary.empty())
-    svg += "<path class=\"ordinary\" d=\"" + pathOf(ordinary, part, &Column::mean, floor, perUnit) + "\"/>\n";
-  svg += "<path class=\"mean\" d=\"" + pathOf(columns, part, &Column::mean, floor, perUnit) + "\"/>\n";
+    svg += R"(<path class="ordinary" d=")" + pathOf(ordinary, part, &Column::mean, floor, perUnit) + "\"/>\n";
+  svg += R"(<path class="mean" d=")" + pathOf(columns, part, &Column::mean, floor, perUnit) + "\"/>\n";
 
   constexpr double steps[] = {1, 5, 10, 30, 60, 300, 600, 1800, 3600, 7200, 10'800, 21'600, 86'400};
-  const double length = static_cast<double>(part.to - part.from);
+  const auto length = static_cast<double>(part.to - part.from);
   const double *const tick = std::find_if(std::begin(steps), std::end(steps) - 1,
                                           [length](double seconds) { return length / seconds <= 12; });
-  for (double at = std::ceil(static_cast<double>(part.from) / *tick) * *tick;
-       at <= static_cast<double>(part.to); at += *tick) {
+  const double firstTick = std::ceil(static_cast<double>(part.from) / *tick) * *tick;
+  for (int count = 0; firstTick + count * *tick <= static_cast<double>(part.to); ++count) {
+    const double at = firstTick + count * *tick;
     svg += line(part.xOf(at), floor, part.xOf(at), floor + 4);
     const std::string time = timeText(at);
     svg += textAt(part.xOf(at), floor + 16, "time", *tick < 60 ? time : time.substr(0, 5));
@@ -154,11 +156,11 @@ std::string panelOf(const Forecast &forecast, const Part &part, std::size_t plac
 }
 
 std::string legend(bool withOrdinary) {
-  std::string svg = "<path class=\"mean\" d=\"M" + number(left) + ",46h24\"/>\n" +
-                    textAt(left + 30, 50, "", "mean") + "<path class=\"most\" d=\"M" + number(left + 90) +
+  std::string svg = R"(<path class="mean" d="M)" + number(left) + ",46h24\"/>\n" +
+                    textAt(left + 30, 50, "", "mean") + R"(<path class="most" d="M)" + number(left + 90) +
                     ",41h24v10h-24Z\"/>\n" + textAt(left + 120, 50, "", "busiest second");
   if (withOrdinary)
-    svg += "<path class=\"ordinary\" d=\"M" + number(left + 230) + ",46h24\"/>\n" +
+    svg += R"(<path class="ordinary" d="M)" + number(left + 230) + ",46h24\"/>\n" +
            textAt(left + 260, 50, "", "without what happens in the shaded time");
   return svg;
 }

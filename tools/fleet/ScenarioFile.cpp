@@ -79,7 +79,7 @@ class Members {
   }
   template <class Whole>
   void whole(const char *name, Whole &number, Whole least, Whole greatest) {
-    double read = static_cast<double>(number);
+    auto read = static_cast<double>(number);
     this->number(name, read, static_cast<double>(least), static_cast<double>(greatest));
     if (read != std::floor(read)) refuse(placeOf(name), "a whole number is wanted here");
     number = static_cast<Whole>(read);
@@ -151,7 +151,7 @@ void readQuantiles(Members &members, const char *name, Quantiles &quantiles, dou
     const auto number =
         percent.back() == '%' ? plainNumber(percent.substr(0, percent.size() - 1)) : std::nullopt;
     if (!number || *number > 100) refuse(place, wanted);
-    points[*number / 100] = lengthFrom(length, place + "." + percent);
+    points[*number / 100] = lengthFrom(length, std::string(place).append(".").append(percent));
   }
   if (points.size() < 2 || points.begin()->first != 0 || points.rbegin()->first != 1) refuse(place, wanted);
   std::vector<Quantiles::Point> list;
@@ -172,7 +172,7 @@ void readUse(const Json &json, const std::string &place, FleetScenario::Use &use
       hours.push_back(numberFrom(element, where, 0, most));
     });
     double sum = 0;
-    for (const double hour : hours) sum += hour;
+    for (const double share : hours) sum += share;
     if (hours.size() != 24 || sum <= 0)
       refuse(members.placeOf("hours"), "24 numbers are wanted here, not all of them 0");
     std::copy(hours.begin(), hours.end(), use.hours.begin());
@@ -208,7 +208,6 @@ FleetScenario::Update updateFrom(const Json &json, const std::string &place) {
 }
 
 FleetScenario::Outage outageFrom(const Json &json, const std::string &place) {
-  using Of = FleetScenario::Outage::Of;
   FleetScenario::Outage outage;
   Members members(json, place);
   members.timeOfDay("at", outage.at);
@@ -216,11 +215,13 @@ FleetScenario::Outage outageFrom(const Json &json, const std::string &place) {
   members.flag("silent", outage.silent);
   std::string of = "everything";
   members.text("of", of);
-  const std::map<std::string, Of> all{
-      {"everything", Of::everything}, {"logins", Of::logins}, {"messages", Of::messages}};
+  const std::map<std::string, FleetScenario::Outage::Of> all{
+      {"everything", FleetScenario::Outage::Of::everything},
+      {"logins", FleetScenario::Outage::Of::logins},
+      {"messages", FleetScenario::Outage::Of::messages}};
   const auto found = all.find(of);
   if (found == all.end())
-    refuse(members.placeOf("of"), "\"everything\", \"logins\" or \"messages\" is wanted here");
+    refuse(members.placeOf("of"), R"("everything", "logins" or "messages" is wanted here)");
   outage.of = found->second;
   members.end();
   return outage;
