@@ -12,6 +12,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "KXPublisher/transport/KXGzipUtility.h"
@@ -73,8 +74,8 @@ void measuredAssembling() {
 
 void measuredSerialising() {
   kx::Array messages;
-  messages.emplace_back(state().message);
-  state().json = kx::KXNetworking::jsonForObject(messages);
+  messages.emplace_back(std::move(state().message));
+  state().json = kx::KXNetworking::jsonForObject(std::move(messages));
 }
 
 void measuredCompressing() {

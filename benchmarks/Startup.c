@@ -1,8 +1,12 @@
 /* What a process has paid when it comes to main: once with GIO alone, and once with the library linked, too,
  * of which nothing is called. Without arguments it notes how far its processor time is and becomes itself
- * anew. */
+ * anew.
+ *
+ * With "open" and the name of a library it tells what opening that takes of memory and heap instead. */
 
+#include <dlfcn.h>
 #include <gio/gio.h>
+#include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -32,6 +36,24 @@ static double numberAfter(const char *file, const char *word) {
   return number;
 }
 
+static double anonymousMemory(void) {
+  return numberAfter("/proc/self/smaps_rollup", "Anonymous:");
+}
+
+static double liveHeap(void) {
+  const struct mallinfo2 all = mallinfo2();
+  return (double)all.uordblks + (double)all.hblkhd;
+}
+
+static int opening(const char *library) {
+  const double memory = anonymousMemory();
+  const double heap = liveHeap();
+  if (dlopen(library, RTLD_NOW | RTLD_LOCAL) == NULL) return EXIT_FAILURE;
+  printf("anonymous %.0f\n", anonymousMemory() - memory);
+  printf("heap %.0f\n", liveHeap() - heap);
+  return fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
 /* Of each library the part that is read first is mapped once. */
 static int libraries(void) {
   char line[4096 + 128];
@@ -47,6 +69,7 @@ static int libraries(void) {
 
 int main(int argc, char **argv) {
   const double now = processorMicroseconds();
+  if (argc == 3 && strcmp(argv[1], "open") == 0) return opening(argv[2]);
   if (argc < 2) {
     char text[32];
     char *again[] = {argv[0], text, NULL};
@@ -54,7 +77,7 @@ int main(int argc, char **argv) {
     execv("/proc/self/exe", again);
     return EXIT_FAILURE;
   }
-  const double anonymous = numberAfter("/proc/self/smaps_rollup", "Anonymous:");
+  const double anonymous = anonymousMemory();
   const int count = libraries();
   printf("microseconds %.3f\n", now - strtod(argv[1], NULL));
   printf("anonymous %.0f\n", anonymous);

@@ -124,6 +124,12 @@ class Bench:
                     "heap": (after["heap"] - before["heap"]) / KIB, "header": server.counts()["header"]}
 
     @once
+    def opening(self):
+        """What opening libcurl takes, by hand: the library does for its first report, curl's host is linked with it."""
+        taken = figures_in(run(BUILD / "bin/kx-benchmark-bare", "open", "libcurl.so.4").splitlines())
+        return {"growth": taken["anonymous"], "heap": taken["heap"] / KIB}
+
+    @once
     def starts(self):
         """Of (bare, linked) by turns, what each has at main."""
         rounds = 5 * self.rounds if self.times else 9
@@ -154,6 +160,7 @@ def burst(bench):
                     most.append(host.descriptors())
             watching = threading.Thread(target=watch)
             watching.start()
+            host.forget_most_memory()
             try:
                 ours = host.ask("burst", bench.messages)
             finally:
@@ -215,7 +222,7 @@ def tls(bench):
 def entry(bench):
     """The entry call, on the caller's thread, and what the main loop does right after it."""
     if bench.times:
-        times, loops = [], {"without": [], "with": []}
+        times, floors, loops = [], [], {"without": [], "with": []}
         folder = bench.folder_for("bus")
         with message_bus(folder) as environment:
             for _ in range(2 * bench.rounds):
@@ -226,9 +233,16 @@ def entry(bench):
                             times.append(first["entry-call"])
                         time.sleep(1)
                         loops[how].append(host.ask("loop")["loop"])
-        yield Figure("entry.time", "the entry call on the caller's thread", statistics.median(times), "us", limit=100)
-        yield Figure("entry.loop", "the main loop's first second after it", statistics.median(loops["without"]), "us", limit=150)
-        yield Figure("entry.loop-with-bus", "the same with a message bus", statistics.median(loops["with"]), "us", limit=300)
+                        host.ask("addresses")  # the first one of a process takes more
+                        floors.append(host.ask("addresses")["addresses"])
+        # The budgets, 100, 150 and 300 us, are of a machine on which the list of addresses takes 46.
+        floor = statistics.median(floors)
+        yield Figure("entry.time", "the entry call on the caller's thread; the system's list of addresses", statistics.median(times),
+                     "us", floor, "ratio", 2.17)
+        yield Figure("entry.loop", "the main loop's first second after it", statistics.median(loops["without"]), "us", floor, "ratio",
+                     3.26)
+        yield Figure("entry.loop-with-bus", "the same with a message bus", statistics.median(loops["with"]), "us", floor, "ratio",
+                     6.52)
     counts = bench.instructions
     yield Figure("entry.instructions", "the entry call: instructions", counts["EntryCall"], recorded=True)
     yield Figure("entry.allocations", "the entry call: allocations", counts["entry-call-allocations"], recorded=True)
@@ -241,7 +255,7 @@ def entry(bench):
 def report(bench):
     """What a report takes of the thread that asks for it, on cold caches; the system's list of addresses is its floor."""
     if bench.times:
-        pairs, timers, backgrounds = [], [], []
+        pairs, timers, backgrounds, commands = [], [], [], []
         for _ in range(max(2, bench.rounds // 2)):
             with Host(bench.server) as host:
                 host.start()
@@ -255,10 +269,16 @@ def report(bench):
                     pairs.append((host.ask("addresses")["addresses"], host.ask("report")["report"]))
                     backgrounds.append(host.ask("background")["background"])
                     host.ask("foreground")
+                    time.sleep(0.3)
+                    host.ask("empty")
+                    time.sleep(0.3)
+                    commands.append(host.ask("loop")["loop"])
         floor, ours = ratio(pairs)
         yield Figure("report.caller", "a report on the caller's thread; the system's list of addresses", ours, "us", floor, "ratio",
                      1.3)
-        yield Figure("report.timer", "a timer's report with its loop", statistics.median(timers), "us", floor, "ratio", 1.74)
+        # The two commands around it keep the loop busy, too, for themselves.
+        timer = statistics.median(timers) - statistics.median(commands)
+        yield Figure("report.timer", "a timer's report with its loop", timer, "us", floor, "ratio", 1.74)
         yield Figure("report.background", "a report on entering the background", statistics.median(backgrounds), "us", floor,
                      "ratio", 1.3)
     counts = bench.instructions
@@ -314,13 +334,13 @@ def idle(bench):
 
 @row
 def memory(bench):
-    life, curl = bench.life, bench.curls_report
-    yield Figure("memory.growth", "anonymous memory that the first report adds; curl by hand", life["growth"], "KiB",
-                 curl["growth"], limit=900, recorded=True)
-    # The library opens libcurl for the first report; the other host has had it, and its pages, from the start.
-    yield Figure("memory.total", "all anonymous memory after it; curl by hand", life["total"], "KiB", curl["total"], "over")
-    yield Figure("memory.heap", "live heap that it adds; curl by hand", life["heap"], "KiB", curl["heap"], "over", 80,
-                 recorded=True)
+    life, curl, opening = bench.life, bench.curls_report, bench.opening
+    yield Figure("memory.growth", "anonymous memory that the first report adds; curl opened and used by hand", life["growth"], "KiB",
+                 curl["growth"] + opening["growth"], "over", 280, recorded=True)
+    yield Figure("memory.total", "all anonymous memory after it; curl linked and used by hand", life["total"], "KiB", curl["total"],
+                 "over")
+    yield Figure("memory.heap", "live heap that it adds; curl opened and used by hand", life["heap"], "KiB",
+                 curl["heap"] + opening["heap"], "over", 80, recorded=True)
 
 
 @row

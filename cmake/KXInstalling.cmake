@@ -1,5 +1,5 @@
 # What `cmake --install` puts where: the library, its headers below include/KXPublisher, the files by which CMake and
-# pkg-config find them; with `--component Programs`, kx-host and kx-collector; with `--component GObject`, what
+# pkg-config find them; with `--component Programs`, kx-host, kx-collector and kx-fleet; with `--component GObject`, what
 # bindings/gobject has. The target `uninstall` takes it away again.
 include(CMakePackageConfigHelpers)
 
@@ -86,11 +86,15 @@ endif()
 
 # ---- The programs, and the way back
 
-foreach(program kx-host kx-collector)
+foreach(program kx-host kx-collector kx-fleet)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Programs EXCLUDE_FROM_ALL)
   endif()
 endforeach()
+if(TARGET kx-fleet)
+  install(DIRECTORY tools/fleet/scenarios DESTINATION ${CMAKE_INSTALL_DATADIR}/kx-fleet
+    COMPONENT Programs EXCLUDE_FROM_ALL)
+endif()
 if(PROJECT_IS_TOP_LEVEL)
   add_custom_target(uninstall
     COMMAND ${CMAKE_COMMAND} -D KX_BINARY_DIR=${PROJECT_BINARY_DIR} -P ${PROJECT_SOURCE_DIR}/cmake/KXUninstalling.cmake

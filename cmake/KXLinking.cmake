@@ -39,7 +39,7 @@ function(kx_optimise_as_a_whole target archive)
   if(NOT supported OR NOT KX_LTO OR KX_SANITIZE)
     return()
   endif()
-  if(KX_BUILD_TESTS OR KX_BUILD_BENCHMARKS)
+  if(KX_BUILD_TESTS OR KX_BUILD_BENCHMARKS OR KX_BUILD_PROGRAMS)  # they link the archive
     if(NOT CMAKE_CXX_COMPILER_ID STREQUAL GNU)
       return()  # others write one or the other
     endif()

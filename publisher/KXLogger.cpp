@@ -28,14 +28,14 @@ void KXLogger::logData(Dictionary data, bool async) {
     return;
   }
   if (!async) {
-    networking->sendData(data);
+    networking->sendData(std::move(data));
     return;
   }
   Platform::current()
       .dispatch()
       .globalQueue(DispatchQueuePriority::background)
-      .async([logger = strong(*this), data = std::move(data)] {
-        if (const auto current = logger->kxNetworking()) current->sendData(data);
+      .async([logger = strong(*this), data = std::move(data)]() mutable {
+        if (const auto current = logger->kxNetworking()) current->sendData(std::move(data));
       });
 }
 

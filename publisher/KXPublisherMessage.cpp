@@ -1,4 +1,6 @@
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "KXPublisher/KXPublisher.hpp"
 #include "KXPublisher/platform/Clock.h"
@@ -13,6 +15,8 @@ namespace kx {
 using namespace constants;
 
 namespace {
+
+constexpr std::size_t mostKeys = 32;
 
 /// Milliseconds, but of whole seconds: the fraction is dropped first, as the service expects. A clock reading
 /// of which no integer can be made counts as 0.
@@ -35,14 +39,16 @@ Dictionary KXPublisher::data() const noexcept {
 
 Dictionary KXPublisher::message() const {
   Dictionary message;
+  message.reserve(mostKeys);
   for (const auto &provider : dataProviders_.get()) {
     if (const auto facts = provider->data()) message.addEntriesFrom(*facts->contents());
   }
   // After the merge, so that these five keys are the publisher's, whatever a provider says.
   message.set(dataKeyPublisherSdkName, kxPublisherSdkName);
   message.set(dataKeyPublisherSdkVersion, kxPublisherSdkVersion);
-  const auto addresses = KXNetworking::getIPAddresses();
-  message.set(dataKeyIpAddresses, Array(addresses.begin(), addresses.end()));
+  auto addresses = KXNetworking::getIPAddresses();
+  message.set(dataKeyIpAddresses,
+              Array(std::make_move_iterator(addresses.begin()), std::make_move_iterator(addresses.end())));
   Platform &platform = Platform::current();
   message.set(dataKeyEventId, platform.processInfo().globallyUniqueString());
   message.set(dataKeyEventTime, eventTime(platform.clock().timeIntervalSince1970()));

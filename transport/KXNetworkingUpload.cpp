@@ -9,9 +9,13 @@
 namespace kx {
 
 void KXNetworking::sendData(const Dictionary &message) {
+  sendData(Dictionary(message));
+}
+
+void KXNetworking::sendData(Dictionary &&message) {
   repeatLostAccessTokenRefresh();
   Array messages;
-  messages.emplace_back(message);
+  messages.emplace_back(std::move(message));
   const auto json = jsonForObject(std::move(messages));
   if (!accessToken()) {
     Journal::shared().reportDropped(KXDiagnosis::Drop::noAccessToken);

@@ -11,6 +11,8 @@ namespace kx {
 
 namespace {
 
+constexpr std::size_t usualSize = 1024;  // bytes; a message with all its keys has some 800
+
 /// A text as a stream that RapidJSON writes to.
 class TextStream {
  public:
@@ -114,6 +116,7 @@ class ValueWriter : private rapidjson::Writer<TextStream, rapidjson::UTF8<>, rap
 std::optional<std::string> JSONSerialization::dataWithJSONObject(const Value &object) {
   if (object.array() == nullptr && object.dictionary() == nullptr) return std::nullopt;
   TextStream stream;
+  stream.text.reserve(usualSize);
   if (!ValueWriter<rapidjson::kWriteNoFlags, true>(stream).write(object)) return std::nullopt;
   return std::move(stream.text);
 }

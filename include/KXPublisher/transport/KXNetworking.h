@@ -94,6 +94,8 @@ class KX_EXPORT KXNetworking : public Object {
   /// `sendData:`: sends one message, best effort, as the only element of a JSON array. Dropped, without a
   /// line in the log, while there is no access token. Never repeated.
   void sendData(const Dictionary &message);
+  /// The same of a message that the caller needs no more: it is not copied.
+  void sendData(Dictionary &&message);
 
   // ---- Addresses.
 

@@ -31,7 +31,9 @@ std::string LinuxProcessInfo::globallyUniqueString() {
   }
   bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0f) | 0x40);  // version 4: random
   bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3f) | 0x80);  // variant of RFC 4122
+  constexpr std::size_t length = 36;
   std::string text;
+  text.reserve(length);
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     constexpr const char *digits = "0123456789ABCDEF";
     if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';

@@ -58,9 +58,8 @@ class CurlTransport::Loop {
   /// more. False when it cannot go on before.
   bool run() {
     if (multi_ == nullptr) return false;
-    closeWakeUpSocketsOnExec(multi_);
     // Without the sockets that wake it the thread would sleep through new requests.
-    if (curl_multi_wakeup(multi_) != CURLM_OK) return false;
+    if (!closeWakeUpSocketsOnExec(multi_)) return false;
     requests_.reserve(CurlSettings::maximumInFlight);
     lastProgress_ = Clock::now();
     stayUntil_ = lastProgress_ + transport_.settings_.linger;

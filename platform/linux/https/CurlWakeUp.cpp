@@ -6,24 +6,22 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <system_error>
 #include <vector>
 
 namespace kx {
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr int wakeUps = 3;
 
-bool isInheritedSocket(int descriptor) {
+/// A new descriptor gets the lowest number that is free. So the pair is below this many free ones, unless as
+/// many others were closed right after it was made.
+constexpr int enoughFree = 8;
+
+bool isLocalSocket(int descriptor) {
   int domain = 0;
   socklen_t size = sizeof domain;
-  return getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX &&
-         (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0;
+  return getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
 }
 
 /// How much waits in a socket to be read, and how much of what it has sent the other end has not read.
@@ -42,23 +40,27 @@ struct Waiting {
 
 }  // namespace
 
-void closeWakeUpSocketsOnExec(CURLM *multi) {
+bool closeWakeUpSocketsOnExec(CURLM *multi) {
   std::vector<int> sockets;
-  std::error_code error;
-  for (fs::directory_iterator entry("/proc/self/fd", error); !error && entry != fs::directory_iterator();
-       entry.increment(error)) {
-    const auto descriptor = static_cast<int>(std::strtol(entry->path().filename().c_str(), nullptr, 10));
-    if (isInheritedSocket(descriptor) && Waiting(descriptor).isNothing()) sockets.push_back(descriptor);
+  for (int descriptor = 0, free = 0; free < enoughFree; ++descriptor) {
+    const int flags = fcntl(descriptor, F_GETFD);
+    if (flags < 0) ++free;
+    if (flags == 0 && isLocalSocket(descriptor) && Waiting(descriptor).isNothing()) {
+      sockets.push_back(descriptor);
+    }
   }
   const auto keepThose = [&sockets](auto &&condition) {
     sockets.erase(std::remove_if(sockets.begin(), sockets.end(), [&](int one) { return !condition(one); }),
                   sockets.end());
   };
-  for (int i = 0; i < wakeUps; ++i) curl_multi_wakeup(multi);
+  for (int i = 0; i < wakeUps; ++i) {
+    if (curl_multi_wakeup(multi) != CURLM_OK) return false;
+  }
   keepThose([](int socket) { return Waiting(socket).isOfWakeUps(); });
   curl_multi_poll(multi, nullptr, 0, 0, nullptr);
   keepThose([](int socket) { return Waiting(socket).isNothing(); });
   for (const int socket : sockets) fcntl(socket, F_SETFD, FD_CLOEXEC);
+  return true;
 }
 
 }  // namespace kx

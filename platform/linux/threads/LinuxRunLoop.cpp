@@ -162,10 +162,11 @@ gboolean LinuxRunLoop::check(GSource *source) {
 
 gboolean LinuxRunLoop::dispatch(GSource *source, GSourceFunc /*callback*/, gpointer /*data*/) {
   LinuxRunLoop &loop = Source::loopOf(source);
-  loop.runTasks();
+  // Timers first: what they hand over has its turn right after them, and not in another iteration.
   const std::int64_t now = g_get_monotonic_time();
   while (loop.fireTimer(now)) {
   }
+  loop.runTasks();
   return G_SOURCE_CONTINUE;
 }
 

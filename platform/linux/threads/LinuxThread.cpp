@@ -3,17 +3,24 @@
 #include <link.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <csignal>
+#include <cstddef>
 #include <initializer_list>
 
 namespace kx {
 
 namespace {
 
-/// How many bytes a thread's variables take, at most: those of every library that is loaded now. Where one
-/// was loaded later than the program they lie elsewhere, and some room is left over.
+/// How many bytes a thread's variables take, at most: those of every library that is loaded when the first
+/// one is started. What is loaded later than the program has its variables elsewhere, and some room is left
+/// over. Reckoned once: to look at each library of a process costs about as much as to start a thread.
 std::size_t sizeOfThreadVariables() {
-  std::size_t size = 0;
+  // Not under a guard, which would be waited for under the loader's lock where a library starts a thread as
+  // it is loaded.
+  static std::atomic<std::size_t> known{0};
+  std::size_t size = known;
+  if (size != 0) return size;
   dl_iterate_phdr(
       [](dl_phdr_info *library, std::size_t, void *sum) {
         for (int i = 0; i < library->dlpi_phnum; ++i) {
@@ -23,6 +30,7 @@ std::size_t sizeOfThreadVariables() {
         return 0;
       },
       &size);
+  known = size;
   return size;
 }
 

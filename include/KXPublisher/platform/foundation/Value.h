@@ -30,6 +30,8 @@ class KX_EXPORT Dictionary {
   Dictionary &operator=(Dictionary &&) noexcept;
   ~Dictionary();
 
+  /// Makes room for so many entries at once.
+  void reserve(std::size_t entries);
   /// Stores `value` under `key`, replacing an earlier value.
   void set(std::string_view key, Value value);
   /// Copies every entry of `other` into this map; on a key that both hold, the value of `other` wins.
@@ -96,5 +98,9 @@ struct Dictionary::Entry {
 
   bool operator==(const Entry &other) const { return key == other.key && value == other.value; }
 };
+
+inline void Dictionary::reserve(std::size_t entries) {
+  entries_.reserve(entries);
+}
 
 }  // namespace kx

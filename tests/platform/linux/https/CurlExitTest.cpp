@@ -177,6 +177,21 @@ TEST_F(CurlExitTest, TakesASecondAtTheMostWhenTheThreadHangs) {
   for (const char *how : ways) expectEnd(start(server.url(), usualLinger, "hanging", how));
 }
 
+TEST_F(CurlExitTest, WakesTheThreadThatItWaitsFor) {
+  // One of some, since any may have waited for the processor.
+  const auto endsAtOnce = [this] {
+    for (int i = 0; i < 5; ++i) {
+      if (start(server.url(), usualLinger, "answered", "exit-at-once")->exitCode() == 7) return true;
+    }
+    return false;
+  };
+  EXPECT_TRUE(endsAtOnce());
+}
+
+TEST_F(CurlExitTest, WaitsForAThreadThatTLSStillHasToDoWith) {
+  for (const char *how : {"return", "exit-elsewhere"}) expectEnd(start(server.url(), "0", "ending", how));
+}
+
 TEST_F(CurlExitTest, DoesNotKeepAForkedChildWaiting) {
   server.setScript([](TestConnection &connection) {
     connection.handshake();
@@ -192,6 +207,11 @@ TEST_F(CurlExitTest, FailsRequestsThatComeDuringTheExit) {
     expectEnd(start(server.url(), usualLinger, when, "send"));
     expectEnd(start(server.url(), "0", when, "send"));
   }
+}
+
+TEST_F(CurlExitTest, FailsARequestThatHasNoThreadWhenTheExitBegins) {
+  server.setScript(&TestServer::serve);
+  expectEnd(start(server.url(), "0", "answered", "send-across"));
 }
 
 TEST_F(CurlExitTest, IsOrderlyAtAnyMomentOfTheWholeLibrarysStart) {

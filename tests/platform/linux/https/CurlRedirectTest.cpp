@@ -3,6 +3,8 @@
 namespace kx {
 namespace {
 
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;

@@ -64,6 +64,7 @@ TEST_F(CurlURLSessionTest, RefusesTextsThatAreNoURLsToSendTo) {
                            "https://[svc]/"s,
                            "https://[:]/"s,
                            "https://[svc%25eth0]/"s,
+                           "https://[:%25lo]/"s,
                            "https://[fe80::1%25]/"s,
                            "https://[fe80::1%25a|b]/"s,
                            "https://[fe80::1%25abcdefghijklmnop]/"s,

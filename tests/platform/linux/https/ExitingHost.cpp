@@ -5,10 +5,15 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 
+#include "platform/linux/https/CurlProcess.h"
 #include "platform/linux/https/CurlURLSession.h"
 #include "tests/platform/linux/https/InterposedCalls.h"
 #include "tests/platform/linux/https/TestDispatch.h"
@@ -18,13 +23,16 @@
 //     https-exiting-host <URL> <certificate authority file> <linger in ms> <when> <how>
 //
 // When: "told" (a byte comes on standard input), "resolving" (the host name is being looked up), "hanging"
-// (the transport's thread has called something that never returns), "answered", "initialising" (the
+// (the transport's thread has called something that never returns), "ending" (it has begun to end, and never
+// comes to it), "answered", "initialising" (the
 // initialisation of curl has begun), or a number of microseconds after the start; "answered+<number>" and
 // "initialising+<number>" are that long after that. How: "return" from main, "exit",
-// "exit-elsewhere" (on another thread), "_exit", or "fork": a child that the host forks exits, and then the
-// host.
+// "exit-elsewhere" (on another thread), "exit-at-once" (which may not take its second), "_exit", "send" (a
+// request during the exit), "send-across" (one that is begun before the exit, and gets no thread before it),
+// or "fork": a child that the host forks exits, and then the host.
 //
-// The exit status is 7; 8 when the exit has taken more than its time.
+// The exit status is 7; 8 when the exit has taken more than its time; 9 when it has not waited for a thread
+// that had not ended; 10 when TLS would have begun to end before its threads were stopped.
 
 namespace {
 
@@ -44,7 +52,7 @@ void waitFor(const std::string &when) {
     if (read(STDIN_FILENO, &byte, 1) != 1) std::abort();
     return;
   }
-  if (when == "hanging") return waitUntil([] { return kx::InterposedCalls::hangs(); });
+  if (when == "hanging" || when == "ending") return waitUntil([] { return kx::InterposedCalls::hangs(); });
   if (when == "resolving") return waitUntil([] { return kx::InterposedCalls::stalledResolutions() > 0; });
   std::string delay = when;
   const std::size_t plus = std::min(when.find('+'), when.size());
@@ -61,13 +69,41 @@ void waitFor(const std::string &when) {
 
 std::chrono::steady_clock::time_point forkTime;
 std::chrono::steady_clock::time_point exitTime = std::chrono::steady_clock::time_point::max();
+bool mayTakeItsSecond = true;
+bool hasToWait = false;
+
+bool exitsWithinRequest = false;
+std::atomic<bool> hasToFail{false};
+std::atomic<bool> failed{false};
+
+bool hasTransport() {
+  std::error_code error;
+  for (const auto &thread : std::filesystem::directory_iterator("/proc/self/task", error)) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    if (name == "kx-transport") return true;
+  }
+  return false;
+}
+
+/// Asked when a request has been found to come in time, and before there is a thread for it.
+std::shared_ptr<void> exitWhereWanted() {
+  if (!exitsWithinRequest) return nullptr;
+  std::thread([] { std::exit(status); }).detach();
+  waitUntil([] { return kx::CurlProcess::isEnding(); });
+  return nullptr;
+}
 
 /// Runs late in the exit, when TLS is no more.
 void exitLate() {
   if (isForkedChild && std::chrono::steady_clock::now() - forkTime > std::chrono::milliseconds(900)) _exit(1);
-  // Without curl there is no thread that an exit could wait for, a second at the most.
-  const auto longest = std::chrono::milliseconds(std::getenv("KX_TEST_CURL") == nullptr ? 1900 : 900);
-  if (std::chrono::steady_clock::now() - exitTime > longest) _exit(8);
+  const auto taken = std::chrono::steady_clock::now() - exitTime;
+  if (taken > std::chrono::milliseconds(mayTakeItsSecond ? 1900 : 900)) _exit(8);
+  if (hasToWait && taken < std::chrono::milliseconds(900)) _exit(9);
+  for (int i = 0; hasToFail && !failed; ++i) {
+    if (i == 1000) _exit(11);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
   // Time enough for a thread that has not been stopped to fall over what is missing.
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
@@ -123,10 +159,12 @@ int main(int argc, char **argv) {
   kx::CurlSettings settings;
   settings.certificateAuthorityFile = argv[2];
   settings.linger = std::chrono::milliseconds(std::stol(argv[3]));
+  settings.heldByRequest = &exitWhereWanted;
   static auto &service = *new kx::CurlURLSessionService(dispatch, settings);
   kx::URLRequest request(kx::URL{argv[1]});
   request.HTTPMethod = "POST";
   if (when == "hanging") kx::InterposedCalls::hang();
+  if (when == "ending") kx::InterposedCalls::hangAtThreadsEnd();
   const auto session = service.sessionWithDefaultConfiguration();
   session
       ->uploadTaskWithRequest(request, kx::Data{'{', '}'},
@@ -135,22 +173,35 @@ int main(int argc, char **argv) {
   session->finishTasksAndInvalidate();
 
   waitFor(when);
+  const bool isThereCurl = std::getenv("KX_TEST_CURL") == nullptr;
+  if (isThereCurl && when == "answered" && !kx::InterposedCalls::firstAtExitIsTheLastToo()) return 10;
+  // Without curl there is no thread that an exit could wait for, a second at the most.
+  mayTakeItsSecond = isThereCurl && how != "exit-at-once";
+  hasToWait = when == "ending";
   exitTime = std::chrono::steady_clock::now();
-  if (how == "exit") std::exit(status);
+  if (how == "exit" || how == "exit-at-once") std::exit(status);
   if (how == "_exit") _exit(status);
   if (how == "fork") return someChildExitsAtOnce() ? status : 1;
+  const auto send = [&request] {
+    service.sessionWithDefaultConfiguration()
+        ->uploadTaskWithRequest(request, kx::Data(),
+                                [](const auto &, const auto &error) {
+                                  if (error) failed = true;
+                                })
+        ->resume();
+  };
   if (how == "send") {
-    sendAtExit = [&request] {
-      std::atomic<bool> failed{false};
-      service.sessionWithDefaultConfiguration()
-          ->uploadTaskWithRequest(request, kx::Data(),
-                                  [&failed](const auto &, const auto &error) {
-                                    if (error) failed = true;
-                                  })
-          ->resume();
-      waitUntil([&failed] { return failed.load(); });
+    sendAtExit = [&send] {
+      send();
+      waitUntil([] { return failed.load(); });
     };
     std::exit(status);
+  }
+  if (how == "send-across") {
+    waitUntil([] { return !hasTransport(); });
+    hasToFail = exitsWithinRequest = true;
+    send();
+    while (true) pause();
   }
   if (how == "exit-elsewhere") {
     std::thread([] { std::exit(status); }).detach();

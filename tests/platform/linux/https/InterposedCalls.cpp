@@ -26,8 +26,11 @@ struct Record {
   std::atomic<int> stalledResolutions{0};
   std::atomic<int> polls{0};
   std::atomic<bool> initialisationHasBegun{false};
+  void (*firstAtExit)() = nullptr;  ///< null when TLS was initialised before
+  void (*lastAtExit)() = nullptr;   ///< of those given to TLS since
   std::atomic<bool> exhausted{false};
   std::atomic<bool> shallHang{false};
+  std::atomic<bool> shallHangAtThreadsEnd{false};
   std::atomic<bool> hangs{false};
 };
 
@@ -76,6 +79,17 @@ Function *next(const char *name) {
   return reinterpret_cast<Function *>(dlsym(record().curl, name));
 }
 
+/// The calling thread will not end. The value is made late, and so destroyed after those of the same round
+/// that there were before.
+void stayAlive() {
+  pthread_key_t key{};
+  const int error = pthread_key_create(&key, [](void *) {
+    record().hangs = true;
+    while (true) pause();
+  });
+  if (error != 0 || pthread_setspecific(key, &record()) != 0) std::abort();
+}
+
 bool endsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
@@ -89,6 +103,11 @@ std::vector<std::string> InterposedCalls::curlThreads() {
 
 bool InterposedCalls::initialisationHasBegun() {
   return record().initialisationHasBegun;
+}
+
+bool InterposedCalls::firstAtExitIsTheLastToo() {
+  const std::lock_guard<std::mutex> lock(record().mutex);
+  return record().firstAtExit != nullptr && record().lastAtExit == record().firstAtExit;
 }
 
 void InterposedCalls::openInsteadOfCurl(const std::string &file) {
@@ -118,6 +137,10 @@ void InterposedCalls::hang() {
   record().shallHang = true;
 }
 
+void InterposedCalls::hangAtThreadsEnd() {
+  record().shallHangAtThreadsEnd = true;
+}
+
 bool InterposedCalls::hangs() {
   return record().hangs;
 }
@@ -135,6 +158,15 @@ __attribute__((visibility("default"))) CURLcode curl_global_init(long flags) {
   const auto next = kx::next<decltype(curl_global_init)>("curl_global_init");
   kx::record().initialisationHasBegun = true;
   return next(flags);
+}
+
+// TLS itself calls it, too.
+__attribute__((visibility("default"))) int OPENSSL_atexit(void (*handler)()) {
+  {
+    const std::lock_guard<std::mutex> lock(kx::record().mutex);
+    (kx::record().initialisationHasBegun ? kx::record().lastAtExit : kx::record().firstAtExit) = handler;
+  }
+  return kx::next<int(void (*)())>("OPENSSL_atexit")(handler);
 }
 
 __attribute__((visibility("default"))) CURL *curl_easy_init() {
@@ -161,6 +193,7 @@ __attribute__((visibility("default"))) CURLMcode curl_multi_poll(CURLM *multi, c
                                                                  unsigned extraCount, int timeout,
                                                                  int *ready) {
   ++kx::record().polls;
+  if (kx::record().shallHangAtThreadsEnd.exchange(false)) kx::stayAlive();
   return kx::next<decltype(curl_multi_poll)>("curl_multi_poll")(multi, extra, extraCount, timeout, ready);
 }
 
@@ -198,8 +231,9 @@ void *dlsymOfTest(void *library, const char *name) noexcept;
 void *dlsymOfTest(void *library, const char *name) noexcept {
   void *const function = dlsym(library, name);
   if (function == nullptr) return nullptr;
-  constexpr std::array<std::string_view, 5> interposed = {
-      "curl_global_init", "curl_easy_init", "curl_multi_init", "curl_multi_perform", "curl_multi_poll"};
+  constexpr std::array<std::string_view, 6> interposed = {"curl_global_init", "curl_easy_init",
+                                                          "curl_multi_init",  "curl_multi_perform",
+                                                          "curl_multi_poll",  "OPENSSL_atexit"};
   const bool isInterposed = std::find(interposed.begin(), interposed.end(), name) != interposed.end();
   return isInterposed ? dlsym(RTLD_DEFAULT, name) : function;
 }

@@ -16,6 +16,10 @@ class InterposedCalls {
   /// Whether the initialisation of curl, and so of TLS, has begun.
   static bool initialisationHasBegun();
 
+  /// Whether the function that TLS was given before its initialisation, to call when it ends, was given again
+  /// as the last one: so it is called before all that TLS gave itself on the way.
+  static bool firstAtExitIsTheLastToo();
+
   /// Has that file be opened where libcurl would; an empty name for libcurl again. At the start, what the
   /// environment variable KX_TEST_CURL names.
   static void openInsteadOfCurl(const std::string &file);
@@ -35,6 +39,8 @@ class InterposedCalls {
 
   /// From now on curl never comes back from what it does, as from a file on a server that has gone.
   static void hang();
+  /// Has the transport's thread never come to its end: it hangs in the destructor of a value that it has.
+  static void hangAtThreadsEnd();
   /// Whether a thread is in there.
   static bool hangs();
 

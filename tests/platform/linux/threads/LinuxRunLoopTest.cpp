@@ -167,6 +167,27 @@ TEST_F(LinuxRunLoopTest, TheLoopOfADialogueServesTasksAndTimers) {
   EXPECT_TRUE(thread.runUntil([&dialogue] { return dialogue.ended; }));
 }
 
+TEST_F(LinuxRunLoopTest, WhatATimerHandsOverRunsInTheSameTurnOfTheLoop) {
+  class HandsOver : public Object {
+   public:
+    explicit HandsOver(LinuxRunLoop &runLoop) : loop(runLoop) {}
+    void fire(const std::shared_ptr<RunLoopTimer> & /*timer*/) {
+      fired = true;
+      loop.perform([this] { ran = true; });
+    }
+
+    LinuxRunLoop &loop;
+    bool fired = false;
+    bool ran = false;
+  };
+  const MainThread thread;
+  const auto target = std::make_shared<HandsOver>(main);
+  install(runLoops.timerWithTimeInterval(0.001, target, Selector::of<&HandsOver::fire>("fire:"),
+                                         /*repeats=*/false));
+  while (!target->fired) g_main_context_iteration(nullptr, TRUE);
+  EXPECT_TRUE(target->ran);
+}
+
 TEST_F(LinuxRunLoopTest, NobodyRunsALoopThatDoesNotRun) {
   EXPECT_FALSE(main.runsOnCurrentThread());
   {
