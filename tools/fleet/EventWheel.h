@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -43,23 +44,31 @@ class EventWheel {
   /// time before, a thousand events or so: early enough to fetch the device's memory.
   template <class Prepare, class Handle>
   void run(Prepare &&prepare, Handle &&handle) {
-    for (std::size_t window = 0; window < windows_.size(); ++window) {
-      if (windows_[window].empty()) continue;
-      window_ = window;
-      const std::vector<Event> events = std::exchange(windows_[window], {});
-      waiting_.clear();
-      for (const Event &event : events) {
-        put(event);
-        prepare(event.device);
-      }
+    runUntil(end_, prepare, handle);
+  }
+
+  /// The same with all that is due before `until`. The next call goes on from there, and what is scheduled
+  /// between the two is not due before that.
+  template <class Prepare, class Handle>
+  void runUntil(Time until, Prepare &&prepare, Handle &&handle) {
+    while (reached_ < std::min(until, end_)) {
+      const auto window = static_cast<std::size_t>(reached_ >> windowBits);
       const auto begins = static_cast<Time>(window << windowBits);
-      for (std::size_t place = 0; place < places_.size(); ++place) {
+      const Time stop = std::min({until, end_, begins + windowLength});
+      if (window != window_ && windows_[window].empty()) {
+        reached_ = stop;
+        continue;
+      }
+      if (window != window_) enter(window, prepare);
+      const auto last = static_cast<std::size_t>(stop - begins) << phaseBits;
+      for (auto place = static_cast<std::size_t>(reached_ - begins) << phaseBits; place < last; ++place) {
         for (std::uint32_t next = places_[place].first; next != nothing; next = waiting_[next].next) {
           const Event event = waiting_[next].event;
           handle(event, begins + static_cast<Time>(place >> phaseBits));
         }
         places_[place] = {};
       }
+      reached_ = stop;
     }
   }
 
@@ -78,6 +87,17 @@ class EventWheel {
     std::uint32_t last = nothing;
   };
 
+  template <class Prepare>
+  void enter(std::size_t window, Prepare &prepare) {
+    window_ = window;
+    const std::vector<Event> events = std::exchange(windows_[window], {});
+    waiting_.clear();
+    for (const Event &event : events) {
+      put(event);
+      prepare(event.device);
+    }
+  }
+
   void put(const Event &event) {
     const auto added = static_cast<std::uint32_t>(waiting_.size());
     waiting_.push_back({event, nothing});
@@ -92,6 +112,7 @@ class EventWheel {
 
   const Time end_;
   std::vector<std::vector<Event>> windows_;
+  Time reached_ = 0;               ///< what is due before has happened
   std::size_t window_ = SIZE_MAX;  ///< the one whose turn it is
   std::vector<Waiting> waiting_;
   std::array<Place, std::size_t{1} << (windowBits + phaseBits)> places_{};

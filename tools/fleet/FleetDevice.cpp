@@ -126,6 +126,7 @@ void FleetDevice::decidesRefresh(Time now, Surroundings &surroundings) {
 void FleetDevice::logsIn(Time now, Surroundings &surroundings) {
   loginSentAt_ = now;
   const Answer answer = surroundings.login(now);
+  if (answer.outcome == Answer::Outcome::later) return;
   surroundings.schedule(
       now + answer.after, Phase::answers,
       answer.outcome == Answer::Outcome::accepted ? Happening::loginSucceeds : Happening::loginFails);

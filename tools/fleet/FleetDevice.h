@@ -38,9 +38,10 @@ struct Answer {
     accepted,  ///< a login: with a token
     refused,   ///< a message: its token
     failed,    ///< in any other way
+    later,     ///< nobody knows yet: the device is told when it comes
   };
   Outcome outcome;
-  Time after;  ///< milliseconds from the request, at least 1
+  Time after;  ///< milliseconds from the request, at least 1; of what comes later, nothing
 };
 
 enum class Lost : std::uint8_t { noIdentifier, noToken };

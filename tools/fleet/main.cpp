@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tools/fleet/ForecastCommand.h"
+#include "tools/fleet/LoadCommand.h"
 
 namespace {
 
@@ -15,6 +16,9 @@ struct Command {
 
 constexpr Command commands[] = {
     {"forecast", "what a service sees of a fleet, in virtual time", &kx::fleet::runForecast},
+#ifdef KX_FLEET_MAKES_LOAD
+    {"load", "the same in real time: their requests to a service that you own", &kx::fleet::runLoad},
+#endif
 };
 
 constexpr int wrongUsage = 2;

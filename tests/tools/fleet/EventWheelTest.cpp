@@ -60,6 +60,31 @@ TEST_F(EventWheelTest, TakesMoreWhileThingsHappen) {
             (std::vector<Seen>{{1, 10}, {11, 10}, {2, 710}, {12, 710}, {3, 1410}, {13, 1410}, {4, 2110}}));
 }
 
+TEST_F(EventWheelTest, GoesOnWhereItWas) {
+  for (const Time at : {0, 5, 1023, 1024, 1030, 5000, 70'000}) schedule(at, static_cast<std::uint32_t>(at));
+  std::vector<Seen> seen;
+  const auto runUntil = [&](Time until) {
+    wheel.runUntil(
+        until, [](std::uint32_t) {},
+        [&](const EventWheel::Event &event, Time now) {
+          seen.push_back({event.device, now});
+        });
+  };
+  runUntil(5);
+  EXPECT_EQ(seen, (std::vector<Seen>{{0, 0}}));
+  schedule(5, 6);
+  schedule(900, 900);
+  runUntil(5);
+  EXPECT_EQ(seen.size(), 1U);
+  runUntil(1024);
+  EXPECT_EQ(seen, (std::vector<Seen>{{0, 0}, {5, 5}, {6, 5}, {900, 900}, {1023, 1023}}));
+  runUntil(3000);  // and begins to wait in a window that has nothing
+  schedule(3000, 3000);
+  seen.clear();
+  runUntil(200'000);
+  EXPECT_EQ(seen, (std::vector<Seen>{{3000, 3000}, {5000, 5000}, {70'000, 70'000}}));
+}
+
 TEST_F(EventWheelTest, ForgetsWhatIsDueAtTheEndOrLater) {
   schedule(99'999, 1);
   schedule(100'000, 2);
