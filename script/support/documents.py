@@ -21,10 +21,10 @@ OPTION = re.compile(r"\bKX_[A-Z][A-Z_]*[A-Z]\b")
 TARGET = re.compile(r"\bKXPublisher::\w+")
 SHELL = ("", "sh", "shell", "bash", "console")
 
-PROGRAMS = {  # by the file that lists their options
-    "kx-host": "examples/host/Arguments.cpp",
-    "kx-collector": "tools/collector/Options.cpp",
-    "kx-fleet": "tools/fleet/ForecastCommand.cpp",
+PROGRAMS = {  # by the files that list their options
+    "kx-host": ["examples/host/Arguments.cpp"],
+    "kx-collector": ["tools/collector/Options.cpp"],
+    "kx-fleet": ["tools/fleet/ForecastCommand.cpp", "tools/fleet/LoadOptions.cpp"],
 }
 
 
@@ -172,7 +172,7 @@ class Check:
                     and f" {program}" not in self.building:
                 self.complain(page, line, f"no such program: {program}")
             if program in PROGRAMS:
-                listed = (self.root / PROGRAMS[program]).read_text(encoding="utf-8")
+                listed = "".join((self.root / file).read_text(encoding="utf-8") for file in PROGRAMS[program])
                 for option in options:
                     if not re.search(rf'"(--)?{re.escape(option.lstrip("-"))}"', listed) and option != "--help":
                         self.complain(page, line, f"{program} has no option {option}")

@@ -1,45 +1,29 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
-#include <deque>
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace kx::collector {
 
-/// The access tokens that were given out. The oldest are forgotten when there are too many.
+/// The access tokens that logins are answered with, and messages have to carry. To be used by one thread at a
+/// time.
 class AccessTokens {
  public:
   using Time = std::chrono::steady_clock::time_point;
   using Duration = std::chrono::steady_clock::duration;
 
-  /// Without a lifetime tokens do not expire.
-  AccessTokens(std::size_t maximumCount, std::optional<Duration> lifetime)
-      : maximumCount_(maximumCount), lifetime_(lifetime) {}
+  virtual ~AccessTokens() = default;
 
-  /// A new random token, 32 hexadecimal digits.
-  std::string issue(Time now);
-
-  /// One that is not known here.
-  static std::string unknownToken();
-
-  /// That token is not good any more.
-  void forget(std::string_view token);
-
+  /// A new token.
+  virtual std::string issue(Time now) = 0;
+  /// That token is not good any more, here.
+  virtual void forget(std::string_view token) = 0;
   /// Whether that token was given out, has not expired and has not been forgotten.
-  bool accept(std::string_view token, Time now) const;
+  virtual bool accept(std::string_view token, Time now) const = 0;
 
- private:
-  struct Token {
-    std::string text;
-    Time issued;
-  };
-
-  const std::size_t maximumCount_;
-  const std::optional<Duration> lifetime_;
-  std::deque<Token> tokens_;  // oldest first
+  /// One that nobody has given out.
+  static std::string unknownToken();
 };
 
 }  // namespace kx::collector

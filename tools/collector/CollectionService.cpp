@@ -8,6 +8,7 @@
 #include "tools/collector/DocumentRules.h"
 #include "tools/collector/GzipMember.h"
 #include "tools/collector/Refusal.h"
+#include "tools/collector/RememberedTokens.h"
 
 namespace kx::collector {
 
@@ -16,6 +17,7 @@ namespace {
 constexpr std::string_view bearer = "Bearer ";
 constexpr const char *unknownTokenReason = "the access token is unknown or has expired";
 constexpr std::size_t maximumOffendingBytes = 1000;
+constexpr std::chrono::hours usualLifeOfSignedToken{24};
 constexpr const char *toldTo = "told to answer so";
 
 Endpoint endpointFor(const std::string &target) {
@@ -136,9 +138,19 @@ const Document *Answer::messageObject() const {
 }
 
 CollectionService::CollectionService(CollectionServiceSettings settings)
-    : settings_(std::move(settings)), tokens_(settings_.maximumTokens, settings_.tokenLifetime) {
+    : settings_(std::move(settings)), tokens_(newTokens()) {
   addFaults(Fault::Endpoint::login, settings_.login, faults_);
   addFaults(Fault::Endpoint::message, settings_.message, faults_);
+}
+
+std::unique_ptr<AccessTokens> CollectionService::newTokens() {
+  if (!settings_.tokenKeys) {
+    return std::make_unique<RememberedTokens>(settings_.maximumTokens, settings_.tokenLifetime);
+  }
+  auto tokens = std::make_unique<SignedTokens>(*settings_.tokenKeys,
+                                               settings_.tokenLifetime.value_or(usualLifeOfSignedToken));
+  signed_ = tokens.get();
+  return tokens;
 }
 
 Answer CollectionService::receive(const Request &request, std::chrono::steady_clock::time_point now) {
@@ -155,7 +167,7 @@ Answer CollectionService::receive(const Request &request, std::chrono::steady_cl
   applyFaults(request, answer);
   const bool isAccepted = answer.reason.empty();
   if (isAccepted && answer.endpoint == Endpoint::login && !answer.drop && !answer.accessToken) {
-    answer.accessToken = tokens_.issue(now);
+    answer.accessToken = tokens_->issue(now);
   }
   if (isAccepted) lookAt(answer);
   answer.workTime =
@@ -244,7 +256,7 @@ void CollectionService::applyFault(const Fault &fault, const Request &request, A
         done = "gave out a token that is not good";
         break;
       }
-      tokens_.forget(tokenIn(request));
+      tokens_->forget(tokenIn(request));
       answer.status = 403;
       answer.reason = unknownTokenReason;
       done = "let the token expire";
@@ -271,7 +283,7 @@ void CollectionService::checkAuthorization(const Request &request, Endpoint endp
   if (value.compare(0, bearer.size(), bearer) != 0) {
     throw Refusal(403, "the header Authorization must be \"Bearer\", one blank and the access token");
   }
-  if (!tokens_.accept(value.substr(bearer.size()), now)) {
+  if (!tokens_->accept(value.substr(bearer.size()), now)) {
     throw Refusal(403, unknownTokenReason);
   }
 }

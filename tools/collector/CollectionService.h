@@ -15,6 +15,8 @@
 #include "tools/collector/Faults.h"
 #include "tools/collector/MessageValues.h"
 #include "tools/collector/Record.h"
+#include "tools/collector/SignedTokens.h"
+#include "tools/collector/TokenKeys.h"
 #include "tools/collector/Warnings.h"
 
 namespace kx::collector {
@@ -91,14 +93,18 @@ struct EndpointFaults {
 struct CollectionServiceSettings {
   EndpointFaults login;
   EndpointFaults message;
-  /// How long an access token is good for; absent for ever.
+  /// How long an access token is good for; absent for ever, and for a day when tokens are signed.
   std::optional<std::chrono::milliseconds> tokenLifetime;
   /// Of a body, packed and unpacked, in bytes.
   std::size_t maximumBodySize = std::size_t{1} << 20;
   /// What browsers of devices may fetch here; absent for nothing.
   std::optional<CertificateDownload> download;
-  /// How many access tokens are good at the same time; a new one takes the place of the oldest.
+  /// How many access tokens are good at the same time; a new one takes the place of the oldest. Of signed
+  /// ones there is no end.
   std::size_t maximumTokens = 1024;
+  /// What signs access tokens, so that whoever has the keys can check them; absent for tokens that are
+  /// remembered.
+  std::optional<TokenKeys> tokenKeys;
 };
 
 /// The collection service without a network: it accepts what the wire protocol allows and nothing else.
@@ -115,6 +121,8 @@ class CollectionService {
   std::size_t maximumBodySize() const { return settings_.maximumBodySize; }
   /// The switches, those of the settings first. May be used on any thread.
   Faults &faults() { return faults_; }
+  /// In the place of those of the settings, which have to have some.
+  void useTokenKeys(TokenKeys keys) { signed_->useKeys(std::move(keys)); }
   /// A message with that "id" was accepted, before this object was there.
   void remember(const std::string &eventId) { warnings_.remember(eventId); }
 
@@ -132,9 +140,11 @@ class CollectionService {
   /// Lets the switches act that are on for such a request.
   void applyFaults(const Request &request, Answer &answer);
   void applyFault(const Fault &fault, const Request &request, Answer &answer);
+  std::unique_ptr<AccessTokens> newTokens();
 
   const CollectionServiceSettings settings_;
-  AccessTokens tokens_;
+  SignedTokens *signed_ = nullptr;  // the same as the next, if it is of that kind
+  const std::unique_ptr<AccessTokens> tokens_;
   Warnings warnings_;
   Faults faults_;
 };

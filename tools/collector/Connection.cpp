@@ -52,6 +52,13 @@ std::optional<Answer> answerTo(const boost::system::error_code &error, std::size
   return answer;
 }
 
+Answer refusalFor(const EventLog::Keeping &keeping) {
+  Answer answer;
+  answer.status = keeping.status;
+  answer.reason = keeping.problem;
+  return answer;
+}
+
 }  // namespace
 
 Connection::Connection(Socket socket, net::ssl::context &tls, CollectionService &service, EventLog &log,
@@ -168,23 +175,28 @@ void Connection::take(const Request &request, Answer answer, bool keepAlive) {
   limit_.reset();
   idleSince_.reset();
   const auto shared = std::make_shared<const Answer>(std::move(answer));
-  log_.receive(
-      client_, request, *shared, [self = shared_from_this(), shared, keepAlive](const std::string &problem) {
-        net::dispatch(self->stream_.get_executor(),
-                      [self, shared, keepAlive, problem] { self->kept(problem, shared, keepAlive); });
-      });
+  log_.receive(client_, request, *shared,
+               [self = shared_from_this(), shared, keepAlive](const EventLog::Keeping &keeping) {
+                 net::dispatch(self->stream_.get_executor(), [self, shared, keepAlive, keeping] {
+                   self->kept(keeping, shared, keepAlive);
+                 });
+               });
 }
 
-void Connection::kept(const std::string &problem, const std::shared_ptr<const Answer> &answer,
+void Connection::kept(const EventLog::Keeping &keeping, const std::shared_ptr<const Answer> &answer,
                       bool keepAlive) {
-  if (!problem.empty()) {
-    log_.failed(client_, problem);
+  if (!keeping.problem.empty()) {
+    if (keeping.status != 0) return respond(refusalFor(keeping), keepAlive);
+    log_.failed(client_, keeping.problem);
     return close();
   }
   if (answer->delay.count() == 0) return this->answer(*answer, keepAlive);
+  isHeldBack_ = true;
   delay_.expires_after(answer->delay);
-  delay_.async_wait(
-      [self = shared_from_this(), answer, keepAlive](ErrorCode) { self->answer(*answer, keepAlive); });
+  delay_.async_wait([self = shared_from_this(), answer, keepAlive](ErrorCode) {
+    self->isHeldBack_ = false;
+    self->answer(*answer, keepAlive);
+  });
 }
 
 void Connection::answer(const Answer &answer, bool keepAlive) {
@@ -194,6 +206,7 @@ void Connection::answer(const Answer &answer, bool keepAlive) {
 }
 
 void Connection::stall(const Answer &answer) {
+  isHeldBack_ = true;
   response_ = textOf(answer, /*keepAlive=*/true);
   response_.resize(response_.size() / 2);
   net::async_write(stream_, net::buffer(response_),
@@ -206,8 +219,8 @@ void Connection::stall(const Answer &answer) {
 }
 
 void Connection::respond(const Answer &answer, bool keepAlive) {
-  response_ = textOf(answer, keepAlive);
-  keepAlive_ = keepAlive;
+  keepAlive_ = keepAlive && !isFinishing_;
+  response_ = textOf(answer, keepAlive_);
   limitTime(limits_.timeout);
   answering_ = std::chrono::steady_clock::now();
   net::async_write(stream_, net::buffer(response_),
@@ -239,7 +252,7 @@ std::string Connection::textOf(const Answer &answer, bool keepAlive) const {
 void Connection::responded(ErrorCode error) {
   if (error) return log_.failed(client_, "the answer could not be sent: " + reasonFor(error));
   log_.answered(client_, microsecondsSince(answering_));
-  if (keepAlive_) return readRequest();
+  if (keepAlive_ && !isFinishing_) return readRequest();
   sayGoodbye();
 }
 
@@ -292,6 +305,12 @@ void Connection::waitForClient(std::chrono::milliseconds time) {
 void Connection::giveWay() {
   whyClosed_ = "it was idle for longest when others needed its place";
   close();
+}
+
+void Connection::finish() {
+  isFinishing_ = true;
+  const bool hasBegun = parser_ != nullptr && (parser_->got_some() || buffer_.size() != 0);
+  if (isHeldBack_ || (idleSince_ && !hasBegun)) close();
 }
 
 void Connection::close() {

@@ -46,6 +46,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::optional<Time> idleSince() const { return idleSince_; }
   /// Closes it, since others need its place.
   void giveWay();
+  /// Takes nothing new: closes it unless a request has begun to arrive, is waiting for its answer or is being
+  /// answered. What a fault switch holds back is not waited for.
+  void finish();
 
  private:
   using ErrorCode = boost::system::error_code;
@@ -69,7 +72,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void requestFailed(ErrorCode error);
   /// Answers it when it is kept.
   void take(const Request &request, Answer answer, bool keepAlive);
-  void kept(const std::string &problem, const std::shared_ptr<const Answer> &answer, bool keepAlive);
+  void kept(const EventLog::Keeping &keeping, const std::shared_ptr<const Answer> &answer, bool keepAlive);
   /// As its faults want it.
   void answer(const Answer &answer, bool keepAlive);
   void respond(const Answer &answer, bool keepAlive);
@@ -118,6 +121,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool isHeaderRead_ = false;
   std::string response_;  // or half of it
   bool keepAlive_ = false;
+  bool isFinishing_ = false;
+  bool isHeldBack_ = false;  // by a fault
   Timer delay_;
   std::array<char, 4096> discarded_;
 };

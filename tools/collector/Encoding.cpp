@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
+#include <charconv>
 #include <stdexcept>
 
 namespace kx::collector {
@@ -24,6 +25,20 @@ std::string hexadecimal(std::string_view bytes) {
     text += "0123456789abcdef"[byte & 15];
   }
   return text;
+}
+
+std::optional<std::string> fromHexadecimal(std::string_view digits) {
+  if (digits.size() % 2 != 0) return std::nullopt;
+  std::string bytes;
+  for (std::size_t place = 0; place < digits.size(); place += 2) {
+    const char *const end = digits.data() + place + 2;
+    unsigned char byte = 0;
+    // It takes no sign in front of a type that has none.
+    const auto read = std::from_chars(digits.data() + place, end, byte, 16);
+    if (read.ec != std::errc() || read.ptr != end) return std::nullopt;
+    bytes += static_cast<char>(byte);
+  }
+  return bytes;
 }
 
 std::string randomHexadecimal(std::size_t count) {

@@ -31,6 +31,8 @@ std::string localTimeOfDay() {
   return timeText("%H:%M:%S", local);
 }
 
+}  // namespace
+
 std::string utcNow() {
   const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch).count();
@@ -41,6 +43,8 @@ std::string utcNow() {
   std::snprintf(fraction, sizeof fraction, ".%03dZ", static_cast<int>(milliseconds % 1000));
   return timeText("%Y-%m-%dT%H:%M:%S", utc) + fraction;
 }
+
+namespace {
 
 const char *nameOf(Endpoint endpoint) {
   switch (endpoint) {
@@ -111,6 +115,7 @@ void PrettyEventLog::listening(const ListeningAddress &where) {
   output_ << "listening on " << where.url() << (where.isAuthority ? ", CA file " : ", certificate ")
           << where.trustedFile << std::endl;
   if (!where.page.empty()) output_ << "see them arrive at " << where.page << "/" << std::endl;
+  if (!where.operations.empty()) output_ << "metrics at " << where.operations << "/metrics" << std::endl;
   if (!where.pagePassword.empty()) {
     output_ << "the page's password, for any user name, is " << where.pagePassword << std::endl;
   }
@@ -152,6 +157,7 @@ void JSONEventLog::listening(const ListeningAddress &where) {
                     {"address", where.address},
                     {"port", where.port},
                     {where.isAuthority ? "caFile" : "certificate", where.trustedFile}};
+  if (!where.operations.empty()) event["operations"] = where.operations;
   if (!where.page.empty()) {
     event["page"] = where.page;
     event["pageToken"] = where.pageToken;

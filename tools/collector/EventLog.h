@@ -21,6 +21,8 @@ struct ListeningAddress {
   /// The page's address, and the token of requests that set its switches; empty if there is none.
   std::string page = {};
   std::string pageToken = {};
+  /// The address of what operators ask; empty if there is none.
+  std::string operations = {};
   std::string pagePassword =
       {};  ///< one that was made for it; empty if there is none, or the user has chosen it
   std::vector<std::string> otherAddresses{};  ///< that it can be called by as well
@@ -33,6 +35,9 @@ struct ListeningAddress {
   std::string url() const;
 };
 
+/// "2026-01-31T12:34:56.789Z"
+std::string utcNow();
+
 /// Tells the developer what happens, as it happens: everything is flushed at once.
 class EventLog {
  public:
@@ -41,8 +46,13 @@ class EventLog {
   virtual void listening(const ListeningAddress &where) = 0;
   /// A whole request has arrived from `client`, an address with a port.
   virtual void received(const std::string &client, const Request &request, const Answer &answer) = 0;
-  /// Is told, on any thread, why a request could not be kept; an empty text when it was.
-  using Kept = std::function<void(const std::string &problem)>;
+  /// What became of a request that had to be kept.
+  struct Keeping {
+    std::string problem = {};  ///< why it could not be kept; empty when it was
+    unsigned status = 0;       ///< to answer with then; 0 to close the connection instead
+  };
+  /// Is told so, on any thread.
+  using Kept = std::function<void(const Keeping &)>;
   /// The same for a request that is answered only when it is kept: then `kept` is called, at once or later.
   virtual void receive(const std::string &client, const Request &request, const Answer &answer,
                        const Kept &kept) {

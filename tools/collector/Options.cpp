@@ -1,11 +1,13 @@
 #include "tools/collector/Options.h"
 
+#include <algorithm>
 #include <boost/asio/ip/address.hpp>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <boost/program_options.hpp>
 #include <cmath>
 #include <ostream>
 
+#include "tools/collector/CertificateStore.h"
 #include "tools/collector/Document.h"
 
 namespace kx::collector {
@@ -17,6 +19,9 @@ namespace {
 constexpr double maximumSeconds = 86400.0;
 constexpr long maximumBodySize = 1L << 30;
 constexpr long maximumKeep = 100000000;
+constexpr long maximumReplicas = 5;  // as JetStream has it
+constexpr long maximumConnections = 1000000;
+constexpr std::size_t maximumBodyForStream = 65536;
 
 /// False for what is not a number, too.
 bool isDuration(double seconds) {
@@ -47,7 +52,11 @@ po::options_description descriptions() {
   add("login-drop", "close the connection instead of answering a login");
   add("message-drop", "close the connection instead of answering a message");
   add("expire-tokens", value("SECONDS"), "refuse an access token, with 403, when it is that old");
-  add("max-body", value("BYTES"), "refuse longer bodies, packed or unpacked (1048576)");
+  add("token-keys", value("FILE"),
+      "sign access tokens with the key in this file, and check them with it and a second one, so that "
+      "collectors with the same keys take each other's tokens; they expire after a day, or --expire-tokens; "
+      "SIGHUP has the file read anew");
+  add("max-body", value("BYTES"), "refuse longer bodies, packed or unpacked (1048576; 65536 with --stream)");
   add("page-port", value("PORT"),
       "show the page on this port (8080 or the next free one); 0 for any free one");
   add("no-page", "show no page");
@@ -58,6 +67,21 @@ po::options_description descriptions() {
       "show the page on this address (127.0.0.1); on any but loopback it asks for a password");
   add("page-password-file", value("FILE"),
       "the page's password is the first line of this file; without it, one is made and printed");
+  add("stream", value("URL[,URL]..."),
+      "publish accepted messages to NATS JetStream there, and answer each when it is acknowledged; keep "
+      "none, show no page, and log JSON Lines");
+  add("stream-file", value("FILE"), "the same, with the URLs in the lines of this file");
+  add("stream-credentials", value("FILE"), "the stream's user, as NATS's tools write it");
+  add("stream-ca", value("PEM"), "trust these authorities for the stream");
+  add("stream-name", value("NAME"), "the stream's name (KX-MESSAGES); it is made where it does not exist");
+  add("stream-subject", value("SUBJECT"), "what its subjects begin with (kx.messages)");
+  add("stream-replicas", value("N"), "how many servers keep each message, of a stream that is made (1)");
+  add("stream-timeout", value("SECONDS"), "how long the stream may take (5)");
+  add("operations-port", value("PORT"),
+      "serve /metrics, /healthz and /readyz on this port; 0 for any free one");
+  add("operations-address", value("ADDRESS"), "on this address (127.0.0.1)");
+  add("max-connections", value("N"),
+      "have so many clients at the same time (256, 192 of one address; with --stream 4096 of any)");
   add("json", "print one line of JSON for each event, for scripts");
   add("quiet", "print only the first line, refusals and failures");
   add("version", "print the version and exit");
@@ -142,6 +166,126 @@ class Given {
   const po::variables_map values_;
 };
 
+/// Not what a message of the stream could be taken for, nor a wildcard.
+bool isSubject(const std::string &subject) {
+  const std::string framed = "." + subject + ".";
+  return subject.find_first_of(" \t\r\n*>$") == std::string::npos && framed.find("..") == std::string::npos;
+}
+
+/// The texts between commas and ends of lines that are not empty.
+std::vector<std::string> listed(const std::string &text) {
+  std::vector<std::string> items;
+  std::size_t begin = 0;
+  while ((begin = text.find_first_not_of(" \t\r\n,", begin)) != std::string::npos) {
+    const std::size_t end = text.find_first_of(" \t\r\n,", begin);
+    items.push_back(text.substr(begin, end - begin));
+    begin = std::min(end, text.size());
+  }
+  return items;
+}
+
+std::vector<std::string> serversFrom(const Given &given) {
+  if (const auto urls = given.text("stream")) return listed(*urls);
+  try {
+    const std::filesystem::path file = given.text("stream-file").value_or("");
+    refuseToShare(file);
+    return listed(contentOf(file));
+  } catch (const std::exception &error) {
+    throw BadArguments(std::string("--stream-file cannot be used: ") + error.what());
+  }
+}
+
+void refuseWithoutStream(const Given &given) {
+  for (const char *const name : {"stream-credentials", "stream-ca", "stream-name", "stream-subject",
+                                 "stream-replicas", "stream-timeout"}) {
+    if (given.has(name)) throw BadArguments(std::string("--") + name + " needs --stream");
+  }
+}
+
+void refuseBesideStream(const Given &given) {
+  if (given.has("stream") && given.has("stream-file")) {
+    throw BadArguments("--stream and --stream-file exclude each other");
+  }
+  for (const char *const name : {"database", "keep", "page-port", "page-address", "page-password-file"}) {
+    if (given.has(name)) {
+      throw BadArguments(std::string("--stream and --") + name +
+                         " exclude each other: what the stream has is not kept here");
+    }
+  }
+}
+
+NATSStreamSettings streamFrom(const Given &given) {
+  NATSStreamSettings stream;
+  stream.servers = serversFrom(given);
+  if (stream.servers.empty()) throw BadArguments("there is no URL of a stream");
+  for (const std::string &server : stream.servers) {
+    if (server.rfind("nats://", 0) == 0 || server.rfind("tls://", 0) == 0) continue;
+    throw BadArguments("the URL of a stream must begin with nats:// or tls://");  // it may have a password
+  }
+  stream.credentials = given.text("stream-credentials");
+  stream.authority = given.text("stream-ca");
+  stream.name = given.text("stream-name").value_or(stream.name);
+  if (stream.name.empty() || stream.name.find_first_of(" \t\r\n.*>/\\") != std::string::npos) {
+    given.refuse("stream-name", "must be a name without blanks, dots, slashes and wildcards");
+  }
+  stream.subject = given.text("stream-subject").value_or(stream.subject);
+  if (!isSubject(stream.subject)) given.refuse("stream-subject", "must be words with dots between them");
+  stream.replicas = static_cast<unsigned>(
+      given.number("stream-replicas", 1, maximumReplicas).value_or(static_cast<long>(stream.replicas)));
+  stream.timeout = given.seconds("stream-timeout").value_or(stream.timeout);
+  stream.attemptTimeout = std::min(stream.attemptTimeout, stream.timeout);
+  stream.patience = std::min(stream.patience, stream.timeout);
+  return stream;
+}
+
+void readStream(const Given &given, Options &options) {
+  if (!given.has("stream") && !given.has("stream-file")) return refuseWithoutStream(given);
+  refuseBesideStream(given);
+  options.stream = streamFrom(given);
+  options.service.maximumBodySize = std::min(options.service.maximumBodySize, maximumBodyForStream);
+}
+
+void readOperations(const Given &given, Options &options) {
+  options.operationsAddress = given.address("operations-address").value_or(options.operationsAddress);
+  if (const auto port = given.number("operations-port", 0, 65535)) {
+    options.operationsPort = static_cast<std::uint16_t>(*port);
+  } else if (given.has("operations-address")) {
+    throw BadArguments("--operations-address needs --operations-port");
+  }
+}
+
+void readPage(const Given &given, Options &options) {
+  options.page = !given.has("no-page") && !options.stream;
+  options.pageAddress = given.address("page-address").value_or(options.pageAddress);
+  options.pagePasswordFile = given.text("page-password-file");
+  if (const auto port = given.number("page-port", 0, 65535)) {
+    if (!options.page) throw BadArguments("--no-page and --page-port exclude each other");
+    options.pagePort = static_cast<std::uint16_t>(*port);
+  }
+}
+
+void readCertificate(const Given &given, Options &options) {
+  const auto certificate = given.text("certificate");
+  const auto key = given.text("key");
+  if (certificate.has_value() != key.has_value())
+    throw BadArguments("--certificate and --key need each other");
+  options.newAuthority = given.has("new-ca");
+  if (certificate && options.newAuthority) {
+    throw BadArguments("--new-ca makes an authority, which --certificate does without");
+  }
+  if (certificate && key) options.certificate = CertificateFiles{*certificate, *key};
+}
+
+void readLimits(const Given &given, Options &options) {
+  if (const auto size = given.number("max-body", 1, maximumBodySize)) {
+    options.service.maximumBodySize = static_cast<std::size_t>(*size);
+  }
+  if (const auto number = given.number("max-connections", 1, maximumConnections)) {
+    options.maximumConnections = static_cast<std::size_t>(*number);
+  }
+  if (const auto keep = given.number("keep", 1, maximumKeep)) options.keep = static_cast<std::size_t>(*keep);
+}
+
 Given givenIn(int count, const char *const *arguments) {
   using Style = po::command_line_style::style_t;
   const int style = Style::unix_style & ~Style::allow_guessing;
@@ -171,33 +315,17 @@ Options optionsFrom(int count, const char *const *arguments) {
   options.address = given.address("address").value_or(options.address);
   options.port = static_cast<std::uint16_t>(given.number("port", 0, 65535).value_or(options.port));
 
-  if (const auto directory = given.text("directory")) options.directory = *directory;
-  const auto certificate = given.text("certificate");
-  const auto key = given.text("key");
-  if (certificate.has_value() != key.has_value())
-    throw BadArguments("--certificate and --key need each other");
-  options.newAuthority = given.has("new-ca");
-  if (certificate && options.newAuthority) {
-    throw BadArguments("--new-ca makes an authority, which --certificate does without");
-  }
-  if (certificate && key) options.certificate = CertificateFiles{*certificate, *key};
-
-  options.pageAddress = given.address("page-address").value_or(options.pageAddress);
-  if (const auto file = given.text("page-password-file")) options.pagePasswordFile = *file;
-
+  options.directory = given.text("directory");
+  options.database = given.text("database");
+  readCertificate(given, options);
   options.service.login = given.faults("login");
   options.service.message = given.faults("message");
   options.service.tokenLifetime = given.seconds("expire-tokens");
-  if (const auto size = given.number("max-body", 1, maximumBodySize)) {
-    options.service.maximumBodySize = static_cast<std::size_t>(*size);
-  }
-  options.page = !given.has("no-page");
-  if (const auto port = given.number("page-port", 0, 65535)) {
-    if (!options.page) throw BadArguments("--no-page and --page-port exclude each other");
-    options.pagePort = static_cast<std::uint16_t>(*port);
-  }
-  if (const auto file = given.text("database")) options.database = *file;
-  if (const auto keep = given.number("keep", 1, maximumKeep)) options.keep = static_cast<std::size_t>(*keep);
+  options.tokenKeys = given.text("token-keys");
+  readStream(given, options);
+  readLimits(given, options);
+  readOperations(given, options);
+  readPage(given, options);
   return options;
 }
 

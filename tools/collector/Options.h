@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tools/collector/CollectionService.h"
+#include "tools/collector/NATSStream.h"
 #include "tools/collector/Store.h"
 
 namespace kx::collector {
@@ -28,11 +29,18 @@ struct Options {
   std::string pageAddress = "127.0.0.1";
   /// Where the page's password is; absent for a new one, which a page on loopback does without.
   std::optional<std::filesystem::path> pagePasswordFile;
+  /// Where the keys of signed tokens are; absent for tokens that this collector alone knows.
+  std::optional<std::filesystem::path> tokenKeys;
   CollectionServiceSettings service;
   bool page = true;
   std::optional<std::uint16_t> pagePort;  ///< absent for 8080 or the next free one; 0 for any free one
   std::optional<std::filesystem::path> database;  ///< absent to keep requests in memory
   std::size_t keep = Store::defaultKeep;          ///< how many requests are kept
+  /// Where accepted messages are published; absent to keep them here.
+  std::optional<NATSStreamSettings> stream;
+  std::string operationsAddress = "127.0.0.1";
+  std::optional<std::uint16_t> operationsPort;  ///< absent for none; 0 for any free one
+  std::optional<std::size_t> maximumConnections;
   bool json = false;
   bool quiet = false;
   bool help = false;

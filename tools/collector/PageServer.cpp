@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds timeToGatherEvents{10};
 
 }  // namespace
 
-PageServer::PageServer(PageService &service, const tcp::endpoint &endpoint, PageLimits limits)
+PageServer::PageServer(WebService &service, const tcp::endpoint &endpoint, PageLimits limits)
     : service_(service),
       limits_(limits),
       acceptor_(io_, endpoint),

@@ -32,7 +32,7 @@ struct PageLimits {
 class PageServer {
  public:
   /// Listens from now on; port 0 stands for any free one. Throws boost::system::system_error when it cannot.
-  PageServer(PageService &service, const boost::asio::ip::tcp::endpoint &endpoint, PageLimits limits = {});
+  PageServer(WebService &service, const boost::asio::ip::tcp::endpoint &endpoint, PageLimits limits = {});
   ~PageServer();
   PageServer(const PageServer &) = delete;
   PageServer &operator=(const PageServer &) = delete;
@@ -49,7 +49,7 @@ class PageServer {
   void acceptLater();
   void run();
 
-  PageService &service_;
+  WebService &service_;
   const PageLimits limits_;
   std::set<PageConnection *> connections_;  // the last of them go with the context
   boost::asio::io_context io_{1};

@@ -50,19 +50,31 @@ struct PageAccess {
   std::optional<std::string> password;
 };
 
+/// What a PageServer serves.
+///
+/// To be used by one thread at a time.
+class WebService {
+ public:
+  virtual ~WebService() = default;
+
+  /// Where it is reached.
+  virtual void setPort(std::uint16_t port) = 0;
+  virtual PageAnswer answer(const PageRequest &request, Feed::Time now) = 0;
+};
+
 /// The page, and what it and the tests of hosts ask, without a network: files, REST, server-sent events.
 ///
 /// To be used by one thread at a time.
-class PageService {
+class PageService : public WebService {
  public:
   PageService(Store &store, Faults &faults, CollectorStatus status, PageAccess access = {});
 
   /// What the header field X-Page-Token of requests has to be that set switches.
   const std::string &token() const { return token_; }
   /// Where it is reached; it answers nothing else.
-  void setPort(std::uint16_t port) { port_ = port; }
+  void setPort(std::uint16_t port) override { port_ = port; }
 
-  PageAnswer answer(const PageRequest &request, Feed::Time now);
+  PageAnswer answer(const PageRequest &request, Feed::Time now) override;
 
   /// The methods and the paths of all that can be asked but files; a path may have "{id}" in it.
   static std::vector<std::pair<std::string, std::string>> routes();

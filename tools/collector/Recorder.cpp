@@ -98,7 +98,7 @@ std::string textOf(const std::exception_ptr &failure) {
 }  // namespace
 
 void Recorder::received(const std::string &client, const Request &request, const Answer &answer) {
-  receive(client, request, answer, [](const std::string &) {});
+  receive(client, request, answer, [](const Keeping &) {});
 }
 
 void Recorder::receive(const std::string &client, const Request &request, const Answer &answer,
@@ -106,7 +106,7 @@ void Recorder::receive(const std::string &client, const Request &request, const 
   // What is known of it by now comes before anything that its end brings.
   const std::uint64_t id =
       store_.append(recordOf(client, request, answer),
-                    [kept](const std::exception_ptr &failure) { kept(textOf(failure)); });
+                    [kept](const std::exception_ptr &failure) { kept({textOf(failure)}); });
   if (!answer.drop && !answer.stall) unanswered_[client] = id;
   follow(id, request, answer);
   next_.received(client, request, answer);

@@ -15,6 +15,7 @@ using net::ip::tcp;
 namespace {
 
 constexpr std::chrono::milliseconds pauseBeforeAccepting{50};
+constexpr std::chrono::milliseconds pauseBetweenLooks{10};
 
 }  // namespace
 
@@ -51,6 +52,7 @@ void Server::run() {
 void Server::accept() {
   // Whoever is there is let in only when there is a place: the system keeps the others waiting.
   acceptor_.async_wait(tcp::acceptor::wait_read, [this](boost::system::error_code error) {
+    if (isStopping_) return;
     if (error) return acceptLater();
     forgetClosedConnections();
     if (connections_.size() >= limits_.maximumConnections && !makeRoom(std::nullopt)) return acceptLater();
@@ -105,8 +107,31 @@ void Server::forgetClosedConnections() {
 void Server::acceptLater() {
   pause_.expires_after(pauseBeforeAccepting);
   pause_.async_wait([this](boost::system::error_code error) {
-    if (!error) accept();
+    if (!error && !isStopping_) accept();
   });
+}
+
+std::size_t Server::connections() {
+  forgetClosedConnections();
+  return connections_.size();
+}
+
+void Server::stop(std::chrono::milliseconds time, const std::function<void()> &finished) {
+  isStopping_ = true;
+  boost::system::error_code ignored;
+  acceptor_.close(ignored);
+  for (const auto &connection : connections_) {
+    if (const auto open = connection.lock()) open->finish();
+  }
+  waitForConnections(std::chrono::steady_clock::now() + time, finished);
+}
+
+void Server::waitForConnections(std::chrono::steady_clock::time_point limit,
+                                const std::function<void()> &finished) {
+  if (connections() == 0 || std::chrono::steady_clock::now() >= limit) return finished();
+  pause_.expires_after(pauseBetweenLooks);
+  pause_.async_wait(
+      [this, limit, finished](boost::system::error_code) { waitForConnections(limit, finished); });
 }
 
 }  // namespace kx::collector

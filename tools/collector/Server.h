@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -47,6 +48,13 @@ class Server {
 
   std::uint16_t port() const { return acceptor_.local_endpoint().port(); }
 
+  /// How many connections are open.
+  std::size_t connections();
+
+  /// Takes no new connections and no new requests any more; calls `finished` when all that had come is
+  /// answered, or that time is over.
+  void stop(std::chrono::milliseconds time, const std::function<void()> &finished);
+
   /// Serves until the io_context is stopped.
   void run();
 
@@ -58,6 +66,7 @@ class Server {
   /// when all of them are waiting for their answers.
   bool makeRoom(const std::optional<boost::asio::ip::address> &address);
   void forgetClosedConnections();
+  void waitForConnections(std::chrono::steady_clock::time_point limit, const std::function<void()> &finished);
 
   boost::asio::io_context &io_;
   boost::asio::ssl::context &tls_;
@@ -66,6 +75,7 @@ class Server {
   const ServerLimits limits_;
   boost::asio::ip::tcp::acceptor acceptor_;
   boost::asio::steady_timer pause_;
+  bool isStopping_ = false;
   std::vector<std::weak_ptr<Connection>> connections_;
 };
 

@@ -1,9 +1,8 @@
 #include <unistd.h>
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/address.hpp>
-#include <boost/asio/ip/host_name.hpp>
-#include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <csignal>
 #include <cstdlib>
@@ -20,7 +19,9 @@
 #include "tools/collector/CollectionService.h"
 #include "tools/collector/EventLog.h"
 #include "tools/collector/ListeningProblem.h"
+#include "tools/collector/Metrics.h"
 #include "tools/collector/NextSteps.h"
+#include "tools/collector/OperationsService.h"
 #include "tools/collector/Options.h"
 #include "tools/collector/OutputQueue.h"
 #include "tools/collector/PagePassword.h"
@@ -31,54 +32,18 @@
 #include "tools/collector/Recorder.h"
 #include "tools/collector/Server.h"
 #include "tools/collector/ServerNames.h"
+#include "tools/collector/ServiceStart.h"
 #include "tools/collector/Store.h"
+#include "tools/collector/StreamProgram.h"
 
 namespace net = boost::asio;
 using namespace kx::collector;
 
 namespace {
 
-constexpr std::chrono::hours certificateLifetime{24 * 365};
 constexpr std::chrono::seconds timeBetweenChecks{5};
 constexpr std::uint16_t usualPagePort = 8080;
 constexpr int usualPagePorts = 20;
-
-/// Where the collector can be called when it listens where its options say; without the port.
-ListeningAddress addressToCall(const Options &options) {
-  ListeningAddress where;
-  const auto callable =
-      callableAddresses(net::ip::make_address(options.address), interfaceAddresses(), outwardAddress());
-  where.address = callable.front().to_string();
-  for (auto other = callable.begin() + 1; other != callable.end(); ++other) {
-    where.otherAddresses.push_back(other->to_string());
-  }
-  return where;
-}
-
-/// The identity that the collector shows: the one that was given, or a new one from its own authority, whose
-/// certificate can then be fetched from the service.
-net::ssl::context identity(const Options &options, ListeningAddress &where,
-                           CollectionServiceSettings &service) {
-  if (options.certificate) {
-    where.trustedFile = options.certificate->certificate.string();
-    where.isAuthority = false;
-    try {
-      return tlsContext(contentOf(options.certificate->certificate), contentOf(options.certificate->key));
-    } catch (const std::exception &error) {
-      throw BadArguments(std::string("--certificate and --key cannot be used: ") + error.what());
-    }
-  }
-  const CertificateStore store(options.directory ? *options.directory : CertificateStore::defaultDirectory());
-  where.trustedFile = std::filesystem::absolute(store.authorityFile()).lexically_normal().string();
-  const CertificateAuthority authority = options.newAuthority ? store.newAuthority() : store.authority();
-  service.download.emplace(authority.certificate().certificate);
-  const auto now = std::chrono::system_clock::now();
-  // Made anew at each start, so that it is never too old and always fits the address.
-  const PemCertificate certificate = authority.issue(
-      serverNames(net::ip::make_address(options.address), net::ip::host_name(), interfaceAddresses()),
-      now - std::chrono::hours(1), now + certificateLifetime);
-  return tlsContext(certificate.certificate, certificate.privateKey);
-}
 
 /// As https://no-color.org asks for; by terminals alone.
 bool wantsColours() {
@@ -177,16 +142,6 @@ void checkLogins(net::steady_timer &timer, Recorder &recorder) {
   });
 }
 
-std::unique_ptr<Server> listeningServer(net::io_context &io, net::ssl::context &tls,
-                                        CollectionService &service, EventLog &log, const Options &options) {
-  const net::ip::tcp::endpoint endpoint(net::ip::make_address(options.address), options.port);
-  try {
-    return std::make_unique<Server>(io, tls, service, log, endpoint);
-  } catch (const boost::system::system_error &error) {
-    throw std::runtime_error(listeningProblem(endpoint, error.code(), "--port"));
-  }
-}
-
 void collect(const Options &options) {
   CollectionServiceSettings settings = options.service;
   ListeningAddress where = addressToCall(options);
@@ -201,10 +156,14 @@ void collect(const Options &options) {
   QuietEventLog quiet(*all);
   EventLog &log = options.quiet ? quiet : *all;
   Recorder recorder(log, store);
+  Metrics metrics(recorder);
 
-  net::signal_set signals(io, SIGINT, SIGTERM);
-  signals.async_wait([&io](boost::system::error_code, int) { io.stop(); });
-  const auto server = listeningServer(io, tls, service, recorder, options);
+  const auto server = listeningServer(io, tls, service, metrics, options);
+  std::atomic<bool> isEnding{false};
+  const Ending ending(io, *server, [&isEnding] { isEnding = true; });
+  const Reading reading(io, options, tls, service, [&log](const std::string &problem) {
+    if (!problem.empty()) log.failed("the operator", "nothing was read anew: " + problem);
+  });
   where.port = server->port();
   net::steady_timer everyFewSeconds(io);
   checkLogins(everyFewSeconds, recorder);
@@ -220,6 +179,11 @@ void collect(const Options &options) {
     store.onChange([&page] { page->wake(); });
   }
   const WithoutNotice afterwards{store};
+  OperationsService operations({[&metrics] { return metrics.text(nullptr); },
+                                [&isEnding] { return std::string(isEnding ? "it is about to end" : ""); }});
+  const auto operationsPage = operationsServer(operations, options, where);
+  net::steady_timer everySecond(io);
+  countConnections(everySecond, *server, metrics);
   log.listening(where);
   if (!options.json && !options.quiet) printNextSteps(where, settings.download, output);
   server->run();
@@ -231,11 +195,14 @@ int main(int count, char **arguments) {
   // Whoever reads what is printed may leave; the service goes on.
   std::signal(SIGPIPE, SIG_IGN);
   try {
-    const Options options = optionsFrom(count, arguments);
+    Options options = optionsFrom(count, arguments);
+    if (options.tokenKeys) options.service.tokenKeys = tokenKeysIn(*options.tokenKeys);
     if (options.help) {
       printHelp(std::cout);
     } else if (options.version) {
       std::cout << "kx-collector " << version << std::endl;
+    } else if (options.stream) {
+      collectForStream(options, *options.stream);
     } else {
       collect(options);
     }

@@ -52,6 +52,20 @@ int replay(std::uint64_t seed, const char *pictureFile) {
   return broken ? 1 : 0;
 }
 
+int search(long long first, long long schedules) {
+  const kx::Explorer explorer;
+  const auto began = std::chrono::steady_clock::now();
+  std::size_t events = 0;
+  for (long long seed = first; seed < first + schedules; ++seed) {
+    const kx::Story story = kx::Story::ofSeed(static_cast<std::uint64_t>(seed));
+    events += story.events.size();
+    if (explorer.play(story)) return tellOf(explorer, story);
+  }
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+  std::printf("%lld schedules, %zu events, %.1f s: all promises are kept\n", schedules, events, took.count());
+  return 0;
+}
+
 }  // namespace
 
 int main(int count, char **arguments) {
@@ -84,15 +98,5 @@ int main(int count, char **arguments) {
   if (schedules < 1 || first < 1 || replayed < 0 || (picture != nullptr && replayed == 0)) return refuse();
   if (replayed > 0) return replay(static_cast<std::uint64_t>(replayed), picture);
 
-  const kx::Explorer explorer;
-  const auto began = std::chrono::steady_clock::now();
-  std::size_t events = 0;
-  for (long long seed = first; seed < first + schedules; ++seed) {
-    const kx::Story story = kx::Story::ofSeed(static_cast<std::uint64_t>(seed));
-    events += story.events.size();
-    if (explorer.play(story)) return tellOf(explorer, story);
-  }
-  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
-  std::printf("%lld schedules, %zu events, %.1f s: all promises are kept\n", schedules, events, took.count());
-  return 0;
+  return search(first, schedules);
 }

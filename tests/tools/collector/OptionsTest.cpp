@@ -111,6 +111,72 @@ TEST(OptionsTest, ReadsTheRest) {
   EXPECT_EQ(options({"--page-password-file", "/a/file"}).pagePasswordFile, "/a/file");
 }
 
+TEST(OptionsTest, ReadsWhatCollectorsSideBySideNeed) {
+  const Options none = options({});
+  EXPECT_FALSE(none.stream);
+  EXPECT_FALSE(none.operationsPort);
+  EXPECT_FALSE(none.maximumConnections);
+  EXPECT_EQ(options({"--token-keys", "/a/file"}).tokenKeys, "/a/file");
+  const Options some =
+      options({"--operations-port", "0", "--operations-address", "::1", "--max-connections", "9"});
+  EXPECT_EQ(some.operationsPort, 0);
+  EXPECT_EQ(some.operationsAddress, "::1");
+  EXPECT_EQ(some.maximumConnections, 9u);
+}
+
+TEST(OptionsTest, ReadsWhereTheStreamIs) {
+  const Options usual = options({"--stream", "nats://a:1,tls://b:2"});
+  ASSERT_TRUE(usual.stream);
+  EXPECT_EQ(usual.stream->servers, (std::vector<std::string>{"nats://a:1", "tls://b:2"}));
+  EXPECT_EQ(usual.stream->name, "KX-MESSAGES");
+  EXPECT_EQ(usual.stream->subject, "kx.messages");
+  EXPECT_EQ(usual.stream->replicas, 1u);
+  EXPECT_EQ(usual.stream->timeout, milliseconds(5000));
+  EXPECT_FALSE(usual.page);
+  EXPECT_EQ(usual.service.maximumBodySize, 65536u);
+  const Options other = options({"--stream", "nats://a", "--stream-name", "N", "--stream-subject", "a.b",
+                                 "--stream-replicas", "3", "--stream-timeout", "0.5", "--stream-credentials",
+                                 "/c", "--stream-ca", "/d", "--max-body", "100000"});
+  EXPECT_EQ(other.stream->name, "N");
+  EXPECT_EQ(other.stream->subject, "a.b");
+  EXPECT_EQ(other.stream->replicas, 3u);
+  EXPECT_EQ(other.stream->timeout, milliseconds(500));
+  EXPECT_EQ(other.stream->attemptTimeout, milliseconds(500));
+  EXPECT_EQ(other.stream->patience, milliseconds(500));
+  EXPECT_EQ(other.stream->credentials, "/c");
+  EXPECT_EQ(other.stream->authority, "/d");
+  EXPECT_EQ(other.service.maximumBodySize, 100000u);
+}
+
+TEST(OptionsTest, RefusesAStreamThatMakesNoSense) {
+  EXPECT_THAT(refusalOf({"--stream", " , "}), HasSubstr("there is no URL of a stream"));
+  EXPECT_THAT(refusalOf({"--stream", "http://user:secret@a"}),
+              HasSubstr("must begin with nats:// or tls://"));
+  EXPECT_THAT(refusalOf({"--stream", "http://user:secret@a"}), ::testing::Not(HasSubstr("secret")));
+  EXPECT_THAT(refusalOf({"--stream", "nats://a", "--stream-file", "/x"}), HasSubstr("exclude each other"));
+  EXPECT_THAT(refusalOf({"--stream-file", "/does/not/exist"}), HasSubstr("--stream-file cannot be used"));
+  EXPECT_THAT(refusalOf({"--stream-name", "N"}), HasSubstr("--stream-name needs --stream"));
+  EXPECT_THAT(refusalOf({"--operations-address", "::1"}), HasSubstr("needs --operations-port"));
+  for (const char *const name : {"", "a.b", "a b", "*", "a/b"}) {
+    EXPECT_THAT(refusalOf({"--stream", "nats://a", "--stream-name", name}),
+                HasSubstr("--stream-name must be"))
+        << name;
+  }
+  for (const char *const subject : {"", ".", "a.", "a..b", "a b", "a.*", ">", "$JS"}) {
+    EXPECT_THAT(refusalOf({"--stream", "nats://a", "--stream-subject", subject}),
+                HasSubstr("--stream-subject must be"))
+        << subject;
+  }
+  EXPECT_THAT(refusalOf({"--stream", "nats://a", "--stream-replicas", "6"}), HasSubstr("from 1 to 5"));
+  for (const std::vector<std::string> &other : {std::vector<std::string>{"--database", "x"},
+                                                {"--keep", "5"},
+                                                {"--page-port", "0"},
+                                                {"--page-address", "::1"}}) {
+    EXPECT_THAT(refusalOf({"--stream", "nats://a", other[0].c_str(), other[1].c_str()}),
+                HasSubstr("--stream and " + other[0] + " exclude each other"));
+  }
+}
+
 TEST(OptionsTest, RefusesValuesOutOfRangeAndSaysWhatTheyMayBe) {
   EXPECT_EQ(refusalOf({"--port", "65536"}), "--port must be a number from 0 to 65535, not \"65536\"");
   EXPECT_EQ(refusalOf({"--max-body", "0"}), "--max-body must be a number from 1 to 1073741824, not \"0\"");

@@ -129,7 +129,7 @@ TEST_F(RecorderTest, TellsWhyARequestCouldNotBeKept) {
   Recorder ofBroken(log, broken);
   std::promise<std::string> told;
   ofBroken.receive("c", Request(), Answer(),
-                   [&told](const std::string &problem) { told.set_value(problem); });
+                   [&told](const EventLog::Keeping &keeping) { told.set_value(keeping.problem); });
   EXPECT_THAT(told.get_future().get(), HasSubstr("a request could not be stored: no such table"));
 }
 

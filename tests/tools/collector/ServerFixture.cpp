@@ -4,6 +4,7 @@
 #include <array>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/connect.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/http/read.hpp>
 
@@ -52,18 +53,24 @@ std::size_t RecordingEventLog::held() const {
   return held_.size();
 }
 
-void RecordingEventLog::release(const std::string &problem) {
+void RecordingEventLog::release(const EventLog::Keeping &keeping) {
   std::vector<Kept> held;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     held.swap(held_);
   }
-  for (const Kept &kept : held) kept(problem);
+  for (const Kept &kept : held) kept(keeping);
 }
 
 void RecordingEventLog::failed(const std::string & /*client*/, const std::string &reason) {
   const std::lock_guard<std::mutex> lock(mutex_);
   failures_.push_back(reason);
+}
+
+void RecordingEventLog::forget() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  answers_.clear();
+  failures_.clear();
 }
 
 std::vector<Answer> RecordingEventLog::answers() const {
@@ -151,6 +158,10 @@ std::string ServerTest::logIn() {
   if (!response) return "no answer";
   const auto token = (*response)["set-authorization"];
   return std::string(token.data(), token.size());
+}
+
+void ServerTest::stop(std::chrono::milliseconds time) {
+  net::post(io_, [this, time] { server_->stop(time, [this] { hasStopped_ = true; }); });
 }
 
 void ServerTest::expectThatItServes() {

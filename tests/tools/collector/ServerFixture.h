@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl.hpp>
@@ -34,13 +35,15 @@ class RecordingEventLog : public EventLog {
 
   std::vector<Answer> answers() const;
   std::vector<std::string> failures() const;
+  /// All answers and failures.
+  void forget();
 
   /// From now on requests are not kept at once.
   void hold();
   /// How many wait for that.
   std::size_t held() const;
   /// All of them are kept by now, or cannot be.
-  void release(const std::string &problem = "");
+  void release(const EventLog::Keeping &keeping = {});
 
  private:
   mutable std::mutex mutex_;
@@ -99,6 +102,10 @@ class ServerTest : public ::testing::Test {
   /// One request on a connection of its own.
   std::optional<Response> exchange(const Request &request);
   std::string logIn();
+  /// Takes nothing new any more, for so long at the most.
+  void stop(std::chrono::milliseconds time);
+  /// Whether all connections had ended, or the time was over.
+  bool hasStopped() const { return hasStopped_; }
   /// A login and a message go through.
   void expectThatItServes();
   /// What the server reports about connections comes a little later than the client notices.
@@ -110,6 +117,7 @@ class ServerTest : public ::testing::Test {
   std::optional<CollectionService> service_;
   std::optional<Server> server_;
   std::uint16_t port_ = 0;
+  std::atomic<bool> hasStopped_{false};
   std::thread thread_;
 };
 

@@ -129,7 +129,7 @@ TEST_F(ServerTest, ARequestThatCannotBeKeptIsNotAnswered) {
   const auto client = connect();
   client->write(wireText(loginRequest()));
   EXPECT_TRUE(eventually([this] { return log.held() == 1; }));
-  log.release("the disk is full");
+  log.release({"the disk is full"});
   EXPECT_FALSE(client->read());
   expectFailure("the disk is full");
 }
@@ -429,6 +429,65 @@ TEST(ServerSetupTest, ACertificateAndAKeyThatDoNotBelongTogetherAreAnError) {
                boost::system::system_error);
   EXPECT_THROW(tlsContext("text", one.certificate().privateKey), boost::system::system_error);
   EXPECT_THROW(tlsContext(one.certificate().certificate, ""), boost::system::system_error);
+}
+
+TEST_F(ServerTest, AnswersWithTheStatusThatItIsToldWhenARequestCannotBeKept) {
+  const auto client = connect();
+  log.hold();
+  client->write(wireText(loginRequest()));
+  EXPECT_TRUE(eventually([this] { return log.held() == 1; }));
+  log.release({"the stream is away", 503});
+  const auto response = client->read();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->result_int(), 503u);
+  EXPECT_EQ(response->body(), "the stream is away\n");
+  EXPECT_TRUE(response->keep_alive());
+}
+
+TEST_F(ServerTest, LetsGoOfThoseWhoAskNothingWhenItStops) {
+  const auto idle = connect();
+  const auto known = connect();
+  ASSERT_TRUE(known->exchange(loginRequest()));
+  stop(std::chrono::hours(1));
+  idle->waitForEnd();
+  known->waitForEnd();
+  EXPECT_TRUE(eventually([this] { return hasStopped(); }));
+  EXPECT_TRUE(connect()->error);
+}
+
+TEST_F(ServerTest, AnswersWhatHasComeWhenItStops) {
+  const auto waiting = connect();
+  log.hold();
+  waiting->write(wireText(loginRequest()));
+  EXPECT_TRUE(eventually([this] { return log.held() == 1; }));
+  stop(std::chrono::hours(1));
+  log.release();
+  const auto response = waiting->read();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->result_int(), 200u);
+  EXPECT_FALSE(response->keep_alive());
+  waiting->waitForEnd();
+}
+
+TEST_F(ServerTest, WaitsForNothingThatAFaultHoldsBackWhenItStops) {
+  settings.login.delay = std::chrono::hours(1);
+  const auto waiting = connect();
+  waiting->write(wireText(loginRequest()));
+  EXPECT_TRUE(eventually([this] { return log.answers().size() == 1; }));
+  stop(std::chrono::hours(1));
+  waiting->waitForEnd();
+  EXPECT_TRUE(eventually([this] { return hasStopped(); }));
+}
+
+TEST_F(ServerTest, WaitsNoLongerThanItIsToldWhenItStops) {
+  const auto waiting = connect();
+  log.hold();
+  waiting->write(wireText(loginRequest()));
+  EXPECT_TRUE(eventually([this] { return log.held() == 1; }));
+  stop(std::chrono::milliseconds(50));
+  EXPECT_TRUE(eventually([this] { return hasStopped(); }));
+  log.release();
+  EXPECT_TRUE(waiting->read());
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 
 #include <set>
 
-#include "tools/collector/AccessTokens.h"
+#include "tools/collector/RememberedTokens.h"
 
 namespace kx::collector {
 namespace {
@@ -12,15 +12,15 @@ using std::chrono::seconds;
 
 const AccessTokens::Time timeOfStart{};
 
-TEST(AccessTokensTest, KnowATokenThatTheyGaveOut) {
-  AccessTokens tokens(10, std::nullopt);
+TEST(RememberedTokensTest, KnowATokenThatTheyGaveOut) {
+  RememberedTokens tokens(10, std::nullopt);
   const std::string token = tokens.issue(timeOfStart);
   EXPECT_TRUE(tokens.accept(token, timeOfStart));
   EXPECT_TRUE(tokens.accept(token, timeOfStart + std::chrono::hours(100000)));
 }
 
-TEST(AccessTokensTest, KnowNoOther) {
-  AccessTokens tokens(10, std::nullopt);
+TEST(RememberedTokensTest, KnowNoOther) {
+  RememberedTokens tokens(10, std::nullopt);
   EXPECT_FALSE(tokens.accept("", timeOfStart));
   const std::string token = tokens.issue(timeOfStart);
   for (const std::string &other : {std::string(), token + " ", " " + token, token.substr(1), token + token}) {
@@ -28,8 +28,8 @@ TEST(AccessTokensTest, KnowNoOther) {
   }
 }
 
-TEST(AccessTokensTest, AreRandomAndEachAnother) {
-  AccessTokens tokens(1000, std::nullopt);
+TEST(RememberedTokensTest, AreRandomAndEachAnother) {
+  RememberedTokens tokens(1000, std::nullopt);
   std::set<std::string> seen;
   for (int count = 0; count < 1000; ++count) {
     const std::string token = tokens.issue(timeOfStart);
@@ -39,8 +39,8 @@ TEST(AccessTokensTest, AreRandomAndEachAnother) {
   EXPECT_EQ(seen.size(), 1000u);
 }
 
-TEST(AccessTokensTest, ExpireAtTheEndOfTheirLifetime) {
-  AccessTokens tokens(10, seconds(5));
+TEST(RememberedTokensTest, ExpireAtTheEndOfTheirLifetime) {
+  RememberedTokens tokens(10, seconds(5));
   const std::string first = tokens.issue(timeOfStart);
   const std::string second = tokens.issue(timeOfStart + seconds(3));
   EXPECT_TRUE(tokens.accept(first, timeOfStart + seconds(5) - std::chrono::nanoseconds(1)));
@@ -49,8 +49,8 @@ TEST(AccessTokensTest, ExpireAtTheEndOfTheirLifetime) {
   EXPECT_FALSE(tokens.accept(second, timeOfStart + seconds(8)));
 }
 
-TEST(AccessTokensTest, ForgetTheOldestWhenThereAreTooMany) {
-  AccessTokens tokens(2, std::nullopt);
+TEST(RememberedTokensTest, ForgetTheOldestWhenThereAreTooMany) {
+  RememberedTokens tokens(2, std::nullopt);
   const std::string first = tokens.issue(timeOfStart);
   const std::string second = tokens.issue(timeOfStart);
   EXPECT_TRUE(tokens.accept(first, timeOfStart));

@@ -1,4 +1,4 @@
-#include "tools/collector/AccessTokens.h"
+#include "tools/collector/RememberedTokens.h"
 
 #include <algorithm>
 
@@ -6,7 +6,7 @@
 
 namespace kx::collector {
 
-std::string AccessTokens::issue(Time now) {
+std::string RememberedTokens::issue(Time now) {
   tokens_.push_back({unknownToken(), now});
   if (tokens_.size() > maximumCount_) tokens_.pop_front();
   return tokens_.back().text;
@@ -16,13 +16,13 @@ std::string AccessTokens::unknownToken() {
   return randomHexadecimal(16);
 }
 
-void AccessTokens::forget(std::string_view token) {
+void RememberedTokens::forget(std::string_view token) {
   tokens_.erase(std::remove_if(tokens_.begin(), tokens_.end(),
                                [token](const Token &known) { return known.text == token; }),
                 tokens_.end());
 }
 
-bool AccessTokens::accept(std::string_view token, Time now) const {
+bool RememberedTokens::accept(std::string_view token, Time now) const {
   return std::any_of(tokens_.begin(), tokens_.end(), [&](const Token &known) {
     return known.text == token && (!lifetime_ || now < known.issued + *lifetime_);
   });
