@@ -2,8 +2,10 @@
 includes, nor how it is compiled, nor the rules, nor the linter. Those that are compiled together are linted together, for
 most of the work is in the headers that they share.
 
-usage: tidy.py FOLDER SOURCE...    FOLDER has compile_commands.json; what is linted together is put into FOLDER/together,
-                                   and results are kept in FOLDER/results
+usage: tidy.py [--only CHECK] FOLDER SOURCE...    FOLDER has compile_commands.json; what is linted together is put into
+                                                  FOLDER/together, and results are kept in FOLDER/results
+  --only CHECK    that one instead of the rules. It may be one that does not always come to an end: what it takes follows from where
+                  things lie in memory. So it has a minute for a text, and is begun anew when that is over, some times.
 """
 
 import concurrent.futures
@@ -16,6 +18,7 @@ import subprocess
 import sys
 
 LINTER = "clang-tidy-16"
+SECONDS, ATTEMPTS = 60, 10  # of a check that may not come to an end
 HEADER = re.compile(r"\.+ (/.*)")  # as -H lists it
 INCLUDE = re.compile(r'^#include "(.*)"$', re.M)  # as CMake has them in what it compiles together
 PLACE = re.compile(r"^(/[^:]+):(\d+)", re.M)
@@ -82,8 +85,9 @@ def read(name):
 
 
 class Lint:
-    def __init__(self, folder):
-        self.folder = folder
+    def __init__(self, folder, only=None):
+        self.only = only
+        self.results = os.path.join(folder, "results", only or "rules")
         self.version = subprocess.run([LINTER, "--version"], capture_output=True, text=True, check=True).stdout
         self.together = Together(folder)
         self.commands = self.together.commands
@@ -101,7 +105,7 @@ class Lint:
         return hashlib.sha256("\n".join(parts).encode()).hexdigest()
 
     def result_file(self, source):
-        return os.path.join(self.folder, "results", os.path.relpath(source) + ".json")
+        return os.path.join(self.results, os.path.relpath(source) + ".json")
 
     def has_passed(self, source):
         try:
@@ -111,10 +115,24 @@ class Lint:
         except (OSError, ValueError, KeyError):
             return False
 
+    def read(self, source):
+        """What the linter says, null if it came to no end."""
+        command = [LINTER, "-p", self.together.folder, "--quiet", "--extra-arg=-H"]
+        if not self.only:
+            return subprocess.run([*command, source], capture_output=True, text=True, check=False)
+        for _ in range(ATTEMPTS):
+            try:
+                return subprocess.run([*command, "--checks=-*," + self.only, source], capture_output=True, text=True,
+                                      check=False, timeout=SECONDS)
+            except subprocess.TimeoutExpired:
+                pass
+        return None
+
     def check(self, source):
         """What there is to say against that source; nothing, and a kept result, when it passes."""
-        result = subprocess.run([LINTER, "-p", self.together.folder, "--quiet", "--extra-arg=-H", source],
-                                capture_output=True, text=True, check=False)
+        result = self.read(source)
+        if result is None:
+            return f"{source}: {LINTER} came to no end in {ATTEMPTS} times {SECONDS} s"
         said = [line for line in result.stderr.splitlines() if "warnings generated" not in line]
         headers = sorted({os.path.normpath(match[1]) for line in said if (match := HEADER.fullmatch(line))})
         complaints = "\n".join([*result.stdout.splitlines(), *(line for line in said if not HEADER.fullmatch(line))])
@@ -140,8 +158,12 @@ def rules_for(source):
         folder = os.path.dirname(folder)
 
 
-def main(folder, sources):
-    lint = Lint(folder)
+def main(arguments):
+    only = None
+    if arguments[0] == "--only":
+        _, only, *arguments = arguments
+    folder, *sources = arguments
+    lint = Lint(folder, only)
     texts = lint.texts(sources)
     changed = [text for text in texts if not lint.has_passed(text)]
     if not changed:
@@ -157,4 +179,4 @@ def main(folder, sources):
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1], sys.argv[2:]))
+    sys.exit(main(sys.argv[1:]))

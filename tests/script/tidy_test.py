@@ -1,11 +1,13 @@
 """When script/check tidy reads a file again. The linter is played: it writes down what it was asked to read."""
 
+import importlib.util
 import json
 import os
 import pathlib
 import subprocess
 import sys
 import tempfile
+import types
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -16,6 +18,7 @@ LINTER = """#!/bin/sh
 for source; do :; done
 echo "$source" >>read
 echo ". $PWD/header.h" >&2
+echo "$@" >>asked
 echo "12 warnings generated." >&2
 grep -q wrong "$source" header.h || exit 0
 line=$(cat linter-line 2>/dev/null || echo 1)
@@ -48,11 +51,11 @@ class TidyTest(unittest.TestCase):
         (self.root / "build/compile_commands.json").write_text(json.dumps(
             [{"directory": str(self.root), "file": str(unity), "command": f"clang++ -c {unity}"}]))
 
-    def tidy(self, code=0):
+    def tidy(self, *options, code=0):
         """The files that the linter reads now."""
         read = self.root / "read"
         read.unlink(missing_ok=True)
-        result = subprocess.run([sys.executable, TIDY, "build", "./a.cpp", "./b.cpp"], cwd=self.root, check=False,
+        result = subprocess.run([sys.executable, TIDY, *options, "build", "./a.cpp", "./b.cpp"], cwd=self.root, check=False,
                                 env=dict(os.environ, PATH=f"{self.root}:{os.environ['PATH']}"),
                                 capture_output=True, text=True)
         self.assertEqual((result.returncode, result.stderr), (code, ""), result.stdout)
@@ -111,6 +114,40 @@ class TidyTest(unittest.TestCase):
         (self.root / "a.cpp").write_text("right")
         self.assertEqual(self.tidy(), ["./a.cpp"])
         self.assertEqual(self.tidy(), [])
+
+    def test_reads_by_one_check_instead_of_the_rules_and_keeps_its_results_apart(self):
+        self.tidy()
+        self.assertNotIn("--checks", (self.root / "asked").read_text())
+        self.assertEqual(self.tidy("--only", "a-check"), ["./a.cpp", "./b.cpp"])
+        self.assertIn("--checks=-*,a-check ./b.cpp", (self.root / "asked").read_text())
+        self.assertEqual(self.tidy("--only", "a-check"), [])
+        self.assertEqual(self.tidy("--only", "another"), ["./a.cpp", "./b.cpp"])
+        self.assertEqual(self.tidy(), [])
+
+
+class EndlessCheckTest(unittest.TestCase):
+    """A linter that does not come to an end every time."""
+
+    def read(self, endless_times):
+        specification = importlib.util.spec_from_file_location("tidy", TIDY)
+        tidy = importlib.util.module_from_spec(specification)
+        specification.loader.exec_module(tidy)
+        with tempfile.TemporaryDirectory() as folder:
+            linter = pathlib.Path(folder, "linter")
+            linter.write_text(f"""#!/bin/sh
+echo >>{folder}/begun
+[ $(wc -l <{folder}/begun) -gt {endless_times} ] || exec sleep 60
+""")
+            linter.chmod(0o755)
+            tidy.LINTER, tidy.SECONDS, tidy.ATTEMPTS = str(linter), 0.3, 3
+            lint = types.SimpleNamespace(only="a-check", together=types.SimpleNamespace(folder=folder))
+            return tidy.Lint.read(lint, "a.cpp")
+
+    def test_is_begun_anew(self):
+        self.assertEqual(self.read(endless_times=2).returncode, 0)
+
+    def test_is_not_begun_for_ever(self):
+        self.assertIsNone(self.read(endless_times=3))
 
 
 if __name__ == "__main__":
