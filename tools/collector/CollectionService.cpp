@@ -100,6 +100,18 @@ void addFaults(Fault::Endpoint endpoint, const EndpointFaults &settings, Faults 
 
 }  // namespace
 
+const char *nameOf(Endpoint endpoint) {
+  switch (endpoint) {
+    case Endpoint::login:
+      return "login";
+    case Endpoint::message:
+      return "message";
+    case Endpoint::unknown:
+      break;
+  }
+  return "other";
+}
+
 std::vector<std::string_view> Request::values(std::string_view name) const {
   std::vector<std::string_view> found;
   for (const auto &[field, value] : fields) {

@@ -36,6 +36,9 @@ struct Request {
 
 enum class Endpoint { unknown, login, message };
 
+/// The word for it that metrics and records have: "login", "message" or "other".
+const char *nameOf(Endpoint endpoint);
+
 /// What the service makes of a request.
 struct Answer {
   Endpoint endpoint = Endpoint::unknown;

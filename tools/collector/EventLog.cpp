@@ -46,18 +46,6 @@ std::string utcNow() {
 
 namespace {
 
-const char *nameOf(Endpoint endpoint) {
-  switch (endpoint) {
-    case Endpoint::login:
-      return "login";
-    case Endpoint::message:
-      return "message";
-    case Endpoint::unknown:
-      break;
-  }
-  return "request";
-}
-
 std::string outcomeText(const Answer &answer) {
   if (answer.download != nullptr) return "the certificate was fetched (" + answer.download->contentType + ")";
   const bool refused = !answer.reason.empty();
@@ -123,7 +111,8 @@ void PrettyEventLog::listening(const ListeningAddress &where) {
 
 void PrettyEventLog::received(const std::string &client, const Request & /*request*/, const Answer &answer) {
   const bool fine = answer.reason.empty() && !answer.drop;
-  output_ << localTimeOfDay() << "  " << coloured(bold, nameOf(answer.endpoint)) << " from " << client << ": "
+  const char *name = answer.endpoint == Endpoint::unknown ? "request" : nameOf(answer.endpoint);
+  output_ << localTimeOfDay() << "  " << coloured(bold, name) << " from " << client << ": "
           << coloured(fine ? green : red, outcomeText(answer)) << "\n";
   std::vector<Row> rows;
   if (const auto document = answer.wholeDocument()) rows = rowsOf(*document);

@@ -8,18 +8,6 @@ namespace kx::collector {
 
 namespace {
 
-const char *labelOf(Endpoint endpoint) {
-  switch (endpoint) {
-    case Endpoint::login:
-      return "login";
-    case Endpoint::message:
-      return "message";
-    case Endpoint::unknown:
-      break;
-  }
-  return "other";
-}
-
 /// The shortest text that is the same number, in every locale.
 std::string textOf(double number) {
   return nlohmann::json(number).dump();
@@ -114,9 +102,9 @@ std::string Metrics::text(const StreamStatistics *stream) const {
              std::to_string(failures_));
     page.begin("requests_total", "counter", "Requests by endpoint and by the status of the answer.");
     for (const auto &[key, number] : requests_) {
-      page.add(std::string("endpoint=\"") + labelOf(key.first) + "\",status=\"" + std::to_string(key.second) +
-                   "\"",
-               std::to_string(number));
+      page.add(
+          std::string("endpoint=\"") + nameOf(key.first) + "\",status=\"" + std::to_string(key.second) + "\"",
+          std::to_string(number));
     }
   }
   if (stream != nullptr) add(*stream, page);

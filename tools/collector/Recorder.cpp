@@ -41,24 +41,12 @@ void summarize(const MessageValues &message, RecordSummary &summary) {
     summary.eventTime = time.signedInteger();
 }
 
-const char *kindOf(Endpoint endpoint) {
-  switch (endpoint) {
-    case Endpoint::login:
-      return "login";
-    case Endpoint::message:
-      return "message";
-    case Endpoint::unknown:
-      break;
-  }
-  return "other";
-}
-
 }  // namespace
 
 Record recordOf(const std::string &client, const Request &request, const Answer &answer) {
   Record record;
   record.time = now();
-  record.kind = kindOf(answer.endpoint);
+  record.kind = nameOf(answer.endpoint);
   record.accepted = answer.reason.empty();
   record.status = answer.status;
   record.reason = answer.reason;

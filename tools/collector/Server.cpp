@@ -60,6 +60,9 @@ void Server::accept() {
     acceptor_.accept(socket, error);
     // Files may be short for a while.
     if (error && error != net::error::would_block) return acceptLater();
+    // The answer to a client's first request would wait, 40 ms, until the client has acknowledged its TLS
+    // tickets.
+    if (!error) socket.set_option(net::ip::tcp::no_delay(true), error);
     if (!error) admit(std::make_shared<Connection>(std::move(socket), tls_, service_, log_, limits_));
     accept();
   });

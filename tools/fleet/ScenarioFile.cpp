@@ -7,14 +7,13 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <sstream>
+
+#include "tools/fleet/ScenarioMembers.h"
 
 namespace kx::fleet {
 
 namespace {
-
-using Json = nlohmann::json;
 
 constexpr std::size_t longestFile = 1'000'000;  // bytes
 constexpr std::size_t longestList = 1000;
@@ -22,112 +21,7 @@ constexpr std::size_t mostUpdates = 24;  // each concerns every device
 constexpr unsigned mostBases = 8;
 constexpr std::uint32_t mostDevices = 50'000'000;
 constexpr double longest = 20 * 86'400;  // seconds; what milliseconds of 31 bits hold, and delays after it
-constexpr double longestUsually = 86'400;
-constexpr double most = 1e9;  // of anything else
-
-/// Where a value stands, and what is wrong with it.
-[[noreturn]] void refuse(const std::string &place, const std::string &wanted) {
-  throw ScenarioError(place + ": " + wanted);
-}
-
-/// Of digits and at most one point.
-std::optional<double> plainNumber(const std::string &text) {
-  if (text.empty() || text.find_first_not_of("0123456789.") != std::string::npos) return std::nullopt;
-  char *end = nullptr;
-  const double number = std::strtod(text.c_str(), &end);
-  return *end == '\0' ? std::optional<double>(number) : std::nullopt;
-}
-
-double numberFrom(const Json &value, const std::string &place, double least, double greatest) {
-  const bool isNumber = value.is_number();
-  const double number = isNumber ? value.get<double>() : 0;
-  if (isNumber && number >= least && number <= greatest) return number;
-  char wanted[80];
-  std::snprintf(wanted, sizeof wanted, "a number from %.10g to %.10g is wanted here", least, greatest);
-  refuse(place, wanted);
-}
-
-/// A text, as `read` understands it.
-double secondsFrom(const Json &value, const std::string &place, double (*read)(const std::string &),
-                   double greatest) {
-  try {
-    const double seconds = read(value.is_string() ? value.get<std::string>() : "");
-    if (seconds <= greatest) return seconds;
-  } catch (const ScenarioError &error) {
-    refuse(place, error.what());
-  }
-  refuse(place, "too long: at most " + std::to_string(static_cast<int>(greatest)) + " s");
-}
-
-/// An object of the file. Each member is asked for once; those that nobody asks for are no members of a
-/// scenario.
-class Members {
- public:
-  Members(const Json &object, std::string place) : object_(object), place_(std::move(place)) {
-    if (!object.is_object()) refuse(place_, "an object is wanted here");
-  }
-
-  const Json *find(const char *name) {
-    known_.insert(name);
-    const auto found = object_.find(name);
-    return found == object_.end() ? nullptr : &*found;
-  }
-  std::string placeOf(const char *name) const { return place_ + (place_.back() == ' ' ? "" : ".") + name; }
-
-  void number(const char *name, double &number, double least, double greatest) {
-    if (const Json *value = find(name)) number = numberFrom(*value, placeOf(name), least, greatest);
-  }
-  template <class Whole>
-  void whole(const char *name, Whole &number, Whole least, Whole greatest) {
-    auto read = static_cast<double>(number);
-    this->number(name, read, static_cast<double>(least), static_cast<double>(greatest));
-    if (read != std::floor(read)) refuse(placeOf(name), "a whole number is wanted here");
-    number = static_cast<Whole>(read);
-  }
-  void share(const char *name, double &share) { number(name, share, 0, 1); }
-  void flag(const char *name, bool &flag) {
-    const Json *const value = find(name);
-    if (value == nullptr) return;
-    if (!value->is_boolean()) refuse(placeOf(name), "true or false is wanted here");
-    flag = value->get<bool>();
-  }
-  void text(const char *name, std::string &text) {
-    const Json *const value = find(name);
-    if (value == nullptr) return;
-    if (!value->is_string()) refuse(placeOf(name), "a text is wanted here");
-    text = value->get<std::string>();
-  }
-  void timeOfDay(const char *name, double &seconds) {
-    if (const Json *value = find(name))
-      seconds = secondsFrom(*value, placeOf(name), &secondsOfDay, longestUsually);
-  }
-  template <class Seconds>  // a number, or one that may be absent
-  void length(const char *name, Seconds &seconds, double greatest = longestUsually) {
-    if (const Json *value = find(name))
-      seconds = secondsFrom(*value, placeOf(name), &secondsOfLength, greatest);
-  }
-  /// Has `read` called with each element and its place.
-  template <class Read>
-  void list(const char *name, std::size_t greatest, Read read) {
-    const Json *const value = find(name);
-    if (value == nullptr) return;
-    if (!value->is_array() || value->size() > greatest)
-      refuse(placeOf(name), "a list of at most " + std::to_string(greatest) + " is wanted here");
-    std::size_t index = 0;
-    for (const Json &element : *value) read(element, placeOf(name) + "[" + std::to_string(index++) + "]");
-  }
-
-  void end() const {
-    for (const auto &[name, value] : object_.items()) {
-      if (known_.count(name) == 0) refuse(place_, "no scenario has a member \"" + name + "\" here");
-    }
-  }
-
- private:
-  const Json &object_;
-  const std::string place_;
-  std::set<std::string> known_;
-};
+constexpr double most = 1e9;             // of anything else
 
 void readQuantiles(Members &members, const char *name, Quantiles &quantiles, double longestLength) {
   const Json *const value = members.find(name);
@@ -246,7 +140,7 @@ void readService(const Json &json, const std::string &place, FleetScenario::Serv
   members.length("tokenLife", service.tokenLife, longest);
   members.share("tokenLifeSpread", service.tokenLifeSpread);
   members.list("tokensRefused", longestList, [&service](const Json &element, const std::string &where) {
-    service.refusals.push_back(secondsFrom(element, where, &secondsOfDay, longestUsually));
+    service.refusals.push_back(secondsFrom(element, where, &secondsOfDay, aDay));
   });
   members.list("outages", longestList, [&service](const Json &element, const std::string &where) {
     service.outages.push_back(outageFrom(element, where));

@@ -32,6 +32,8 @@ def login_document():
 class Collector:
     """kx-collector on free ports, and requests to both of them."""
 
+    ports = {"--port": 0}  # free ones, where they are 0
+
     def __init__(self, *options, folder=None, prepare=None):
         self.prepare = prepare  # is called in the new process, before the program begins
         self.temporary = None if folder else tempfile.TemporaryDirectory()
@@ -43,7 +45,8 @@ class Collector:
     def start(self):
         page = [] if "--no-page" in self.options or "--page-port" in self.options else ["--page-port", "0"]
         self.log = open(self.folder / "log", "wb+")
-        self.process = subprocess.Popen([PROGRAM, "--json", "--port", "0", "--directory", str(self.folder), *page,
+        ports = [str(word) for port in self.ports.items() for word in port]
+        self.process = subprocess.Popen([PROGRAM, "--json", *ports, "--directory", str(self.folder), *page,
                                          *self.options], stdout=subprocess.PIPE, stderr=self.log,
                                         preexec_fn=self.prepare)
         first = self.process.stdout.readline()

@@ -2,9 +2,11 @@
 
 import json
 import os
+import re
 import secrets
+import signal
+import socket
 import subprocess
-import sys
 import tempfile
 import time
 import urllib.error
@@ -13,9 +15,11 @@ from collections import Counter
 from pathlib import Path
 
 from collector import Collector
-from nats import Cluster, eventually
+from nats import PATIENCE, Cluster, eventually
 
-LOAD = os.environ.get("KX_LOAD", str(Path(__file__).parent / "load.py"))
+ROOT = Path(__file__).resolve().parents[3]
+FLEET = os.environ.get("KX_FLEET_PROGRAM", "kx-fleet")
+SCENARIO = ROOT / "tools/fleet/scenarios/ordinary-day.json"
 
 
 class StreamCollector(Collector):
@@ -23,8 +27,14 @@ class StreamCollector(Collector):
 
     def __init__(self, cluster, *options, folder=None, keys=None):
         self.cluster = cluster
+        self.ports = {"--port": 0, "--operations-port": 0}
         more = ["--token-keys", str(keys)] if keys else []
-        super().__init__("--no-page", "--stream", cluster.url, "--operations-port", "0", *more, *options, folder=folder)
+        super().__init__("--no-page", "--stream", cluster.url, *more, *options, folder=folder)
+
+    def start(self):
+        """At the ports that it had before, if it was there before."""
+        super().start()
+        self.ports = {"--port": self.where["port"], "--operations-port": int(self.where["operations"].rpartition(":")[2])}
 
     def operations(self, path):
         """The status and the text."""
@@ -62,13 +72,52 @@ def write_keys(file, *keys):
     file.write_text("\n".join(keys) + "\n")
 
 
-class Load:
-    """A program that sends messages, and what became of each: the one that is beside this file tells how it is asked."""
+class Balancer:
+    """HAProxy as examples/deploy has it, but for the addresses."""
 
-    def __init__(self, out, ca, ports, threads=6):
-        self.out = Path(out)
-        self.process = subprocess.Popen([*([sys.executable] if LOAD.endswith(".py") else []), LOAD, "--ca", str(ca), "--out",
-                                         str(out), "--threads", str(threads), *map(str, ports)], stdin=subprocess.PIPE)
+    def __init__(self, folder, collectors):
+        self.socket = socket.create_server(("127.0.0.1", 0))
+        text = (ROOT / "examples/deploy/haproxy.cfg").read_text()
+        text = text.replace("maxconn 20000", "maxconn 4000")  # which asks for fewer descriptors than may be allowed here
+        text, binds = re.subn(r"bind .*", f"bind fd@{self.socket.fileno()}", text)
+        text, count = re.subn(r"(?m)^  server .*\n", "", text)
+        if binds != 1 or not count:
+            raise RuntimeError("haproxy.cfg is another one than was thought")
+        for number, collector in enumerate(collectors):
+            text += (f"  server collector{number} 127.0.0.1:{collector.ports['--port']} "
+                     f"port {collector.ports['--operations-port']}\n")
+        file = Path(folder) / "haproxy.cfg"
+        file.write_text(text)
+        self.log = open(Path(folder) / "haproxy.log", "ab")
+        self.process = subprocess.Popen(["haproxy", "-db", "-f", str(file)], pass_fds=[self.socket.fileno()],
+                                        stdout=self.log, stderr=self.log)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.socket.close()
+        self.log.close()
+
+    @property
+    def url(self):
+        return f"https://localhost:{self.socket.getsockname()[1]}"
+
+
+class Load:
+    """What the devices of an ordinary evening send, at so many times their pace, through a balancer, until it is ended; and what became
+    of each message."""
+
+    def __init__(self, folder, number, collectors, devices=4000, pace=60, options=()):
+        self.results, self.report = Path(folder) / f"results{number}", Path(folder) / f"report{number}.json"
+        self.balancer = Balancer(folder, collectors)
+        self.process = subprocess.Popen(
+            [FLEET, "load", str(SCENARIO), "--service", self.balancer.url, "--ca-file", collectors[0].where["caFile"],
+             "--devices", str(devices), "--pace", str(pace), "--results", str(self.results), "--json", str(self.report),
+             *(options or ("--from", "16:00", "--duration", f"{8 * 3600 / pace:.0f} s"))], stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, text=True)
 
     def __enter__(self):
         return self
@@ -76,25 +125,32 @@ class Load:
     def __exit__(self, *_):
         if self.process.poll() is None:
             self.process.kill()
-        self.process.wait()
-        self.process.stdin.close()
+        self.process.communicate()
+        self.balancer.__exit__()
 
     def end(self):
-        self.process.stdin.close()
-        if self.process.wait(120) != 0:
-            raise RuntimeError("the load has failed")
+        """In order; the exit code."""
+        self.process.send_signal(signal.SIGTERM)
+        return self.wait()
+
+    def wait(self):
+        """Until it ends by itself; whether it has kept the bounds that it was told."""
+        said = "".join(self.process.communicate(timeout=300))
+        if self.process.returncode not in (0, 1):
+            raise RuntimeError(said)
+        return self.process.returncode == 0
 
     def statuses(self):
         """By the messages' ids; null for no answer."""
-        lines = self.out.read_text(encoding="utf-8").split("\n")[:-1] if self.out.exists() else []
+        lines = self.results.read_text(encoding="utf-8").split("\n")[:-1] if self.results.exists() else []
         return {result["id"]: result["status"] for result in map(json.loads, lines)}
 
     def accepted(self):
         return sum(status == 200 for status in self.statuses().values())
 
-    def wait_for_more(self, what, count=200):
+    def wait_for_more(self, what, count=200, patience=PATIENCE):
         enough = self.accepted() + count
-        eventually(lambda: self.accepted() >= enough, what)
+        eventually(lambda: self.accepted() >= enough, what, patience)
 
 
 class Proof:
@@ -130,11 +186,9 @@ class Proof:
         self.collectors.append(collector)
         return collector.wait_until_ready()
 
-    def load(self, collectors=None, threads=6):
+    def load(self, collectors=None, **how):
         self.loads += 1
-        of = self.collectors if collectors is None else collectors
-        return Load(self.folder / f"results{self.loads}", of[0].where["caFile"],
-                    [collector.where["port"] for collector in of], threads)
+        return Load(self.folder, self.loads, self.collectors if collectors is None else collectors, **how)
 
     def problems(self, *loads):
         """What is wrong with the stream after all loads, when all its nodes have what they are to have; empty if nothing is."""

@@ -9,6 +9,9 @@
 
 namespace kx::fleet {
 
+/// Milliseconds: a number of seconds that adds up without an error.
+constexpr Time grid = 125;
+
 /// What happens to a device from outside.
 enum class Act {
   launches,
@@ -30,7 +33,7 @@ struct FleetLife {
   ///
   /// No two things happen at the same millisecond that only chance puts there: then both orders would be
   /// right. What follows from one and the same event does so the more often, as every delay is a multiple of
-  /// 125 ms.
+  /// the grid.
   static FleetLife ofSeed(std::uint64_t seed);
   /// A line an event.
   std::string text() const;
