@@ -107,8 +107,8 @@ class Balancer:
 
 
 class Load:
-    """What the devices of an ordinary evening send, at so many times their pace, through a balancer, until it is ended; and what became
-    of each message."""
+    """What the devices of an ordinary evening send, at so many times their pace, through a balancer, until it is ended; and what
+    became of each message."""
 
     def __init__(self, folder, number, collectors, devices=4000, pace=60, options=()):
         self.results, self.report = Path(folder) / f"results{number}", Path(folder) / f"report{number}.json"
@@ -129,9 +129,9 @@ class Load:
         self.balancer.__exit__()
 
     def end(self):
-        """In order; the exit code."""
+        """In order."""
         self.process.send_signal(signal.SIGTERM)
-        return self.wait()
+        self.wait()
 
     def wait(self):
         """Until it ends by itself; whether it has kept the bounds that it was told."""
