@@ -78,7 +78,7 @@ class Balancer:
     def __init__(self, folder, collectors):
         self.socket = socket.create_server(("127.0.0.1", 0))
         text = (ROOT / "examples/deploy/haproxy.cfg").read_text()
-        text = text.replace("maxconn 20000", "maxconn 4000")  # which asks for fewer descriptors than may be allowed here
+        text = text.replace("maxconn 20000", "maxconn 1500")  # which asks for fewer descriptors than may be allowed here
         text, binds = re.subn(r"bind .*", f"bind fd@{self.socket.fileno()}", text)
         text, count = re.subn(r"(?m)^  server .*\n", "", text)
         if binds != 1 or not count:
