@@ -180,6 +180,12 @@ void ServerTest::expectFailure(const std::string &reason) {
   EXPECT_TRUE(eventually(isThere)) << ::testing::PrintToString(log.failures());
 }
 
+void expectAnswer(const std::optional<Response> &response, unsigned status, const std::string &body) {
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->result_int(), status);
+  EXPECT_THAT(response->body(), ::testing::HasSubstr(body));
+}
+
 std::string wireText(const Request &request) {
   std::string text = request.method + " " + request.target + " HTTP/1.1\r\n";
   for (const auto &[name, value] : request.fields) text += name + ": " + value + "\r\n";

@@ -121,6 +121,9 @@ class ServerTest : public ::testing::Test {
   std::thread thread_;
 };
 
+/// It has come, with that status, and that text is in its body.
+void expectAnswer(const std::optional<Response> &response, unsigned status, const std::string &body = "");
+
 /// The request as it goes over the wire.
 std::string wireText(const Request &request);
 
