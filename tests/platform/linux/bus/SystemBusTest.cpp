@@ -227,10 +227,38 @@ TEST_F(SystemBusTest, WhatTheHostDoesToItsEnvironmentLaterDoesNotMatter) {
   EXPECT_TRUE(loopUntil([&told] { return told == 2; }));
 }
 
-TEST(SystemBusOpening, LeavesToTheHostWhatBecomesOfSIGPIPE) {
+TEST_F(SystemBusTest, IsFoundHoweverItsAddressIsWritten) {
+  const std::string path = bus_.address().substr(std::string("unix:path=").size());
+  const std::string guid = g_dbus_connection_get_guid(bus_.connect().get());
+  for (const std::string &address : {"unix:path=" + path + ",guid=" + guid, "unix:path=%2F" + path.substr(1),
+                                     "unix:path=/nonexistent;unix:path=" + path}) {
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+    const auto bus = makeBus();
+    bool told = false;
+    bus->observe([&told](GDBusConnection *connection) { told = connection != nullptr; });
+    EXPECT_TRUE(loopUntil([&told] { return told; })) << address;
+  }
+}
+
+TEST(SystemBusOpening, PreparesNothingWhereThereIsNoBus) {
   ASSERT_EQ(g_type_class_peek(G_TYPE_SOCKET), nullptr) << "too late: run this test in a process of its own";
   const TemporaryDirectory directory;
   setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + directory.path() + "/none").c_str(), 1);
+  const auto bus = std::make_shared<SystemBus>(LinuxRunLoop::of(g_main_context_default()), 1U);
+  bus->observe([](GDBusConnection *) {});
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);  // two attempts
+  while (std::chrono::steady_clock::now() < end) {
+    g_main_context_iteration(nullptr, FALSE);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_EQ(g_type_class_peek(G_TYPE_SOCKET), nullptr);
+}
+
+TEST(SystemBusOpening, LeavesToTheHostWhatBecomesOfSIGPIPE) {
+  ASSERT_EQ(g_type_class_peek(G_TYPE_SOCKET), nullptr) << "too late: run this test in a process of its own";
+  const TemporaryDirectory directory;
+  std::ofstream(directory.path() + "/file");  // to which nobody listens
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + directory.path() + "/file").c_str(), 1);
   struct sigaction ofTheHost {};
   ofTheHost.sa_handler = [](int) {};
   ofTheHost.sa_flags = SA_RESTART;
