@@ -50,13 +50,12 @@ std::string compressed() {
   return {room.data(), stream.total_out};
 }
 
-void setBody(CURL *easy) {
-  const std::string body = compressed();
+void setBody(CURL *easy, const std::string &body) {
   curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
   curl_easy_setopt(easy, CURLOPT_COPYPOSTFIELDS, body.data());
 }
 
-CURL *handle() {
+CURL *handleFor(const std::string &body) {
   CURL *const easy = curl_easy_init();
   curl_easy_setopt(easy, CURLOPT_URL, target().url.c_str());
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
@@ -67,7 +66,7 @@ CURL *handle() {
   curl_easy_setopt(
       easy, CURLOPT_WRITEFUNCTION,
       +[](char *, std::size_t unit, std::size_t size, void *) { return unit * size; });
-  setBody(easy);
+  setBody(easy, body);
   return easy;
 }
 
@@ -82,25 +81,33 @@ void start(const std::vector<std::string> &words) {
   }
 }
 
-void post(bool resumes) {
-  std::thread([resumes] {
-    curl_global_init(CURL_GLOBAL_DEFAULT);
-    if (target().share == nullptr) {
-      target().share = curl_share_init();
-      curl_share_setopt(target().share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
-    }
-    CURL *const easy = handle();
-    if (resumes) curl_easy_setopt(easy, CURLOPT_SHARE, target().share);
-    if (curl_easy_perform(easy) != CURLE_OK) std::abort();
-    curl_easy_cleanup(easy);
-  }).join();
+void send(const std::string &body, bool resumes) {
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  if (target().share == nullptr) {
+    target().share = curl_share_init();
+    curl_share_setopt(target().share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+  }
+  CURL *const easy = handleFor(body);
+  if (resumes) curl_easy_setopt(easy, CURLOPT_SHARE, target().share);
+  if (curl_easy_perform(easy) != CURLE_OK) std::abort();
+  curl_easy_cleanup(easy);
 }
 
-/// "fresh" or "resumed", on a thread and a connection of its own.
+/// "fresh" or "resumed", on a connection of its own; "one" thread does it, or "three": one starts another that compresses,
+/// and then one that sends, as in the library.
 void report(const std::vector<std::string> &words) {
+  const bool resumes = words.at(0) == "resumed";
   emptyCaches();
   tellProcessorTime();
-  post(words.at(0) == "resumed");
+  if (words.at(1) == "one") {
+    std::thread([resumes] { send(compressed(), resumes); }).join();
+  } else {
+    std::thread([resumes] {
+      std::string body;
+      std::thread([&body] { body = compressed(); }).join();
+      std::thread([&body, resumes] { send(body, resumes); }).join();
+    }).join();
+  }
 }
 
 /// COUNT messages: each connection has its next one when the last is answered.
@@ -111,7 +118,7 @@ void burst(const std::vector<std::string> &words) {
     curl_global_init(CURL_GLOBAL_DEFAULT);
     CURLM *const multi = curl_multi_init();
     int begun = 0;
-    for (; begun < connections; ++begun) curl_multi_add_handle(multi, handle());
+    for (; begun < connections; ++begun) curl_multi_add_handle(multi, handleFor(compressed()));
     for (int running = connections; running > 0;) {
       curl_multi_perform(multi, &running);
       int left = 0;
@@ -121,7 +128,7 @@ void burst(const std::vector<std::string> &words) {
         curl_multi_remove_handle(multi, easy);
         if (begun < count) {
           ++begun;
-          setBody(easy);
+          setBody(easy, compressed());
           curl_multi_add_handle(multi, easy);
           running = 1;
         } else {

@@ -120,7 +120,7 @@ class Bench:
         with Server(self.folder_for("for-curl")) as server, Curl(server) as curl:
             before = curl.ask("memory")
             curl.start()
-            curl.ask("report", "fresh")
+            curl.ask("report", "fresh", "one")
             after = curl.ask("memory")
             return {"total": after["anonymous"], "growth": after["anonymous"] - before["anonymous"],
                     "heap": (after["heap"] - before["heap"]) / KIB, "header": server.counts()["header"]}
@@ -203,18 +203,21 @@ def tls(bench):
                 sides[how] = programs.enter_context(Curl(server)), programs.enter_context(Host(server)), []
             for how, (curl, host, _) in sides.items():
                 curl.start()
-                whole_report(curl, "report", how)  # from which there is a session to resume
+                whole_report(curl, "report", how, "one")  # from which there is a session to resume
                 host.start()
             for _, host, _ in sides.values():
                 host.wait_until_reporting()
                 host.wait_until_idle()
             for _ in range(bench.rounds):
                 for how, (curl, host, pairs) in sides.items():
-                    pairs.append((whole_report(curl, "report", how), whole_report(host, "report")))
+                    pairs.append((whole_report(curl, "report", how, "one"), whole_report(host, "report"),
+                                  whole_report(curl, "report", how, "three")))
         for how, what, limit in (("fresh", "a whole report, cold, on a new connection; curl by hand", 1.15),
                                  ("resumed", "the same where TLS is resumed", 1.25)):
-            floor, ours = ratio(sides[how][2])
+            floor, ours = ratio([(alone, ours) for alone, ours, _ in sides[how][2]])
             yield Figure(f"tls.{how}", what, ours, "ms", floor, "ratio", limit)
+            floor, ours = ratio([(threads, ours) for _, ours, threads in sides[how][2]])
+            yield Figure(f"tls.{how}-threads", "the same, where curl by hand takes as many threads", ours, "ms", floor, "ratio")
     life = bench.life
     yield Figure("tls.full-handshakes", "a later report's handshakes that resume nothing", life["connections"] - life["resumed"],
                  limit=0, recorded=True)
