@@ -52,11 +52,9 @@ void FleetDevice::happens(Happening happening, Time now, Surroundings &surroundi
     case Happening::loginFails:
       return loginFails(now, surroundings);
     case Happening::tokenIsRefused:
-      return surroundings.schedule(now, Phase::decisions, Happening::refreshIsDecided);
+      return decidesRefresh(now, surroundings);
     case Happening::retryIsDue:
       retryAt_ = never;
-      return decidesRefresh(now, surroundings);
-    case Happening::refreshIsDecided:
       return decidesRefresh(now, surroundings);
     case Happening::earlyReport:
       return report(now, surroundings);
@@ -115,8 +113,8 @@ void FleetDevice::report(Time now, Surroundings &surroundings) {
 
 // ---- The token
 
-/// The library ignores a refresh that was asked for before the token came, too. Here none is: what is decided
-/// was asked for at the same millisecond.
+/// The library ignores a refresh that was asked for before the token came, too. Here none is: it is decided
+/// when it is asked for.
 void FleetDevice::decidesRefresh(Time now, Surroundings &surroundings) {
   if (loginSentAt_ != never) return;
   if (retryAt_ > now) return;

@@ -18,7 +18,6 @@ enum class Happening : std::uint8_t {
   loginFails,
   tokenIsRefused,  ///< the answer to a message says so
   retryIsDue,
-  refreshIsDecided,
   earlyReport,  ///< 5 s after a start or a return
   repeatedReport,
   // What its user and its system do. The last three are the fleet's own matters.
@@ -29,7 +28,7 @@ enum class Happening : std::uint8_t {
 };
 
 /// What happens at the same millisecond happens in this order, as it does on a device, where an answer is
-/// applied before what was asked for by it is decided, and a report is handed to a queue that waits for both.
+/// applied before a retry is decided, and a report is handed to a queue that waits for both.
 enum class Phase : std::uint8_t { answers, decisions, reports, life };
 
 /// What a service answers to a request, and when.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <thread>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/tools/collector/Requests.h"
@@ -14,6 +15,7 @@ namespace {
 using ServerStopTest = ServerTest;
 
 TEST_F(ServerStopTest, LetsGoOfThoseWhoAskNothing) {
+  limits.timeout = std::chrono::hours(1);  // it is not that which ends them
   const auto idle = connect();
   const auto known = connect();
   ASSERT_TRUE(known->exchange(loginRequest()));
@@ -30,12 +32,16 @@ TEST_F(ServerStopTest, AnswersWhatHasCome) {
   waiting->write(wireText(loginRequest()));
   EXPECT_TRUE(eventually([this] { return log.held() == 1; }));
   stop(std::chrono::hours(1));
+  EXPECT_TRUE(eventually([this] { return connect()->error.failed(); }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(hasStopped()) << "the answer was not waited for";
   log.release();
   const auto response = waiting->read();
   ASSERT_TRUE(response);
   EXPECT_EQ(response->result_int(), 200u);
   EXPECT_FALSE(response->keep_alive());
   waiting->waitForEnd();
+  EXPECT_TRUE(eventually([this] { return hasStopped(); }));
 }
 
 TEST_F(ServerStopTest, WaitsForNothingThatAFaultHoldsBack) {

@@ -73,7 +73,9 @@ TEST_F(WaitingMessagesTest, AreGivenUpAfterTheirTime) {
   now += seconds(5) - milliseconds(1);
   EXPECT_FALSE(waiting.giveUp(now));
   now += milliseconds(1);
-  ASSERT_TRUE(waiting.giveUp(now));
+  const auto ended = waiting.giveUp(now);
+  ASSERT_TRUE(ended);
+  EXPECT_FALSE(ended->message) << "whoever sends it has it";
   EXPECT_FALSE(waiting.giveUp(now));
   EXPECT_EQ(waiting.count(), 0u);
   EXPECT_EQ(waiting.tryAgain(id, "a", now), "a");
