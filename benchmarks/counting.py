@@ -5,7 +5,7 @@ import glob
 import os
 import re
 
-from hosts import Host, MeasuringError, need
+from hosts import Curl, Host, MeasuringError, need, run
 
 MEASURED = ("EntryCall", "Report", "Background", "Assembling", "Serialising", "Compressing", "AddressesAlone", "ZlibAlone")
 # Calls that may take until somebody else does something.
@@ -45,6 +45,30 @@ def count_instructions(server, folder):
     if missing:
         raise MeasuringError(f"callgrind has not seen {', '.join(sorted(missing))}")
     return counts
+
+
+def count_whole_report(server, folder, make, *command):
+    """The instructions of a whole report, of all its threads: of one like all but the first. `make`: Host or Curl."""
+    file = os.path.join(folder, f"whole-{make.__name__}-{'-'.join(command)}")
+    with make(server, under=[need("valgrind"), "--tool=callgrind", "--fair-sched=yes", f"--callgrind-out-file={file}"]) as program:
+        def report():
+            arrived = server.counts()["messages"]
+            program.ask(*command)
+            program.wait_until("a report", lambda: server.counts()["messages"] > arrived)
+            program.wait_until_idle()
+
+        def taken_by(call):
+            run("callgrind_control", "--zero", program.pid)
+            call()
+            run("callgrind_control", "--dump", program.pid)
+            last = max(glob.glob(file + ".*"), key=lambda name: int(name.rpartition(".")[2]))
+            with open(last, encoding="utf-8", errors="replace") as dump:
+                return instructions_in(dump.read())
+        program.start()
+        if make is Host:
+            program.wait_until_reporting()
+        report()
+        return taken_by(report) - taken_by(lambda: program.ask("empty"))  # the caches, which it empties first
 
 
 def calls_that_wait(calls):

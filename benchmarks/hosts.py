@@ -201,9 +201,9 @@ class Host(Program):
 class Curl(Program):
     """A host without the library."""
 
-    def __init__(self, server):
+    def __init__(self, server, under=()):
         self.server = server
-        super().__init__("kx-benchmark-curl")
+        super().__init__("kx-benchmark-curl", under=under)
 
     def start(self):
         return self.ask("start", self.server.hostname, self.server.certificate)

@@ -77,7 +77,7 @@ class Bench:
     def count_ahead(self):
         """Side by side, for they wait most of the time."""
         with concurrent.futures.ThreadPoolExecutor() as pool:
-            asked = [pool.submit(lambda name=name: getattr(self, name)) for name in ("instructions", "system_calls", "life")]
+            asked = [pool.submit(lambda name=name: getattr(self, name)) for name in ("instructions", "whole_reports", "system_calls", "life")]
             for future in asked:
                 future.result()
 
@@ -85,6 +85,17 @@ class Bench:
     def instructions(self):
         with Server(self.folder_for("for-instructions")) as server:
             return counting.count_instructions(server, self.folder)
+
+    @once
+    def whole_reports(self):
+        """The instructions of curl's by hand and of the library's: "fresh", and "resumed"."""
+        counts = {}
+        for how, options in (("fresh", ["forgetful"]), ("resumed", [])):
+            folder = self.folder_for(f"for-whole-{how}")
+            with Server(folder, *options) as server:
+                counts[how] = [counting.count_whole_report(server, folder, Curl, "report", how, "one"),
+                               counting.count_whole_report(server, folder, Host, "report")]
+        return counts
 
     @once
     def system_calls(self):
@@ -218,6 +229,9 @@ def tls(bench):
             yield Figure(f"tls.{how}", what, ours, "ms", floor, "ratio", limit)
             floor, ours = ratio([(threads, ours) for _, ours, threads in sides[how][2]])
             yield Figure(f"tls.{how}-threads", "the same, where curl by hand takes as many threads", ours, "ms", floor, "ratio")
+    for how, what in (("fresh", "a whole report's instructions, of all threads; curl by hand"), ("resumed", "the same where TLS is resumed")):
+        floor, ours = bench.whole_reports[how]
+        yield Figure(f"tls.{how}-instructions", what, ours, "", floor, "ratio", recorded=True)
     life = bench.life
     yield Figure("tls.full-handshakes", "a later report's handshakes that resume nothing", life["connections"] - life["resumed"],
                  limit=0, recorded=True)

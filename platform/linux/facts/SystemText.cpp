@@ -1,13 +1,11 @@
 #include "platform/linux/facts/SystemText.h"
 
 #include <glib.h>
+#include <sys/stat.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
-#include <system_error>
 #include <utility>
 
 namespace kx {
@@ -15,20 +13,24 @@ namespace kx {
 namespace {
 
 constexpr std::size_t largestFile = std::size_t{256} * 1024;  // bytes
+constexpr std::size_t blockSize = 4096;                       // bytes, of the heap: most files are not there
 
 }  // namespace
 
 std::optional<std::string> readSmallFile(const std::string &path) {
-  std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;  // opening a pipe might wait
+  struct stat status {};
+  // Opening a pipe might wait.
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "re"), &std::fclose);
   if (file == nullptr) return std::nullopt;
   std::string contents;
-  std::array<char, 4096> block{};
-  while (const std::size_t size = std::fread(block.data(), 1, block.size(), file.get())) {
-    contents.append(block.data(), size);
-    if (contents.size() > largestFile) return std::nullopt;
-  }
+  std::size_t size = 0;
+  do {
+    size = contents.size();
+    if (size > largestFile) return std::nullopt;
+    contents.resize(size + blockSize);
+    contents.resize(size + std::fread(contents.data() + size, 1, blockSize, file.get()));
+  } while (contents.size() != size);
   if (std::ferror(file.get()) != 0) return std::nullopt;
   return contents;
 }

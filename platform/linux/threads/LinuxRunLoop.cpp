@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -63,13 +62,14 @@ class LinuxTimer : public RunLoopTimer {
   friend class LinuxRunLoop;
 
   /// When the timer is due after `now`. Reckoned from the creation each time, so that no error adds up and a
-  /// late firing shifts no later one.
+  /// late firing shifts no later one. By conversions, for nothing else needs the library of mathematics.
   std::int64_t dueAfter(std::int64_t now) const {
-    double periods = std::floor(static_cast<double>(now - created_) / period_);
+    auto periods = static_cast<std::int64_t>(static_cast<double>(now - created_) / period_);
     std::int64_t due = 0;
     do {  // again only where rounding has led to a time that has come
-      periods += 1;
-      due = created_ + static_cast<std::int64_t>(std::min(std::round(periods * period_), latestDue));
+      ++periods;
+      due = created_ +
+            static_cast<std::int64_t>(std::min(static_cast<double>(periods) * period_ + 0.5, latestDue));
     } while (due <= now);
     return due;
   }
