@@ -104,8 +104,13 @@ TEST(Fleet, StartsAnewWithAnUpdate) {
   scenario.updates.push_back({3300, 60, 0.5});  // few have a report due then: most have started by 300
   const auto seconds = Fleet(scenario).live();
   double during = 0;
-  for (std::size_t i = 3300; i < 3360; ++i) during += seconds[i].logins;
+  double half = 0;
+  for (std::size_t i = 3300; i < 3360; ++i) {
+    during += seconds[i].logins;
+    if (i < 3330) half = during;
+  }
   EXPECT_NEAR(during, 500, 60);
+  EXPECT_NEAR(half, during / 2, 60) << "it does not reach them one after the other";
   EXPECT_EQ(sum(seconds, &FleetSecond::logins), 1000 + during);
   // Those that have started anew report 5 s later, and no longer when they would have.
   double reports = 0;
