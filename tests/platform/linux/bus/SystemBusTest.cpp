@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -238,6 +241,25 @@ TEST_F(SystemBusTest, IsFoundHoweverItsAddressIsWritten) {
     bus->observe([&told](GDBusConnection *connection) { told = connection != nullptr; });
     EXPECT_TRUE(loopUntil([&told] { return told; })) << address;
   }
+}
+
+TEST_F(SystemBusTest, IsCalledWhereItHasNoPath) {
+  const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const std::string name = "kx-test-" + std::to_string(getpid());
+  name.copy(address.sun_path + 1,
+            sizeof(address.sun_path) - 1);  // behind a zero, which makes it an abstract one
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  ASSERT_EQ(bind(listening, reinterpret_cast<const sockaddr *>(&address), size), 0);
+  ASSERT_EQ(listen(listening, 1), 0);
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:abstract=" + name).c_str(), 1);
+  const auto bus = makeBus();
+  bus->observe([](GDBusConnection *) {});
+  int called = -1;
+  EXPECT_TRUE(loopUntil([&] { return (called = accept(listening, nullptr, nullptr)) >= 0; }));
+  close(called);
+  close(listening);
 }
 
 TEST(SystemBusOpening, PreparesNothingWhereThereIsNoBus) {
