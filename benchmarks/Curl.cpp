@@ -93,8 +93,8 @@ void send(const std::string &body, bool resumes) {
   curl_easy_cleanup(easy);
 }
 
-/// "fresh" or "resumed", on a connection of its own; "one" thread does it, or "three": one starts another that compresses,
-/// and then one that sends, as in the library.
+/// "fresh" or "resumed", on a connection of its own; "one" thread does it, or "three": one starts another
+/// that compresses, and then one that sends, as in the library.
 void report(const std::vector<std::string> &words) {
   const bool resumes = words.at(0) == "resumed";
   emptyCaches();

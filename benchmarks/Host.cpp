@@ -3,11 +3,15 @@
 // through pointers, so that no compiler makes anything else of them.
 
 #include <KXPublisher/platform/linux/LinuxHost.h>
-#include <glib.h>
+#include <glib-unix.h>
 #include <ifaddrs.h>
+#include <linux/rtnetlink.h>
+#include <pthread.h>
+#include <sys/socket.h>
 #include <zlib.h>
 
 #include <KXPublisher/KXPublisher.hpp>
+#include <cstddef>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
@@ -22,6 +26,8 @@
 #include "benchmarks/Commands.h"
 
 namespace {
+
+constexpr std::size_t KiB = 1024;
 
 struct State {
   std::shared_ptr<kx::KXPublisher> publisher;
@@ -49,6 +55,7 @@ const T &there(const std::optional<T> &result) {
 // ---- What is measured
 
 void measuredEntryCall();
+void measuredCallsAlone();
 void measuredReport();
 void measuredBackground();
 void measuredAssembling();
@@ -59,6 +66,26 @@ void measuredZlibAlone();
 
 void measuredEntryCall() {
   state().publisher = kx::KXPublisher::sharedInstanceWithApiToken(state().token, state().hostname);
+}
+
+/// What the entry call cannot do without, by hand: it listens to the network, wakes the main loop, and starts
+/// the thread that the login runs on.
+void measuredCallsAlone() {
+  const int news = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
+  if (bind(news, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) std::abort();
+  g_unix_fd_add(
+      news, G_IO_IN, [](gint, GIOCondition, gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, 512 * KiB);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread{};
+  const auto nothing = [](void *) -> void * { return nullptr; };
+  if (pthread_create(&thread, &attributes, nothing, nullptr) != 0) std::abort();
+  pthread_attr_destroy(&attributes);
 }
 
 void measuredReport() {
@@ -139,6 +166,10 @@ void start(const std::vector<std::string> &words) {
   if (state().publisher == nullptr) std::abort();
 }
 
+void calls(const std::vector<std::string> & /*words*/) {
+  time("calls", &measuredCallsAlone);
+}
+
 void report(const std::vector<std::string> & /*words*/) {
   time("report", &measuredReport);
 }
@@ -147,8 +178,8 @@ void addresses(const std::vector<std::string> & /*words*/) {
   time("addresses", &measuredAddressesAlone);
 }
 
-/// What a timer's report cannot do without: GLib's loop wakes for a timer and asks for the addresses, a second
-/// later.
+/// What a timer's report cannot do without: GLib's loop wakes for a timer and asks for the addresses, a
+/// second later.
 void timer(const std::vector<std::string> & /*words*/) {
   g_timeout_add(
       1000,
@@ -214,6 +245,7 @@ void accepted(const std::vector<std::string> & /*words*/) {
 
 int main() {
   return obey({{"start", start},
+               {"calls", calls},
                {"report", report},
                {"addresses", addresses},
                {"timer", timer},

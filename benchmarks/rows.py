@@ -241,7 +241,7 @@ def tls(bench):
 def entry(bench):
     """The entry call, on the caller's thread, and what the main loop does right after it."""
     if bench.times:
-        times, floors, loops = [], [], {"without": [], "with": []}
+        times, floors, alone, loops = [], [], [], {"without": [], "with": []}
         folder = bench.folder_for("bus")
         with message_bus(folder) as environment:
             for _ in range(2 * bench.rounds):
@@ -254,10 +254,14 @@ def entry(bench):
                         loops[how].append(host.ask("loop")["loop"])
                         host.ask("addresses")  # the first one of a process takes more
                         floors.append(host.ask("addresses")["addresses"])
+                with Host(bench.server) as host:
+                    alone.append(host.ask("calls")["calls"])
         # The budgets, 100, 150 and 300 us, are of a machine on which the list of addresses takes 46.
         floor = statistics.median(floors)
         yield Figure("entry.time", "the entry call on the caller's thread; the system's list of addresses", statistics.median(times),
                      "us", floor, "ratio", 2.17)
+        yield Figure("entry.by-hand", "to listen to the network and to start a thread, by hand", statistics.median(alone), "us", floor,
+                     "ratio")
         yield Figure("entry.loop", "the main loop's first second after it", statistics.median(loops["without"]), "us", floor, "ratio",
                      3.26)
         yield Figure("entry.loop-with-bus", "the same with a message bus", statistics.median(loops["with"]), "us", floor, "ratio",

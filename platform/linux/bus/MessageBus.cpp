@@ -55,9 +55,9 @@ bool hasFreeDescriptors() {
   return enough;
 }
 
-/// Whether nothing is where that address leads. GLib would notice, too, but only after it has prepared its first
-/// connection: 40 KiB of types and tables, which a host without a bus then does not have. An address with
-/// more to it than a path is left to GLib.
+/// Whether nothing is where that address leads. GLib would notice, too, but only after it has prepared its
+/// first connection: 40 KiB of types and tables, which a host without a bus then does not have. An address
+/// with more to it than a path is left to GLib.
 bool leadsNowhere(const std::string &address) {
   static constexpr std::string_view beforePath = "unix:path=";
   if (address.compare(0, beforePath.size(), beforePath) != 0) return false;

@@ -1,6 +1,6 @@
-#include "tools/collector/Encoding.h"
-
 #include <gtest/gtest.h>
+
+#include "tools/collector/Encoding.h"
 
 namespace kx::collector {
 namespace {
@@ -10,7 +10,8 @@ TEST(EncodingTest, HexadecimalDigitsAreReadInPairs) {
   EXPECT_EQ(fromHexadecimal(""), "");
   constexpr std::string_view digits = "abcd";
   EXPECT_FALSE(fromHexadecimal(digits.substr(0, 3))) << "one that is not there was read";
-  for (const char *other : {"0g", "g0", " 0", "0 ", "-1", "+1", "0x"}) EXPECT_FALSE(fromHexadecimal(other)) << other;
+  for (const char *other : {"0g", "g0", " 0", "0 ", "-1", "+1", "0x"})
+    EXPECT_FALSE(fromHexadecimal(other)) << other;
 }
 
 }  // namespace
