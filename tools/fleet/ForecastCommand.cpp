@@ -18,7 +18,8 @@ Lets the devices of a scenario live through a day of virtual time, and tells wha
 messages a second, bytes, connections, open requests, and the reports that are lost for ever. What happens to the
 service in the scenario is held against the same day without it. The same scenario has the same forecast each time.
 
-SCENARIO is a file; some come along in tools/fleet/scenarios, and docs/scale.md tells what is in one.
+SCENARIO is a file; some come along in tools/fleet/scenarios, once installed in share/kx-fleet/scenarios, and docs/scale.md
+tells what is in one.
 
   --devices N       so many devices, and not as many as the scenario has
   --csv FILE        writes the numbers to a file, a line for each step

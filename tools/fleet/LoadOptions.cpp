@@ -74,8 +74,8 @@ Has the devices of a scenario send real requests, byte for byte what the library
 they send, and when, is as in kx-fleet forecast; what the service answers is its own affair. The plan does not wait for
 it: a late answer shifts no request but those of the same device that need its token.
 
-SCENARIO is a file; some come along in tools/fleet/scenarios, and docs/scale.md tells what is in one. docs/load.md tells
-of the rest.
+SCENARIO is a file; some come along in tools/fleet/scenarios, once installed in share/kx-fleet/scenarios, and docs/scale.md
+tells what is in one. docs/load.md tells of the rest.
 
 What is loaded:
   --service URL        the service, "https://localhost:8443"; several are dealt out to the devices
