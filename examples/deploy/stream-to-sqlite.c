@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 enum { batchSize = 500, batchTimeout = 1000 /* ms */, restAfterFailure = 1 /* s */ };
+enum { longestWait = 10000, betweenAttempts = 50 /* ms, for a database that others use */ };
 
 static const char *const consumerName = "stream-to-sqlite";
 static volatile sig_atomic_t ended;
@@ -77,10 +78,21 @@ static void consume(natsSubscription *subscription, sqlite3 *database, sqlite3_s
   }
 }
 
+/* Whoever has the file first turns the log on; of all statements it is this one that SQLite does not have
+ * wait for the others. */
+static bool log_ahead(sqlite3 *database) {
+  const char *const statement = "PRAGMA journal_mode = WAL";
+  for (int waited = 0; waited < longestWait; waited += betweenAttempts) {
+    if (sqlite3_exec(database, statement, NULL, NULL, NULL) != SQLITE_BUSY) break;
+    sqlite3_sleep(betweenAttempts);
+  }
+  return run(database, statement);
+}
+
 static bool open_database(const char *file, sqlite3 **database, sqlite3_stmt **insertion) {
   if (sqlite3_open(file, database) != SQLITE_OK) return complain(file, sqlite3_errmsg(*database));
-  sqlite3_busy_timeout(*database, 10000);
-  return run(*database, "PRAGMA journal_mode = WAL") && run(*database, "PRAGMA synchronous = FULL") &&
+  sqlite3_busy_timeout(*database, longestWait);
+  return log_ahead(*database) && run(*database, "PRAGMA synchronous = FULL") &&
          run(*database,
              "CREATE TABLE IF NOT EXISTS messages (id TEXT PRIMARY KEY, received INTEGER, subject TEXT,"
              " message TEXT) WITHOUT ROWID") &&

@@ -143,11 +143,11 @@ class ConsumerTest(unittest.TestCase):
         eventually(all_are_acknowledged, "the last acknowledgement")
         self.assertEqual(len(self.rows()), self.sent)
 
-    def test_two_share_the_work(self):
-        first, second = self.start(), self.start()
+    def test_several_that_begin_at_once_share_the_work(self):
+        several = [self.start() for _ in range(8)]
         self.publish(3000)
         self.wait_for_all()
-        self.assertEqual([first.poll(), second.poll()], [None, None])
+        self.assertEqual({consumer.poll() for consumer in several}, {None})
 
 
 if __name__ == "__main__":
