@@ -2,6 +2,8 @@
 
 #include <zlib.h>
 
+#include <memory>
+
 #include "KXPublisher/diagnostics/KXLogError.h"
 
 namespace kx {
@@ -53,10 +55,6 @@ std::optional<Data> KXGzipUtility::gzipData(const std::optional<Data> &data) {
     return std::nullopt;
   }
 
-  // Sized once and never grown: an input that does not compress into it is refused. Made first, so that
-  // nothing is thrown while there is a stream.
-  Data compressed(static_cast<std::size_t>(static_cast<double>(data->size()) * 1.01 + 12.0));
-
   z_stream stream{};
   stream.next_in = const_cast<Bytef *>(data->data());  // zlib only reads it
   stream.avail_in = static_cast<uInt>(data->size());
@@ -68,17 +66,20 @@ std::optional<Data> KXGzipUtility::gzipData(const std::optional<Data> &data) {
     return std::nullopt;
   }
 
+  const std::unique_ptr<z_stream, int (*)(z_stream *)> ending(&stream, &deflateEnd);
+
+  // Sized once and never grown: an input that does not compress into it is refused. Made while zlib has its
+  // memory, 260 KB, so that it lies above that on a heap that grows: zlib's next stream then finds the same
+  // memory, where the system would have been given it back and asked for it again at each message of a burst.
+  Data compressed(static_cast<std::size_t>(static_cast<double>(data->size()) * 1.01 + 12.0));
   do {
     stream.next_out = compressed.data() + stream.total_out;
     stream.avail_out = static_cast<uInt>(compressed.size() - stream.total_out);
     result = deflate(&stream, Z_FINISH);
   } while (result == Z_OK);
-
-  const char *const message = stream.msg;  // a constant of zlib's
-  deflateEnd(&stream);
   if (result != Z_STREAM_END) {
     KXLogError(R"(%s: zlib error while attempting compression: "%@" Message: "%s")",
-               {operationName, messageForDeflate(result), message});
+               {operationName, messageForDeflate(result), static_cast<const char *>(stream.msg)});
     return std::nullopt;
   }
   compressed.resize(stream.total_out);
