@@ -65,9 +65,7 @@ std::optional<Data> KXGzipUtility::gzipData(const std::optional<Data> &data) {
                {operationName, messageForDeflateInit(result), static_cast<const char *>(stream.msg)});
     return std::nullopt;
   }
-
   const std::unique_ptr<z_stream, int (*)(z_stream *)> ending(&stream, &deflateEnd);
-
   // Sized once and never grown: an input that does not compress into it is refused. Made while zlib has its
   // memory, 260 KB, so that it lies above that on a heap that grows: zlib's next stream then finds the same
   // memory, where the system would have been given it back and asked for it again at each message of a burst.
