@@ -16,7 +16,7 @@ namespace kx {
 
 namespace {
 
-constexpr std::chrono::seconds longestWaitAtExit(1);
+constexpr std::chrono::seconds longestWait(1);  // of an exit, and of a fork
 
 /// Never destroyed: threads that have stopped still refer to it.
 struct State {
@@ -24,8 +24,10 @@ struct State {
   pthread_key_t threadEnd{};
 
   std::mutex mutex;  ///< guards what follows
-  std::condition_variable stopped;
+  std::condition_variable changed;
   bool ending = false;
+  int forks = 0;                                     ///< that wait, or go on
+  int working = 0;                                   ///< threads that may hold a lock of TLS
   std::chrono::steady_clock::time_point waitsUntil;  ///< for the threads; set when the process is ending
   int threads = 0;                                   ///< that may use curl
   std::vector<CURLM *> watched;
@@ -36,10 +38,35 @@ State &state() {
   return state;
 }
 
+void endWork() {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  --state().working;
+  state().changed.notify_all();
+}
+
 void threadHasStopped() {
   const std::lock_guard<std::mutex> lock(state().mutex);
   --state().threads;
-  state().stopped.notify_all();
+  state().changed.notify_all();
+}
+
+/// Keeps the mutex until the process has been forked: no thread begins to work before.
+void prepareFork() {
+  std::unique_lock<std::mutex> lock(state().mutex);
+  ++state().forks;
+  state().changed.wait_for(lock, longestWait, [] { return state().working == 0; });
+  static_cast<void>(lock.release());
+}
+
+void endForkInParent() {
+  --state().forks;
+  state().mutex.unlock();
+  state().changed.notify_all();
+}
+
+/// The threads, which may wait for the fork's end, are the parent's.
+void endForkInChild() {
+  state().mutex.unlock();
 }
 
 void stopThreadsAtExit() {
@@ -48,10 +75,10 @@ void stopThreadsAtExit() {
   std::unique_lock<std::mutex> lock(state().mutex);
   // Called more than once; the time is that of the first.
   if (!std::exchange(state().ending, true)) {
-    state().waitsUntil = std::chrono::steady_clock::now() + longestWaitAtExit;
+    state().waitsUntil = std::chrono::steady_clock::now() + longestWait;
   }
   for (CURLM *const multi : state().watched) curl_multi_wakeup(multi);
-  state().stopped.wait_until(lock, state().waitsUntil, [] { return state().threads == 0; });
+  state().changed.wait_until(lock, state().waitsUntil, [] { return state().threads == 0; });
 }
 
 /// The destructor of a value that every thread has. Those of one thread run in rounds, and TLS has one too,
@@ -60,6 +87,7 @@ void threadEnds(void *value) {
   if (value == &state()) {
     pthread_setspecific(state().threadEnd, &state().threadEnd);
   } else {
+    endWork();
     threadHasStopped();
   }
 }
@@ -76,8 +104,9 @@ bool stopThreadsBeforeTLS() {
 }  // namespace
 
 bool CurlProcess::threadBegins() {
-  static const bool prepared =
-      pthread_key_create(&state().threadEnd, &threadEnds) == 0 && std::atexit(&stopThreadsAtExit) == 0;
+  static const bool prepared = pthread_key_create(&state().threadEnd, &threadEnds) == 0 &&
+                               std::atexit(&stopThreadsAtExit) == 0 &&
+                               pthread_atfork(&prepareFork, &endForkInParent, &endForkInChild) == 0;
   if (!prepared) return false;
   const std::lock_guard<std::mutex> lock(state().mutex);
   if (state().ending) return false;
@@ -95,10 +124,25 @@ bool CurlProcess::isEnding() {
   return state().ending;
 }
 
-void CurlProcess::stopIfEnding() {
-  if (!isEnding()) return;
+void CurlProcess::beginWork() {
+  {
+    std::unique_lock<std::mutex> lock(state().mutex);
+    state().changed.wait(lock, [] { return state().forks == 0; });
+    if (!state().ending) {
+      ++state().working;
+      return;
+    }
+  }
   threadHasStopped();
   while (true) pause();
+}
+
+CurlProcess::Rest::Rest() {
+  endWork();
+}
+
+CurlProcess::Rest::~Rest() {
+  beginWork();
 }
 
 std::optional<std::string> CurlProcess::initialise() {

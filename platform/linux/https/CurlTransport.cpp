@@ -64,7 +64,6 @@ class CurlTransport::Loop {
     lastProgress_ = Clock::now();
     stayUntil_ = lastProgress_ + transport_.settings_.linger;
     do {
-      CurlProcess::stopIfEnding();
       // A server that says something unasked closes the connection, or has not kept to the end of its answer:
       // the next request would take the rest for its own. All connections go, which is simple.
       if (requests_.empty() && sockets_.speak()) return true;
@@ -73,6 +72,7 @@ class CurlTransport::Loop {
       if (curl_multi_perform(multi_, &unfinished) != CURLM_OK) return false;
       finish();
       expire();
+      const CurlProcess::Rest rest;
       if (!mayAdmit() && sleep() != CURLM_OK) return false;
     } while (!requests_.empty() || mayAdmit() || Clock::now() < stayUntil_);
     return true;
@@ -227,7 +227,7 @@ void *CurlTransport::threadMain(void *transport) {
 }
 
 void CurlTransport::run() {
-  CurlProcess::stopIfEnding();
+  CurlProcess::beginWork();
   std::optional<std::string> failure;
   bool isReady = false;
   runAtBoundary([&] {

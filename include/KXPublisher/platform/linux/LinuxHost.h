@@ -42,7 +42,9 @@ struct LinuxHostOptions {
 /// A host that becomes a daemon does so before its first call. The library stays with the process that has
 /// made it: a child that is forked later, and does not call `exec`, holds none of the library's connections
 /// and locks, and there nothing is done; one line in the log says so when the child uses the library or runs
-/// a main loop. The host's own files and handlers of signals are left as they are.
+/// a main loop. `fork` waits where the library is in the middle of a step of TLS, for milliseconds, a second
+/// at the most: the child could not even exit with TLS's locks taken. The host's own files and handlers of
+/// signals are left as they are.
 ///
 /// Everything may be called from any thread, returns at once and throws nothing.
 class KX_EXPORT LinuxHost {

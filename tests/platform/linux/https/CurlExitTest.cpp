@@ -201,6 +201,26 @@ TEST_F(CurlExitTest, DoesNotKeepAForkedChildWaiting) {
   for (int i = 0; i < 5; ++i) expectEnd(start(server.url(), usualLinger, "100000", "fork"));
 }
 
+TEST_F(CurlExitTest, LeavesAForkedChildNoLockOfTLSAtAnyMoment) {
+  for (int i = 0; i < 40; ++i) {
+    expectEnd(start(server.url(), usualLinger, std::to_string(i * 150), "fork"));
+    expectEnd(start(server.url(), usualLinger, "initialising+" + std::to_string(i * 100), "fork"));
+  }
+}
+
+TEST_F(CurlExitTest, LeavesAForkedChildNoLockOfTLSAmongManyRequests) {
+  server.setScript(&TestServer::serve);
+  for (int i = 0; i < 5; ++i) expectEnd(start(server.url(), usualLinger, "answered", "fork-busily"));
+}
+
+TEST_F(CurlExitTest, DoesNotKeepAForkWaitingForAThreadThatHasEnded) {
+  for (int i = 0; i < 5; ++i) expectEnd(start(server.url(), "0", "answered+50000", "fork"));
+}
+
+TEST_F(CurlExitTest, KeepsAForkWaitingForASecondAtTheMost) {
+  expectEnd(start(server.url(), usualLinger, "hanging", "fork"));
+}
+
 TEST_F(CurlExitTest, FailsRequestsThatComeDuringTheExit) {
   server.setScript(&TestServer::serve);
   for (const char *when : {"answered", "answered+20000"}) {

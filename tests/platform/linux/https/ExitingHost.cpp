@@ -29,10 +29,12 @@
 // "initialising+<number>" are that long after that. How: "return" from main, "exit",
 // "exit-elsewhere" (on another thread), "exit-at-once" (which may not take its second), "_exit", "send" (a
 // request during the exit), "send-across" (one that is begun before the exit, and gets no thread before it),
-// or "fork": a child that the host forks exits, and then the host.
+// "fork": children that the host forks exit, and then the host; or "fork-busily": so, while many requests are
+// on their way, all of which have to end.
 //
 // The exit status is 7; 8 when the exit has taken more than its time; 9 when it has not waited for a thread
-// that had not ended; 10 when TLS would have begun to end before its threads were stopped.
+// that had not ended; 10 when TLS would have begun to end before its threads were stopped; 11
+// when a request that comes during the exit is not failed; 12 when a forked child has not ended.
 
 namespace {
 
@@ -75,6 +77,7 @@ bool hasToWait = false;
 bool exitsWithinRequest = false;
 std::atomic<bool> hasToFail{false};
 std::atomic<bool> failed{false};
+std::atomic<int> ended{0};  ///< requests, but for the first
 
 bool hasTransport() {
   std::error_code error;
@@ -96,7 +99,10 @@ std::shared_ptr<void> exitWhereWanted() {
 
 /// Runs late in the exit, when TLS is no more.
 void exitLate() {
-  if (isForkedChild && std::chrono::steady_clock::now() - forkTime > std::chrono::milliseconds(900)) _exit(1);
+  if (isForkedChild) {
+    if (std::chrono::steady_clock::now() - forkTime > std::chrono::milliseconds(900)) _exit(1);
+    return;
+  }
   const auto taken = std::chrono::steady_clock::now() - exitTime;
   if (taken > std::chrono::milliseconds(mayTakeItsSecond ? 1900 : 900)) _exit(8);
   if (hasToWait && taken < std::chrono::milliseconds(900)) _exit(9);
@@ -108,21 +114,26 @@ void exitLate() {
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-/// Whether one of some children exits without having waited for threads that it does not have. More than one,
-/// since any may have waited for the processor.
-bool someChildExitsAtOnce() {
-  for (int i = 0; i < 5; ++i) {
-    forkTime = std::chrono::steady_clock::now();
+/// Forks some children, each of which has to end; one, at once, without having waited for threads that it
+/// does not have, and without a fork that took longer than that. One of some, since any may have waited for
+/// the processor.
+int forkChildren(int count, std::chrono::milliseconds longestFork) {
+  bool anyIsQuick = false;
+  for (int i = 0; i < count; ++i) {
+    const auto begin = std::chrono::steady_clock::now();
     const pid_t child = fork();
+    forkTime = std::chrono::steady_clock::now();
     if (child == 0) {
       isForkedChild = true;
+      alarm(20);
       std::exit(status);
     }
     int result = 0;
     waitpid(child, &result, 0);
-    if (WIFEXITED(result) && WEXITSTATUS(result) == status) return true;
+    if (!WIFEXITED(result)) return 12;
+    if (WEXITSTATUS(result) == status && forkTime - begin <= longestFork) anyIsQuick = true;
   }
-  return false;
+  return anyIsQuick ? status : 1;
 }
 
 std::function<void()> sendAtExit;
@@ -181,15 +192,23 @@ int main(int argc, char **argv) {
   exitTime = std::chrono::steady_clock::now();
   if (how == "exit" || how == "exit-at-once") std::exit(status);
   if (how == "_exit") _exit(status);
-  if (how == "fork") return someChildExitsAtOnce() ? status : 1;
   const auto send = [&request] {
     service.sessionWithDefaultConfiguration()
         ->uploadTaskWithRequest(request, kx::Data(),
                                 [](const auto &, const auto &error) {
                                   if (error) failed = true;
+                                  ++ended;
                                 })
         ->resume();
   };
+  if (how == "fork" || how == "fork-busily") {
+    const int requests = how == "fork-busily" ? 2000 : 0;
+    for (int i = 0; i < requests; ++i) send();
+    const int result = forkChildren(5, std::chrono::milliseconds(when == "hanging" ? 1900 : 900));
+    waitUntil([requests] { return ended == requests; });
+    exitTime = std::chrono::steady_clock::now();
+    return result;
+  }
   if (how == "send") {
     sendAtExit = [&send] {
       send();
