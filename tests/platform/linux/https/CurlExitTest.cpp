@@ -213,6 +213,11 @@ TEST_F(CurlExitTest, LeavesAForkedChildNoLockOfTLSAmongManyRequests) {
   for (int i = 0; i < 5; ++i) expectEnd(start(server.url(), usualLinger, "answered", "fork-busily"));
 }
 
+TEST_F(CurlExitTest, LetsAForkThroughWhereAThreadIsAlwaysAtWork) {
+  server.setScript(&TestServer::serve);
+  expectEnd(start(server.url(), usualLinger, "answered", "fork-between"));
+}
+
 TEST_F(CurlExitTest, DoesNotKeepAForkWaitingForAThreadThatHasEnded) {
   for (int i = 0; i < 5; ++i) expectEnd(start(server.url(), "0", "answered+50000", "fork"));
 }

@@ -30,7 +30,8 @@
 // "exit-elsewhere" (on another thread), "exit-at-once" (which may not take its second), "_exit", "send" (a
 // request during the exit), "send-across" (one that is begun before the exit, and gets no thread before it),
 // "fork": children that the host forks exit, and then the host; or "fork-busily": so, while many requests are
-// on their way, all of which have to end.
+// on their way, all of which have to end; or "fork-between": so, while of two threads one or the other always
+// works with curl.
 //
 // The exit status is 7; 8 when the exit has taken more than its time; 9 when it has not waited for a thread
 // that had not ended; 10 when TLS would have begun to end before its threads were stopped; 11
@@ -136,6 +137,24 @@ int forkChildren(int count, std::chrono::milliseconds longestFork) {
   return anyIsQuick ? status : 1;
 }
 
+/// Two threads that take turns at curl: neither rests before the other works, unless that is kept from it.
+void takeTurns() {
+  static std::atomic<int> turn{0};
+  for (int mine = 1; mine <= 2; ++mine) {
+    if (!kx::CurlProcess::threadBegins()) std::abort();
+    std::thread([mine] {
+      kx::CurlProcess::beginWork();
+      while (true) {
+        turn = mine;
+        const auto patience = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+        waitUntil([&] { return turn != mine || std::chrono::steady_clock::now() > patience; });
+        const kx::CurlProcess::Rest rest;
+      }
+    }).detach();
+  }
+  waitUntil([] { return turn == 2; });
+}
+
 std::function<void()> sendAtExit;
 
 }  // namespace
@@ -201,7 +220,8 @@ int main(int argc, char **argv) {
                                 })
         ->resume();
   };
-  if (how == "fork" || how == "fork-busily") {
+  if (how == "fork-between") takeTurns();
+  if (how.compare(0, 4, "fork") == 0) {
     const int requests = how == "fork-busily" ? 2000 : 0;
     for (int i = 0; i < requests; ++i) send();
     const int result = forkChildren(5, std::chrono::milliseconds(when == "hanging" ? 1900 : 900));
