@@ -19,7 +19,10 @@ ADDRESS = "192.0.2.7"
 
 
 def make_network():
-    for words in ("link set lo up", "link add phone type veth peer name far", f"address add {ADDRESS}/24 dev phone", "link set far up", "link set phone up",
+    """Does not change any more once it is there, which would end what the browser is loading (ERR_NETWORK_CHANGED): so without
+    addresses that the kernel makes itself, a second or two later."""
+    for words in ("link set lo up", "link add phone type veth peer name far", "link set far addrgenmode none",
+                  "link set phone addrgenmode none", f"address add {ADDRESS}/24 dev phone", "link set far up", "link set phone up",
                   "route add default dev phone"):
         subprocess.run(["ip", *words.split()], check=True)
 
