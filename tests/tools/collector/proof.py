@@ -19,7 +19,6 @@ from nats import PATIENCE, Cluster, eventually
 
 ROOT = Path(__file__).resolve().parents[3]
 FLEET = os.environ.get("KX_FLEET_PROGRAM", "kx-fleet")
-SCENARIO = ROOT / "tools/fleet/scenarios/ordinary-day.json"
 
 
 class StreamCollector(Collector):
@@ -107,17 +106,18 @@ class Balancer:
 
 
 class Load:
-    """What the devices of an ordinary evening send, at so many times their pace, through a balancer, until it is ended; and what
-    became of each message."""
+    """What the devices of so many ordinary days send from the first afternoon on, at so many times their pace, through a balancer,
+    until it is ended or the days are over; and what became of each message."""
 
-    def __init__(self, folder, number, collectors, devices=4000, pace=60, options=()):
+    def __init__(self, folder, number, collectors, devices=4000, pace=60, days=1, options=("--from", "16:00", "--duration", "1 h")):
         self.results, self.report = Path(folder) / f"results{number}", Path(folder) / f"report{number}.json"
+        scenario = Path(folder) / f"scenario{number}.json"
+        scenario.write_text(json.dumps({"title": "Ordinary days", "length": f"{days} d"}))  # and by default all else is ordinary
         self.balancer = Balancer(folder, collectors)
         self.process = subprocess.Popen(
-            [FLEET, "load", str(SCENARIO), "--service", self.balancer.url, "--ca-file", collectors[0].where["caFile"],
+            [FLEET, "load", str(scenario), "--service", self.balancer.url, "--ca-file", collectors[0].where["caFile"],
              "--devices", str(devices), "--pace", str(pace), "--results", str(self.results), "--json", str(self.report),
-             *(options or ("--from", "16:00", "--duration", f"{8 * 3600 / pace:.0f} s"))], stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE, text=True)
+             *options], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
 
     def __enter__(self):
         return self
@@ -150,7 +150,14 @@ class Load:
 
     def wait_for_more(self, what, count=200, patience=PATIENCE):
         enough = self.accepted() + count
-        eventually(lambda: self.accepted() >= enough, what, patience)
+
+        def have_come():
+            is_over = self.process.poll() is not None
+            if self.accepted() < enough and is_over:
+                raise RuntimeError(f"{what}: the load is over before")
+            return self.accepted() >= enough
+
+        eventually(have_come, what, patience)
 
 
 class Proof:
