@@ -84,15 +84,15 @@ class OutputFile {
 /// A line that tells how it goes, on standard error.
 class Progress {
  public:
-  void tell(double now, double length, const LoadRun &run) {
+  void tell(double now, const LoadRun &run) {
     const auto seconds = run.statistics().seconds();
     if (seconds.size() < 2 || (!isTerminal_ && now < next_)) return;
     next_ = now + betweenLines;
     const LoadSecond &last = seconds[seconds.size() - 2];
     char line[200];
     std::snprintf(line, sizeof line,
-                  "%.0f of %.0f s: %s sent/s, %s answered/s, %s failed/s, %zu open, p99 %s", now, length,
-                  numberText(last.sent).c_str(), numberText(last.answered).c_str(),
+                  "%.0f of %.0f s: %s sent/s, %s answered/s, %s failed/s, %zu open, p99 %s", now,
+                  run.plannedLength(), numberText(last.sent).c_str(), numberText(last.answered).c_str(),
                   numberText(last.failed).c_str(), run.openRequests(), durationText(last.p99).c_str());
     std::fprintf(stderr, isTerminal_ ? "\r%s\x1b[K" : "%s\n", line);
     wasTold_ = true;
@@ -143,7 +143,7 @@ int load(const LoadOptions &options) {
   run.warmUp(isEnding);
   Progress progress;
   run.run(isEnding, [&](double now) {
-    progress.tell(now, options.duration, run);
+    progress.tell(now, run);
     results.flush();
   });
   progress.end();

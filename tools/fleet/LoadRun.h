@@ -35,6 +35,8 @@ class LoadRun : private LoadSender {
 
   const LoadStatistics &statistics() const { return statistics_; }
   std::size_t openRequests() const { return transport_.openRequests(); }
+  /// Seconds that it takes where nothing ends it sooner: what was asked for, at most to the scenario's end.
+  double plannedLength() const { return whenPlanned(end_); }
   /// Seconds that it took, without what it has waited for open requests at the end.
   double length() const { return length_; }
 
